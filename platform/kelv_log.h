@@ -1,0 +1,41 @@
+/* Log records: one call, one whole line. Plain C can include this header. */
+#ifndef KELV_LOG_H
+#define KELV_LOG_H
+
+#include "kelv_api.h"
+
+typedef enum tagDBG_LOG_TYPE {
+  DBG_LOG_ERROR = 3,
+  DBG_LOG_WARNING = 4,
+  DBG_LOG_EVENT = 5,
+  DBG_LOG_INFO = 6,
+  DBG_LOG_DEBUG = 7
+} DBG_LOG_TYPE_E;
+
+/* Writes one record. module is the writer's framework module number, level a DBG_LOG_... value,
+ * file the base name of the source; the sixth argument is reserved and always 0. Line breaks inside
+ * the text become blanks, so that a record stays one line. Safe on every thread; never fails. */
+KELV_API void kelvlog(unsigned int module, int level, const char* file, int line,
+                      const char* function, int reserved, const char* format, ...)
+    __attribute__((format(printf, 7, 8)));
+
+/* One record as a sink gets it; the texts are valid during the call only. */
+typedef struct tagKELV_LOG_RECORD_S {
+  unsigned int module;
+  int level;
+  const char* file;
+  int line;
+  const char* function;
+  const char* text;
+} KELV_LOG_RECORD_S;
+
+typedef void (*kelvlog_sink_t)(const KELV_LOG_RECORD_S* record);
+
+/* Sends every later record to sink instead of standard error; null goes back to standard error. The
+ * sink is called on the writer's thread, possibly on several at once, and must not log itself. */
+KELV_API void kelvlog_set_sink(kelvlog_sink_t sink);
+
+/* "error", "warning", "event", "info" or "debug"; "level" for anything else. */
+KELV_API const char* kelvlog_level_name(int level);
+
+#endif
