@@ -1,0 +1,130 @@
+// Named shared memory: POSIX shared memory, mapped once a process.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "kelv_log.h"
+#include "mirt_comm.h"
+
+namespace {
+
+constexpr size_t kMaxName = 255;
+
+// What this process has mapped, for good: users keep pointers into it.
+struct Mapping {
+  char path[kMaxName + 1];
+  void* address;
+  uint32_t size;
+  Mapping* next;
+};
+
+std::mutex g_mappings_mutex;
+Mapping* g_mappings = nullptr;
+
+// Owns one descriptor; closing it also drops the lock below.
+class Segment {
+ public:
+  explicit Segment(const char* path)
+      : descriptor_(shm_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0660)) {}
+  Segment(const Segment&) = delete;
+  Segment& operator=(const Segment&) = delete;
+  ~Segment() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  int get() const { return descriptor_; }
+
+  // Only one process at a time sizes a segment and judges whether it is new.
+  bool lock() const {
+    int locked;
+    do {
+      locked = flock(descriptor_, LOCK_EX);
+    } while (locked != 0 && errno == EINTR);
+    return locked == 0;
+  }
+
+ private:
+  int descriptor_;
+};
+
+int32_t refuse(const char* path, const char* why, int error) {
+  kelvlog(PID_CTRL_MIRTCORE, DBG_LOG_ERROR, "mirt_share_mem.cpp", __LINE__, "MIRT_InitShareMem", 0,
+          "Shared memory '%s': %s%s%s.", path, why, error != 0 ? ": " : "",
+          error != 0 ? strerror(error) : "");
+  return -1;
+}
+
+bool is_all_zero(const void* memory, size_t size) {
+  const char* const bytes = static_cast<const char*>(memory);
+  return std::all_of(bytes, bytes + size, [](char byte) { return byte == 0; });
+}
+
+// Opens, sizes and maps the segment. Pages are reserved, not merely promised: a file system that is
+// full must fail here and not kill the process at its first store.
+int32_t map_segment(const char* path, uint32_t size, void*& address, bool& created) {
+  const Segment segment(path);
+  if (segment.get() < 0) return refuse(path, "cannot be opened", errno);
+  if (!segment.lock()) return refuse(path, "cannot be locked", errno);
+  struct stat status {};
+  if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
+  if (status.st_size == 0) {
+    const int error = posix_fallocate(segment.get(), 0, size);
+    if (error != 0) return refuse(path, "cannot be sized", error);
+  } else if (status.st_size != static_cast<off_t>(size)) {
+    char why[96];
+    snprintf(why, sizeof why, "has %lld bytes, expected %u", static_cast<long long>(status.st_size),
+             size);
+    return refuse(path, why, 0);
+  }
+  void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.get(), 0);
+  if (mapped == MAP_FAILED) return refuse(path, "cannot be mapped", errno);
+  // A segment that holds nothing yet counts as new, whoever sized it: its creator died before it
+  // wrote, and the next one has to take over.
+  created = status.st_size == 0 || is_all_zero(mapped, size);
+  address = mapped;
+  return 0;
+}
+
+const Mapping* find_mapping(const char* path) {
+  const Mapping* mapping = g_mappings;
+  while (mapping != nullptr && strcmp(mapping->path, path) != 0) mapping = mapping->next;
+  return mapping;
+}
+
+}  // namespace
+
+int32_t MIRT_InitShareMem(void** address, const char* name, uint32_t size, bool* isCreate) {
+  if (address == nullptr || name == nullptr || isCreate == nullptr || size == 0) return -1;
+  char path[kMaxName + 1];
+  const int length = snprintf(path, sizeof path, "/%s", name);
+  if (length < 0 || static_cast<size_t>(length) >= sizeof path) return -1;
+
+  const std::lock_guard<std::mutex> lock(g_mappings_mutex);
+  if (const Mapping* const mapping = find_mapping(path)) {
+    if (mapping->size != size) return refuse(path, "is mapped with another size", 0);
+    *address = mapping->address;
+    *isCreate = false;
+    return 0;
+  }
+  auto* const mapping = new (std::nothrow) Mapping{};
+  if (mapping == nullptr) return refuse(path, "cannot be kept", ENOMEM);
+  const int32_t mapped = map_segment(path, size, mapping->address, *isCreate);
+  if (mapped != 0) {
+    delete mapping;
+    return mapped;
+  }
+  memcpy(mapping->path, path, sizeof path);
+  mapping->size = size;
+  mapping->next = g_mappings;
+  g_mappings = mapping;
+  *address = mapping->address;
+  return 0;
+}
