@@ -1,0 +1,93 @@
+// Readers of /proc files.
+#include <cstring>
+
+#include "common_plugin.h"
+#include "kelv_securec.h"
+#include "proc_file.h"
+
+int MIRT_Linux_Plugin::read_file(const char* file_path, char* buf, unsigned int size,
+                                 int readlinenum) {
+  if (file_path == nullptr || buf == nullptr || size == 0) return -1;
+  LineReader file(file_path);
+  if (!file.is_open()) return -1;
+  for (int line = 0; line < readlinenum; ++line) {
+    memset_s(buf, size, 0, size);
+    if (!file.next(buf, size - 1)) return -1;
+  }
+  return 0;
+}
+
+void MIRT_Linux_Plugin::change_cmdlie_to_str(char* buf, unsigned int size) {
+  for (unsigned int i = 0; i < size - 1; ++i) {
+    if (buf[i] != '\0') continue;
+    if (buf[i + 1] == '\0') return;
+    buf[i] = ' ';
+  }
+}
+
+const char* MIRT_Linux_Plugin::get_items(const char* buffer, int ie) {
+  if (buffer == nullptr) return nullptr;
+  for (int item = 1; item < ie && *buffer != '\0'; ++item) {
+    buffer += strcspn(buffer, " ");
+    if (*buffer == ' ') ++buffer;
+  }
+  return buffer;
+}
+
+int MIRT_Linux_Plugin::get_procname_bypid(pid_t p, char* name, size_t size) {
+  LineReader status(ProcPath<64>("/proc/%u/status", static_cast<unsigned int>(p)).get());
+  if (!status.is_open() || name == nullptr) return -1;
+  char line[256];
+  while (status.next(line, sizeof line)) {
+    if (strstr(line, "Name:") == nullptr) continue;
+    sscanf_s(line, "%*s %s", name, static_cast<unsigned int>(size));
+    return 0;
+  }
+  return -1;
+}
+
+int MIRT_Linux_Plugin::get_cmdline_bypid(pid_t p, char* cmdline, size_t size) {
+  if (cmdline == nullptr) return -1;
+  const ProcPath<64> path("/proc/%u/cmdline", static_cast<unsigned int>(p));
+  const auto room = static_cast<unsigned int>(size);
+  if (read_file(path.get(), cmdline, room, 1) != 0) return -1;
+  change_cmdlie_to_str(cmdline, room);
+  return 0;
+}
+
+namespace {
+
+bool begins_with(const char* line, const char* key) {
+  return strncmp(line, key, strlen(key)) == 0;
+}
+
+// "voluntary_ctxt_switches:\t150" -> 150; the count is left alone when there is no number.
+void scan_count(const char* line, unsigned long& count) {
+  unsigned long long value = count;
+  sscanf_s(line, "%*s\t%llu", &value);
+  count = value;
+}
+
+}  // namespace
+
+int MIRT_Linux_Plugin::get_proc_status_info(pid_t pid, pid_t tid, int& stat,
+                                            unsigned long& voluntary_ctxt_switches,
+                                            unsigned long& nonvoluntary_ctxt_switches) {
+  LineReader status(ProcPath<128>("/proc/%d/task/%d/status", pid, tid).get());
+  if (!status.is_open()) return -1;
+  char line[256];
+  while (status.next(line, sizeof line - 1)) {
+    if (begins_with(line, "State:")) {
+      char state = '\0';
+      sscanf_s(line, "%*s\t%c", &state, 1U);
+      stat = state == 'D' ? 1 : 0;
+      // Nearly every thread ends here, at the third of some 60 lines.
+      if (stat == 0) break;
+    } else if (begins_with(line, "voluntary_ctxt_switches:")) {
+      scan_count(line, voluntary_ctxt_switches);
+    } else if (begins_with(line, "nonvoluntary_ctxt_switches:")) {
+      scan_count(line, nonvoluntary_ctxt_switches);
+    }
+  }
+  return 0;
+}

@@ -1,0 +1,188 @@
+// One-shot measurements: memory, handles, disk, existence.
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/vfs.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "common_plugin.h"
+#include "kelv_securec.h"
+#include "process_scan.h"
+
+namespace {
+
+constexpr size_t kLineSize = 256;
+
+// "MemTotal:       16305508 kB" -> 16305508: the number behind the next line's first word, 0 if
+// there is none.
+unsigned long long next_number(LineReader& file) {
+  char line[kLineSize] = "";
+  unsigned long long number = 0;
+  if (file.next(line, sizeof line)) sscanf_s(line, "%*s %llu", &number);
+  return number;
+}
+
+// Since Linux 6.2 the size of a process's fd directory is the number of its descriptors, and a walk
+// over 15,000 of them would cost milliseconds. Elsewhere, and before, a size says nothing: 0.
+unsigned int descriptors_by_size(int directory) {
+  struct statfs file_system {};
+  struct stat status {};
+  if (fstatfs(directory, &file_system) != 0 || file_system.f_type != PROC_SUPER_MAGIC) return 0;
+  return fstat(directory, &status) == 0 ? static_cast<unsigned int>(status.st_size) : 0;
+}
+
+// Takes the descriptor over. "." and ".." do not count.
+unsigned int descriptors_by_walk(int directory) {
+  DIR* const entries = fdopendir(directory);
+  if (entries == nullptr) {
+    close(directory);
+    return 0;
+  }
+  unsigned int count = 0;
+  while (readdir(entries) != nullptr) ++count;
+  closedir(entries);
+  return count > 1 ? count - 2 : count;
+}
+
+// The highest value among all matches; beats(value, highest) tells whether a process takes the
+// lead.
+template <typename Measure, typename Beats, typename Lead>
+float highest_match(const char* task_name, int flag, Measure measure, Beats beats, Lead lead) {
+  float highest = 0.0F;
+  for_each_match(task_name, flag, [&](pid_t pid) {
+    const auto value = static_cast<float>(measure(pid));
+    if (beats(value, highest)) {
+      highest = value;
+      lead(pid);
+    }
+    return true;
+  });
+  return highest;
+}
+
+// Among equals the later process leads, so that a match is named even when all measure 0.
+template <typename Measure>
+float highest_of_pattern(const char* pattern, Measure measure, int& max_usage_pid) {
+  return highest_match(
+      pattern, kMatchWildcard, measure, [](float value, float highest) { return value >= highest; },
+      [&max_usage_pid](pid_t pid) { max_usage_pid = pid; });
+}
+
+}  // namespace
+
+unsigned int MIRT_Linux_Plugin::get_phy_mem(pid_t p) {
+  LineReader status(ProcPath<64>("/proc/%d/status", p).get());
+  char line[kLineSize];
+  int rss_kb = 0;
+  while (status.next(line, sizeof line)) {
+    if (strstr(line, "VmRSS:") == nullptr) continue;
+    sscanf_s(line, "%*s %d", &rss_kb);
+    break;
+  }
+  return static_cast<unsigned int>(rss_kb / 1024);
+}
+
+unsigned int MIRT_Linux_Plugin::get_handle_count(pid_t p) {
+  // Opened first: the size can be read without the right to open the directory, and a process that
+  // may not be looked at measures 0.
+  UniqueFd directory(
+      open(ProcPath<64>("/proc/%d/fd", p).get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() < 0) return 0;
+  const unsigned int count = descriptors_by_size(directory.get());
+  return count != 0 ? count : descriptors_by_walk(directory.release());
+}
+
+unsigned int MIRT_Linux_Plugin::get_handle_max(pid_t p) {
+  LineReader limits(ProcPath<64>("/proc/%d/limits", p).get());
+  char line[kLineSize] = "";
+  for (int skipped = 0; skipped < 8; ++skipped) limits.next(line, sizeof line);
+  // "Max open files            1024                 524288               files"
+  int soft_limit = 0;
+  if (limits.next(line, sizeof line)) sscanf_s(line, "%*s %*s %*s %d", &soft_limit);
+  return static_cast<unsigned int>(soft_limit);
+}
+
+unsigned int MIRT_Linux_Plugin::get_handle_usage(pid_t p) {
+  const unsigned int count = get_handle_count(p);
+  if (count == 0) return 0;
+  const unsigned int max = get_handle_max(p);
+  return max != 0 ? count * 100 / max : 0;
+}
+
+bool MIRT_Linux_Plugin::get_sys_mem_info(unsigned long long& totalMem,
+                                         unsigned long long& freeMem) {
+  LineReader meminfo("/proc/meminfo");
+  if (!meminfo.is_open()) return false;
+  totalMem = next_number(meminfo);
+  freeMem = next_number(meminfo);
+  return true;
+}
+
+float MIRT_Linux_Plugin::get_sys_mem() {
+  unsigned long long total = 0, free = 0;
+  if (!get_sys_mem_info(total, free) || total == 0) return 0.0F;
+  return static_cast<float>(100.0 * static_cast<double>(total - free) / static_cast<double>(total));
+}
+
+float MIRT_Linux_Plugin::get_sys_free_mem() {
+  unsigned long long total = 0, free = 0;
+  return get_sys_mem_info(total, free) ? static_cast<float>(free >> 10) : 0.0F;
+}
+
+float MIRT_Linux_Plugin::get_disk_usage(const char* dir_name) {
+  struct statfs file_system;
+  memset_s(&file_system, sizeof file_system, 0, sizeof file_system);
+  if (statfs(dir_name, &file_system) != 0) return -1.0F;
+  if (file_system.f_blocks == 0) return 0.0F;
+  const unsigned long long blocks_used = file_system.f_blocks - file_system.f_bfree;
+  const unsigned long long den = blocks_used + file_system.f_bavail;
+  if (den == 0) return 0.0F;
+  // Rounded up twice, by half the denominator and by the 0.5: alarm thresholds are set against
+  // that.
+  const unsigned long long num = blocks_used * 100 + den / 2;
+  const float quotient = static_cast<float>(num) / static_cast<float>(den);
+  return static_cast<float>(std::trunc(static_cast<double>(quotient) + 0.5));
+}
+
+float MIRT_Linux_Plugin::get_process_memory(const char* task_name, pid_t& p) {
+  return get_pid_byname(task_name, p) != 0 ? static_cast<float>(get_phy_mem(p)) : 0.0F;
+}
+
+float MIRT_Linux_Plugin::get_process_handle(const char* task_name, pid_t& p) {
+  return get_pid_byname(task_name, p) != 0 ? static_cast<float>(get_handle_usage(p)) : 0.0F;
+}
+
+float MIRT_Linux_Plugin::get_process_exist(const char* task_name, pid_t& p) {
+  return get_pid_byname(task_name, p) != 0 ? 1.0F : 0.0F;
+}
+
+float MIRT_Linux_Plugin::get_process_memory(const char* task_name) {
+  return highest_of_pattern(
+      task_name, [](pid_t pid) { return get_phy_mem(pid); }, max_usage_pid);
+}
+
+float MIRT_Linux_Plugin::get_process_handle(const char* task_name) {
+  return highest_of_pattern(
+      task_name, [this](pid_t pid) { return get_handle_usage(pid); }, max_usage_pid);
+}
+
+float MIRT_Linux_Plugin::get_process_resource(PROCESS_RESOURCE_E res_type, const char* task_name,
+                                              int* pid) {
+  if (res_type < PROCESS_RESOURCE_MEM || res_type >= PROCESS_RESOURCE_MAX) return 0.0F;
+  return highest_match(
+      task_name, kMatchPrefix,
+      [this, res_type](pid_t match) -> unsigned int {
+        switch (res_type) {
+          case PROCESS_RESOURCE_MEM:
+            return get_phy_mem(match);
+          case PROCESS_RESOURCE_HANDLE:
+            return get_handle_usage(match);
+          default:
+            return 1;
+        }
+      },
+      [](float value, float highest) { return value > highest; },
+      [pid](pid_t leader) { *pid = leader; });
+}

@@ -1,0 +1,30 @@
+// An item's overlay on its context record.
+#ifndef CONTEXT_OVERLAY_H
+#define CONTEXT_OVERLAY_H
+
+#include <cstring>
+
+#include "mirt_interface.h"
+
+// Lends the overlay as an aligned record and writes it back at the end of its life. The overlay
+// lies four bytes into the context record, where its 64-bit fields must not be touched as such.
+template <typename Overlay>
+class ContextOverlay {
+ public:
+  explicit ContextOverlay(FI_CONTEXT_S& context) noexcept : bytes_(context.contextbuff) {
+    static_assert(sizeof(Overlay) <= FI_CONTEXT_BUFF_LEN, "an overlay fits its buffer");
+    memcpy(&overlay_, bytes_, sizeof overlay_);
+  }
+  ContextOverlay(const ContextOverlay&) = delete;
+  ContextOverlay& operator=(const ContextOverlay&) = delete;
+  ~ContextOverlay() { memcpy(bytes_, &overlay_, sizeof overlay_); }
+
+  Overlay* get() noexcept { return &overlay_; }
+  Overlay* operator->() noexcept { return &overlay_; }
+
+ private:
+  char* bytes_;
+  Overlay overlay_;
+};
+
+#endif

@@ -1,0 +1,40 @@
+// What every item does to its result record, and the argument tests that several share.
+#ifndef ITEM_RESULT_H
+#define ITEM_RESULT_H
+
+#include <cstring>
+#include <initializer_list>
+
+#include "kelv_securec.h"
+#include "mirt_interface.h"
+
+// Notes a failure: result -1 and the reason, cut to fit.
+template <typename... Values>
+void set_failure(FI_RESULT_S& result, const char* format, Values... values) noexcept {
+  result.result = -1;
+  snprintf_s(result.reason, sizeof result.reason, sizeof result.reason - 1, format, values...);
+}
+
+// The tests that come before the context's: the number of parameters, argv, and their names by
+// position, where names are given. A null result fails without a word.
+inline bool check_arguments(int argc, const FI_PARAM_S* argv, FI_RESULT_S* result, int required,
+                            std::initializer_list<const char*> names) noexcept {
+  if (result == nullptr) return false;
+  if (argc != required) {
+    set_failure(*result, "Input parameter number error.");
+    return false;
+  }
+  if (argv == nullptr) {
+    set_failure(*result, "Input parameter argv is NULL.");
+    return false;
+  }
+  for (const char* name : names) {
+    if (strncmp(argv++->name, name, FI_PARAM_NAME_LEN) != 0) {
+      set_failure(*result, "Input parameter error.");
+      return false;
+    }
+  }
+  return true;
+}
+
+#endif
