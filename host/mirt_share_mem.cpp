@@ -56,9 +56,8 @@ class Segment {
 };
 
 int32_t refuse(const char* path, const char* why, int error) {
-  kelvlog(PID_CTRL_MIRTCORE, DBG_LOG_ERROR, "mirt_share_mem.cpp", __LINE__, "MIRT_InitShareMem", 0,
-          "Shared memory '%s': %s%s%s.", path, why, error != 0 ? ": " : "",
-          error != 0 ? strerror(error) : "");
+  KELV_LOG(PID_CTRL_MIRTCORE, DBG_LOG_ERROR, "Shared memory '%s': %s%s%s.", path, why,
+           error != 0 ? ": " : "", error != 0 ? strerrordesc_np(error) : "");
   return -1;
 }
 

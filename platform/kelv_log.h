@@ -2,6 +2,8 @@
 #ifndef KELV_LOG_H
 #define KELV_LOG_H
 
+#include <string.h>
+
 #include "kelv_api.h"
 
 typedef enum tagDBG_LOG_TYPE {
@@ -18,6 +20,16 @@ typedef enum tagDBG_LOG_TYPE {
 KELV_API void kelvlog(unsigned int module, int level, const char* file, int line,
                       const char* function, int reserved, const char* format, ...)
     __attribute__((format(printf, 7, 8)));
+
+/* The text behind the last '/' of a path: a source file's base name. */
+static inline const char* kelvlog_base_name(const char* path) {
+  const char* const slash = strrchr(path, '/');
+  return slash ? slash + 1 : path;
+}
+
+/* Writes one record from where it stands: KELV_LOG(module, level, format, ...). */
+#define KELV_LOG(module, level, ...) \
+  kelvlog(module, level, kelvlog_base_name(__FILE__), __LINE__, __func__, 0, __VA_ARGS__)
 
 /* One record as a sink gets it; the texts are valid during the call only. */
 typedef struct tagKELV_LOG_RECORD_S {
