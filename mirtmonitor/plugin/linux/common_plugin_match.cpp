@@ -12,10 +12,9 @@ constexpr unsigned int kCmdlineSize = 1024;
 
 bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
   if (str1 == nullptr || pattern == nullptr) return false;
-  const size_t len1 = strlen(str1), len2 = strlen(pattern);
   size_t p1 = 0, p2 = 0;
   size_t mark = 0;  // just after the latest '*': what lies before it is settled for good
-  while (p1 < len1 && p2 < len2) {
+  while (str1[p1] != '\0' && pattern[p2] != '\0') {
     if (pattern[p2] == '?') {
       ++p1;
       ++p2;
@@ -32,14 +31,15 @@ bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
       p2 = mark;
     }
   }
-  if (p2 == len2) return p1 == len1 || (len2 > 0 && pattern[len2 - 1] == '*');
-  return strspn(pattern + p2, "*") == len2 - p2;
+  if (pattern[p2] == '\0') return str1[p1] == '\0' || (p2 > 0 && pattern[p2 - 1] == '*');
+  while (pattern[p2] == '*') ++p2;
+  return pattern[p2] == '\0';
 }
 
 bool MIRT_Linux_Plugin::check_with_cmdline(const char* file_path, const char* task_name,
                                            const int flag) {
   if (task_name == nullptr) return false;
-  const HeapArray<char> buf = allocate_zeroed<char>(kCmdlineSize);
+  const HeapArray<char> buf = allocate<char>(kCmdlineSize);
   if (buf == nullptr) return false;
   if (read_file(file_path, buf.get(), kCmdlineSize, 1) != 0) return false;
   change_cmdlie_to_str(buf.get(), kCmdlineSize);

@@ -18,10 +18,11 @@ int MIRT_Linux_Plugin::read_file(const char* file_path, char* buf, unsigned int 
 }
 
 void MIRT_Linux_Plugin::change_cmdlie_to_str(char* buf, unsigned int size) {
-  for (unsigned int i = 0; i < size - 1; ++i) {
-    if (buf[i] != '\0') continue;
-    if (buf[i + 1] == '\0') return;
-    buf[i] = ' ';
+  char* const last = buf + (size - 1);
+  while (void* end = memchr(buf, '\0', static_cast<size_t>(last - buf))) {
+    buf = static_cast<char*>(end);
+    if (buf[1] == '\0') return;
+    *buf++ = ' ';
   }
 }
 

@@ -9,12 +9,14 @@ bool LineReader::next(char* line, size_t limit) noexcept {
   size_t length = 0;
   do {
     const size_t room = std::min(limit - 1 - length, end_ - begin_);
-    const void* after = memccpy(line + length, buffer_ + begin_, '\n', room);
+    const void* newline = memchr(buffer_ + begin_, '\n', room);
     const size_t copied =
-        after ? static_cast<size_t>(static_cast<const char*>(after) - line) - length : room;
+        newline ? static_cast<size_t>(static_cast<const char*>(newline) - buffer_) + 1 - begin_
+                : room;
+    memcpy(line + length, buffer_ + begin_, copied);
     begin_ += copied;
     length += copied;
-    if (after) break;
+    if (newline) break;
   } while (length + 1 < limit && (begin_ < end_ || refill(At::kInsideLine)));
   line[length] = '\0';
   return true;
@@ -36,10 +38,17 @@ bool LineReader::refill(At position) noexcept {
   return end_ > 0;
 }
 
+namespace {
+
+bool is_dot_or_dotdot(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+}  // namespace
+
 const char* SubdirectoryReader::next() noexcept {
   while (const dirent* entry = readdir(directory_)) {
-    if (entry->d_type != DT_DIR) continue;
-    if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) return entry->d_name;
+    if (entry->d_type == DT_DIR && !is_dot_or_dotdot(entry->d_name)) return entry->d_name;
   }
   return nullptr;
 }

@@ -101,4 +101,10 @@ HeapArray<Record> allocate_zeroed(size_t count) noexcept {
   return HeapArray<Record>(static_cast<Record*>(calloc(count, sizeof(Record))));
 }
 
+// The same, with whatever lay there before: for those who fill it anyway.
+template <typename Record>
+HeapArray<Record> allocate(size_t count) noexcept {
+  return HeapArray<Record>(static_cast<Record*>(malloc(count * sizeof(Record))));
+}
+
 #endif
