@@ -1,0 +1,46 @@
+// Real child processes with chosen command lines, and what the process holds open.
+#ifndef CHILD_H
+#define CHILD_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+// A process that waits, under a command line of the test's choice, until it is killed. It is the
+// cat program: the first argument may be anything, the others have to be options of it ("-u").
+class Child {
+ public:
+  // Returns when the process runs under its new command line.
+  explicit Child(const std::vector<std::string>& arguments);
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child();
+
+  pid_t pid() const { return pid_; }
+  // Returns when it is dead, with its end not yet noted: a zombie.
+  void kill_unreaped(int signal);
+  // Returns when nothing is left of it.
+  void end();
+
+ private:
+  pid_t pid_ = -1;
+  int to_child_ = -1, from_child_ = -1;
+};
+
+// How many descriptors this process has open.
+int open_descriptors();
+
+// While it lives this process cannot open anything more.
+class NoDescriptors {
+ public:
+  NoDescriptors();
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  ~NoDescriptors();
+
+ private:
+  unsigned long limit_;
+};
+
+#endif

@@ -1,0 +1,45 @@
+// The records of one call of an item.
+#ifndef ITEM_CALL_H
+#define ITEM_CALL_H
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "mirt_interface.h"
+
+using Item = float (*)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
+
+inline FI_PARAM_S parameter(const std::string& name, const std::string& value) {
+  FI_PARAM_S record{};
+  name.copy(record.name, sizeof record.name - 1);
+  value.copy(record.value, sizeof record.value - 1);
+  return record;
+}
+
+// Filled with marks, so that a test sees what an item wrote and what it left alone.
+struct ItemCall {
+  explicit ItemCall(std::vector<FI_PARAM_S> parameters) : argv(std::move(parameters)) {
+    context.steppointer = 4321;
+    result.result = 77;
+    strcpy(result.reason, "as it was");
+    result.pid = -5;
+    result.hangflowid = 99;
+  }
+  float run(Item item) {
+    return item(static_cast<int>(argv.size()), argv.data(), &context, &result);
+  }
+  // The overlay on the context, copied out: its fields are not aligned in there.
+  template <typename Overlay>
+  Overlay overlay() const {
+    Overlay copy;
+    memcpy(&copy, context.contextbuff, sizeof copy);
+    return copy;
+  }
+
+  std::vector<FI_PARAM_S> argv;
+  FI_CONTEXT_S context{};
+  FI_RESULT_S result{};
+};
+
+#endif

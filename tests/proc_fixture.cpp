@@ -1,0 +1,109 @@
+#include "proc_fixture.h"
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+void write_file(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+// Mounts need root; where we are not, we become root of a user namespace.
+bool unshare_mounts() {
+  if (unshare(CLONE_NEWNS) == 0) return true;
+  const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  write_file("/proc/self/setgroups", "deny");
+  write_file("/proc/self/uid_map", "0 " + user + " 1");
+  write_file("/proc/self/gid_map", "0 " + group + " 1");
+  return true;
+}
+
+bool enter_private_namespace() {
+  return unshare_mounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+std::string below_proc(const std::string& path) {
+  return "/proc/" + path;
+}
+
+}  // namespace
+
+void ProcFixture::SetUp() {
+  static const bool private_namespace = enter_private_namespace();
+  ASSERT_TRUE(private_namespace) << "no private mount namespace: run as root, or allow user "
+                                    "namespaces";
+  ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, "size=16m"), 0) << strerror(errno);
+  mounted_ = true;
+}
+
+void ProcFixture::TearDown() {
+  if (!mounted_) return;
+  EXPECT_EQ(umount2("/proc", MNT_DETACH), 0) << strerror(errno);
+}
+
+void ProcFixture::put(const std::string& path, const std::string& content) {
+  const std::filesystem::path file = below_proc(path);
+  std::filesystem::create_directories(file.parent_path());
+  write_file(file, content);
+}
+
+void ProcFixture::make_dir(const std::string& path) {
+  std::filesystem::create_directories(below_proc(path));
+}
+
+void ProcFixture::remove(const std::string& path) {
+  std::filesystem::remove_all(below_proc(path));
+}
+
+void ProcFixture::put_cmdline(int pid, const std::vector<std::string>& arguments) {
+  std::string text;
+  for (const std::string& argument : arguments) text += argument + '\0';
+  put(std::to_string(pid) + "/cmdline", text);
+}
+
+void ProcFixture::put_ticks(int pid, unsigned long long utime, unsigned long long stime) {
+  const std::string id = std::to_string(pid);
+  put(id + "/stat", id + " (x) S 1 1 1 0 -1 4194560 9 8 7 6 " + std::to_string(utime) + ' ' +
+                        std::to_string(stime) + " 5 4 20 0 1 0 33 0 0\n");
+}
+
+void ProcFixture::put_process(const FakeProcess& process) {
+  const std::string id = std::to_string(process.pid);
+  put_cmdline(process.pid, process.arguments);
+  put_ticks(process.pid, process.utime, process.stime);
+  put(id + "/status", "Name:\tx\nState:\tS (sleeping)\nVmRSS:\t   " +
+                          std::to_string(process.rss_kb) + " kB\nThreads:\t1\n");
+  put(id + "/limits",
+      "Limit                     Soft Limit           Hard Limit           Units     \n"
+      "Max cpu time              unlimited            unlimited            seconds   \n"
+      "Max file size             unlimited            unlimited            bytes     \n"
+      "Max data size             unlimited            unlimited            bytes     \n"
+      "Max stack size            8388608              unlimited            bytes     \n"
+      "Max core file size        0                    unlimited            bytes     \n"
+      "Max resident set          unlimited            unlimited            bytes     \n"
+      "Max processes             63432                63432                processes \n"
+      "Max open files            " +
+          process.soft_limit +
+          "                 524288               files     \n"
+          "Max locked memory         8388608              8388608              bytes     \n");
+  make_dir(id + "/fd");
+  for (int fd = 0; fd < process.handles; ++fd) put(id + "/fd/" + std::to_string(fd), "");
+}
+
+std::vector<int> ProcFixture::in_listing_order(const std::vector<int>& pids) {
+  std::vector<int> listed;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const int pid = atoi(entry.path().filename().c_str());
+    if (std::find(pids.begin(), pids.end(), pid) != pids.end()) listed.push_back(pid);
+  }
+  return listed;
+}

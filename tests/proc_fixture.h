@@ -1,0 +1,45 @@
+// A /proc of the test's own, where exact numbers matter.
+#ifndef PROC_FIXTURE_H
+#define PROC_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+// What the files of one made-up process say.
+struct FakeProcess {
+  int pid;
+  std::vector<std::string> arguments;  // none: an empty cmdline, as of a kernel thread
+  unsigned long long utime = 0, stime = 0;
+  int rss_kb = 0;
+  int handles = 0;
+  std::string soft_limit = "1024";
+};
+
+// Mounts an empty tmpfs over /proc for the length of each test, in a mount namespace that this
+// process alone sees. The real /proc is back when the test ends: the sanitizers need it.
+class ProcFixture : public testing::Test {
+ public:
+  // Writes a file, with the directories above it. path is below /proc; content may hold NULs.
+  static void put(const std::string& path, const std::string& content);
+  static void make_dir(const std::string& path);
+  static void remove(const std::string& path);
+
+  // cmdline, stat, status, limits and fd of a process.
+  static void put_process(const FakeProcess& process);
+  static void put_cmdline(int pid, const std::vector<std::string>& arguments);
+  static void put_ticks(int pid, unsigned long long utime, unsigned long long stime);
+
+  // Of these PIDs, those in /proc in the order in which the directory lists them.
+  static std::vector<int> in_listing_order(const std::vector<int>& pids);
+
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+ private:
+  bool mounted_ = false;
+};
+
+#endif

@@ -1,0 +1,38 @@
+/* Every public header that promises so is plain C, and its functions have C linkage. */
+#include <string.h>
+
+#include "kelv_api.h"
+#include "kelv_cmd.h"
+#include "kelv_jiffies.h"
+#include "kelv_list.h"
+#include "kelv_log.h"
+#include "kelv_process.h"
+#include "kelv_securec.h"
+#include "kelv_string.h"
+#include "kelv_time.h"
+#include "mirt_comm.h"
+#include "mirt_host.h"
+#include "mirt_interface.h"
+#include "mirt_items.h"
+
+int main(void) {
+  FI_RESULT_S result;
+  memset(&result, 0, sizeof result);
+  result.result = 7;
+  if (GetSysMemory(0, NULL, NULL, &result) <= 0.0f || result.result != 0) return 1;
+
+  char text[4];
+  if (snprintf_s(text, sizeof text, sizeof text - 1, "%d", 12345) != -1) return 2;
+  if (strcmp(text, "123") != 0 || kelv_str_tou64("0x10") != 16) return 3;
+
+  list_head head, node;
+  kelv_list_init(&head);
+  kelv_list_add_tail(&node, &head);
+  if (head.next != &node || time_after_eq(kelv_get_jiffies(), 0) != 1) return 4;
+
+  TIME_S date;
+  const int64_t epoch = 0;
+  if (kelv_time_gmtime(&epoch, &date) != 0 || date.iYear != 1970) return 5;
+  if (kelv_cmd_exec("exit 3") != 0) return 6;
+  return sizeof(MIRT_COMM_INFO_S) == 24 ? 0 : 7;
+}
