@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Installs what is missing from Debian's packages. Sourced by the other scripts; does nothing where
+# everything is there.
+set -euo pipefail
+
+build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libspdlog-dev)
+test_packages=(libgtest-dev libbenchmark-dev pkg-config procps clang libclang-rt-14-dev)
+
+# install_missing PACKAGE...
+install_missing() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "These Debian packages are missing: ${missing[*]}" >&2
+      echo "Run this script as root, install sudo, or install them yourself." >&2
+      exit 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "Installing ${missing[*]}" >&2
+  "${as_root[@]}" apt-get update -qq >&2
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+# build_in DIRECTORY [CMAKE-ARGUMENT...]: quiet unless it fails.
+build_in() {
+  local directory=$1 log
+  shift
+  log=$(mktemp)
+  if ! { cmake -S . -B "$directory" "$@" && cmake --build "$directory" -j"$(nproc)"; } >"$log" 2>&1
+  then
+    cat "$log" >&2
+    rm -f "$log"
+    exit 1
+  fi
+  rm -f "$log"
+}

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds and runs all tests: in the release build, under AddressSanitizer
+# with UndefinedBehaviorSanitizer, and under ThreadSanitizer where threads meet.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+
+install_missing "${build_packages[@]}" "${test_packages[@]}"
+
+run_tests() {
+  local name=$1 directory=$2
+  shift 2
+  echo "== $name"
+  ctest --test-dir "$directory" --output-on-failure --no-tests=error "$@"
+}
+
+build_in build-test -DMIRT_BUILD_BENCH=ON
+run_tests "release" build-test "$@"
+build_in build-asan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
+  -DMIRT_SANITIZE=address,undefined
+run_tests "address and undefined-behaviour sanitizers" build-asan "$@"
+build_in build-tsan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=thread
+run_tests "thread sanitizer" build-tsan -L threads "$@"
