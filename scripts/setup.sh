@@ -3,7 +3,7 @@
 # everything is there.
 set -euo pipefail
 
-build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libspdlog-dev)
+build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps clang libclang-rt-14-dev)
 
 # install_missing PACKAGE...

@@ -1,0 +1,19 @@
+// Times as text, in local time.
+#ifndef MONITOR_CLOCK_TEXT_H
+#define MONITOR_CLOCK_TEXT_H
+
+#include <chrono>
+#include <string>
+
+using WallTime = std::chrono::system_clock::time_point;
+
+// "2026-03-01 08:15:30"
+std::string for_people(WallTime time);
+
+// "2026-03-01T08:15:30.250+01:00"
+std::string iso8601(WallTime time);
+
+// "10" or "0.5": a number of seconds without superfluous digits.
+std::string seconds_text(double seconds);
+
+#endif

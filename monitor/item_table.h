@@ -1,0 +1,61 @@
+// Every inspection item as the monitor knows it: what to pass, what comes back, how long it takes.
+#ifndef MONITOR_ITEM_TABLE_H
+#define MONITOR_ITEM_TABLE_H
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+enum class Returns { kFloat, kInt };
+
+// How long the item stays inside a call because it measures over an interval there.
+enum class Interval { kNone, kHalfSecond, kPeriodParameter };
+
+enum class Context { kNeeded, kUnused };
+
+enum class Reports { kValue, kValueAndPid, kValueAndFlowId };
+
+struct ParamRow {
+  enum class Name { kFree, kFixed };
+  enum class Presence { kRequired, kOptional };
+
+  const char* name;  // where the name is free: the one to use by habit
+  Name naming;
+  Presence presence;
+  const char* meaning;
+};
+
+// The parameters of an item, as rows of constant data.
+struct ParamList {
+  enum class Lookup { kByPosition, kByName };
+  enum class Further { kRefused, kAccepted };  // parameters beyond the listed ones
+
+  const ParamRow* rows;
+  size_t count;
+  Lookup lookup;
+  Further further;
+
+  const ParamRow* begin() const { return rows; }
+  const ParamRow* end() const { return rows + count; }
+};
+
+struct ItemRow {
+  const char* name;  // the exported symbol
+  Returns returns;
+  const char* unit;  // default label of the value; empty where the value is a flag or a status
+  const ParamList* params;
+  Reports reports;
+  Context context;
+  Interval interval;
+  const char* meaning;
+};
+
+// All items, in the order in which they are listed to people.
+const std::vector<ItemRow>& all_items();
+
+// The row of that name, or null. Names are case-sensitive.
+const ItemRow* find_item(std::string_view name);
+
+std::vector<std::string_view> all_item_names();
+
+#endif

@@ -1,0 +1,138 @@
+// mirt-monitor: loads the inspection plug-in and runs its items.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+#include "config.h"
+
+namespace {
+
+constexpr char kFooter[] =
+    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: the item called by "once" failed;
+2: wrong usage or configuration.)";
+
+constexpr char kOnceFooter[] =
+    R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
+the name that the item expects at its place; a value that looks like NAME=VALUE itself needs its
+name: ProcessName=A=B. Without --every there is one call, and it may take as long as it takes.
+Exit code 0: each call gave a valid value; 1: one failed, or none ended; 2: wrong usage.)";
+
+// The parsed command line: which command, and what it needs.
+struct Arguments {
+  RunOptions run;
+  OnceOptions once;
+  std::string checked_config;
+  int (*command)(const Arguments&) = nullptr;
+};
+
+CLI::Validator seconds() {
+  CLI::Range range(kLeastSeconds, kMostSeconds);
+  range.description("");  // else the help shows the bounds beside the option
+  return range;
+}
+
+CLI::Validator at_least_one() {
+  return CLI::Validator(
+      [](std::string& text) { return text == "0" ? "0, expected 1 or more" : ""; }, "");
+}
+
+void add_run(CLI::App& app, Arguments& arguments) {
+  CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
+  RunOptions& options = arguments.run;
+  run->add_option("--config", options.config, "The configuration")->required()->type_name("FILE");
+  run->add_option("--rounds", options.rounds, "Call each instance N times, then end")
+      ->check(at_least_one())
+      ->type_name("N");
+  run->add_option("--plugin", options.plugin, "The plug-in to load")->type_name("FILE");
+  run->add_flag("--json", options.json, "One JSON object per line");
+  run->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_run(given.run); };
+  });
+}
+
+void add_once(CLI::App& app, Arguments& arguments) {
+  CLI::App* const once = app.add_subcommand("once", "Call one item");
+  OnceOptions& options = arguments.once;
+  once->add_option("item", options.item, "The item, as \"items\" lists it")
+      ->required()
+      ->type_name("ITEM");
+  once->add_option("params", options.params, "The item's parameters, in their order")
+      ->type_name("NAME=VALUE|VALUE");
+  CLI::Option* const every =
+      once->add_option("--every", options.every_s,
+                       "Call it again and again with one context, without --rounds for ever")
+          ->check(seconds())
+          ->type_name("SECONDS");
+  once->add_option("--rounds", options.rounds, "End after N calls")
+      ->check(at_least_one())
+      ->needs(every)
+      ->type_name("N");
+  once->add_option("--plugin", options.plugin, "The plug-in to load")->type_name("FILE");
+  once->add_flag("--json", options.json, "One JSON object per line");
+  once->footer(kOnceFooter);
+  once->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_once(given.once); };
+  });
+}
+
+void add_items(CLI::App& app, Arguments& arguments) {
+  app.add_subcommand("items", "List every item with its parameters")->callback([&arguments] {
+    arguments.command = [](const Arguments&) { return command_items(); };
+  });
+}
+
+void add_check_config(CLI::App& app, Arguments& arguments) {
+  CLI::App* const check =
+      app.add_subcommand("check-config", "Check a configuration and start nothing");
+  check->add_option("file", arguments.checked_config, "The configuration")
+      ->required()
+      ->type_name("FILE");
+  check->callback([&arguments] {
+    arguments.command = [](const Arguments& given) {
+      return command_check_config(given.checked_config);
+    };
+  });
+}
+
+// Started without one of the three, the next file opened would take its number, and output meant
+// for people would go there.
+void fill_standard_descriptors() {
+  int fd;
+  do fd = open("/dev/null", O_RDWR);  // NOLINT(android-cloexec-open): pre-commands need them too
+  while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
+int parse_and_run(int argc, char** argv) {
+  CLI::App app("Runs the inspection items of the plug-in on this machine.", "mirt-monitor");
+  Arguments arguments;
+  app.set_version_flag("--version", "mirt-monitor " MIRT_VERSION);
+  app.require_subcommand(1);
+  app.footer(kFooter);
+  add_run(app, arguments);
+  add_once(app, arguments);
+  add_items(app, arguments);
+  add_check_config(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kExitOk : kExitUsage;
+  }
+  return arguments.command(arguments);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  fill_standard_descriptors();
+  try {
+    return parse_and_run(argc, argv);
+  } catch (const std::exception& error) {  // no memory, in all likelihood
+    std::fprintf(stderr, "mirt-monitor: %s\n", error.what());
+    return kExitFailed;
+  }
+}

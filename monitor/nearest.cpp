@@ -1,0 +1,50 @@
+#include "nearest.h"
+
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+
+namespace {
+
+bool same_letter(char a, char b) {
+  return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+}
+
+// Insertions, deletions and replacements between the two; case does not count as a difference.
+size_t edit_distance(std::string_view a, std::string_view b) {
+  std::vector<size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), size_t{0});
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t replaced = diagonal + (same_letter(a[i - 1], b[j - 1]) ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+std::string_view nearest(std::string_view word, const std::vector<std::string_view>& candidates) {
+  constexpr size_t kLongestWord = 64;  // nobody mistypes a name into a page of text
+  std::string_view best;
+  size_t best_distance = kLongestWord;
+  if (word.size() > kLongestWord) return best;
+  for (const std::string_view candidate : candidates) {
+    const size_t distance = edit_distance(word, candidate);
+    if (distance < best_distance && distance * 3 <= candidate.size()) {
+      best = candidate;
+      best_distance = distance;
+    }
+  }
+  return best;
+}
+
+std::string did_you_mean(std::string_view word, const std::vector<std::string_view>& candidates) {
+  const std::string_view guess = nearest(word, candidates);
+  if (guess.empty()) return "";
+  return ", did you mean \"" + std::string(guess) + "\"?";
+}

@@ -1,0 +1,55 @@
+// Where the outcomes of calls go.
+#ifndef MONITOR_REPORTER_H
+#define MONITOR_REPORTER_H
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "clock_text.h"
+#include "config.h"
+#include "line_writer.h"
+#include "mirt_interface.h"
+
+// One call that has returned.
+struct Answer {
+  const Instance& instance;
+  double value;
+  const FI_RESULT_S& result;
+  WallTime time;                         // when it returned
+  std::optional<WallTime> called_since;  // when it was called, if it has been reported as blind
+
+  bool valid() const { return result.result == 0; }
+  // The process or thread that the value belongs to, if the item names one; 0 means none matched.
+  std::optional<int> pid() const;
+  // The flow id that a process left whose heartbeat has stopped.
+  std::optional<unsigned> flow_id() const;
+};
+
+// One call that is past its deadline.
+struct Blindness {
+  const Instance& instance;
+  WallTime time;
+  WallTime since;  // when the call began
+};
+
+// Called by one thread at a time.
+class Reporter {
+ public:
+  Reporter() = default;
+  virtual ~Reporter() = default;
+  Reporter(const Reporter&) = delete;
+  Reporter& operator=(const Reporter&) = delete;
+
+  virtual void answered(const Answer& answer) = 0;
+  virtual void went_blind(const Blindness& blindness) = 0;
+};
+
+// Aligned lines; failures in red where `colour` is set. Names and units set the columns' widths.
+std::unique_ptr<Reporter> report_to_people(LineWriter& out, const std::vector<Instance>& instances,
+                                           bool colour);
+
+// One JSON object per line.
+std::unique_ptr<Reporter> report_as_json(LineWriter& out);
+
+#endif

@@ -1,0 +1,109 @@
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "reporter.h"
+
+namespace {
+
+constexpr char kRed[] = "\033[31m";
+constexpr char kPlain[] = "\033[0m";
+constexpr size_t kValueWidth = 10;
+
+// Names and reasons can hold what another process chose: nothing may reach the terminal as a
+// command to it.
+std::string printable(std::string text) {
+  const auto is_control = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  std::replace_if(text.begin(), text.end(), is_control, '?');
+  return text;
+}
+
+// Columns on a terminal that UTF-8 text takes, wide characters aside: bytes that begin one.
+size_t width_of(const std::string& text) {
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](unsigned char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string padded(const std::string& text, size_t width) {
+  const size_t taken = width_of(text);
+  return text + std::string(width > taken ? width - taken : 0, ' ');
+}
+
+std::string value_text(const ItemRow& item, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", item.returns == Returns::kInt ? 0 : 2, value);
+  return text;
+}
+
+class PeopleReporter final : public Reporter {
+ public:
+  PeopleReporter(LineWriter& out, const std::vector<Instance>& instances, bool colour)
+      : out_(out), colour_(colour) {
+    for (const Instance& instance : instances) {
+      name_width_ = std::max(name_width_, width_of(instance.name));
+      unit_width_ = std::max(unit_width_, width_of(instance.unit));
+    }
+  }
+
+  void answered(const Answer& answer) override {
+    const bool has_value = answer.valid();
+    std::string line =
+        has_value ? beginning(answer.time, answer.instance,
+                              value_text(*answer.instance.item, answer.value), answer.instance.unit)
+                  : beginning(answer.time, answer.instance, "failed", "");
+    if (answer.pid().value_or(0) != 0 && has_value) {
+      line += "  pid " + std::to_string(*answer.pid());
+    }
+    if (answer.flow_id()) line += "  flow " + std::to_string(*answer.flow_id());
+    if (answer.called_since) line += "  late, called " + for_people(*answer.called_since);
+    if (!has_value) line += "  " + red(answer.result.reason);
+    write(std::move(line));
+  }
+
+  void went_blind(const Blindness& blindness) override {
+    std::string line = beginning(blindness.time, blindness.instance, "blind", "");
+    write(std::move(line) + "  " + red("blind since " + for_people(blindness.since)));
+  }
+
+ private:
+  // Time, instance, value and unit.
+  std::string beginning(WallTime time, const Instance& instance, const std::string& value,
+                        const std::string& unit) const {
+    const size_t gap = kValueWidth > value.size() ? kValueWidth - value.size() : 0;
+    return for_people(time) + "  " + padded(printable(instance.name), name_width_) + "  " +
+           std::string(gap, ' ') + value + " " + padded(printable(unit), unit_width_);
+  }
+
+  std::string red(const std::string& text) const {
+    return colour_ ? kRed + printable(text) + kPlain : printable(text);
+  }
+
+  void write(std::string line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    out_.write_line(std::move(line));
+  }
+
+  LineWriter& out_;
+  bool colour_;
+  size_t name_width_ = 0;
+  size_t unit_width_ = 0;
+};
+
+}  // namespace
+
+std::optional<int> Answer::pid() const {
+  if (!valid() || instance.item->reports != Reports::kValueAndPid) return std::nullopt;
+  return result.pid;
+}
+
+std::optional<unsigned> Answer::flow_id() const {
+  const bool stopped =
+      valid() && instance.item->reports == Reports::kValueAndFlowId && value == 0.0;
+  if (!stopped) return std::nullopt;
+  return result.hangflowid;
+}
+
+std::unique_ptr<Reporter> report_to_people(LineWriter& out, const std::vector<Instance>& instances,
+                                           bool colour) {
+  return std::make_unique<PeopleReporter>(out, instances, colour);
+}

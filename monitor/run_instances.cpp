@@ -1,0 +1,80 @@
+#include "run_instances.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "commands.h"
+#include "stop_signal.h"
+
+namespace {
+
+// Colour is for a person at a terminal who has not said no (https://no-color.org).
+bool wants_colour() {
+  const char* const no_color = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && !(no_color && *no_color) &&
+         !(terminal && std::strcmp(terminal, "dumb") == 0);
+}
+
+// The items in the instances' order; empty if the library lacks any, each of which is named.
+std::vector<Item> resolve(const std::vector<Instance>& instances, const Plugin& plugin,
+                          const std::string& source) {
+  std::vector<Item> items;
+  for (const Instance& instance : instances) {
+    const std::optional<Item> item = plugin.item(*instance.item);
+    if (item) {
+      items.push_back(*item);
+      continue;
+    }
+    const std::string text = std::string("item ") + instance.item->name + " is not in " +
+                             plugin.path() + ", expected a library that exports it";
+    if (source.empty()) {
+      complain(text);
+    } else {
+      std::fprintf(stderr, "%s\n", mistake_text(source, {instance.line, text}).c_str());
+    }
+  }
+  if (items.size() != instances.size()) items.clear();
+  return items;
+}
+
+std::unique_ptr<Reporter> make_reporter(LineWriter& out, const std::vector<Instance>& instances,
+                                        bool json) {
+  return json ? report_as_json(out) : report_to_people(out, instances, wants_colour());
+}
+
+}  // namespace
+
+void complain(const std::string& text) {
+  std::fprintf(stderr, "mirt-monitor: %s\n", text.c_str());
+}
+
+int run_instances(const std::vector<Instance>& instances, const RunRequest& request) {
+  std::string error;
+  const std::optional<Plugin> plugin = Plugin::load(request.plugin, error);
+  if (!plugin) {
+    complain(error);
+    return kExitUsage;
+  }
+  const std::vector<Item> items = resolve(instances, *plugin, request.source);
+  if (items.empty()) return kExitUsage;
+
+  const bool can_stop = StopSignal::install();
+  LineWriter out(STDOUT_FILENO, StopSignal::fd());
+  const std::unique_ptr<Reporter> reporter = make_reporter(out, instances, request.json);
+  Scheduler scheduler(instances, items, request.schedule, *reporter, out);
+  if (!can_stop || !scheduler.ready()) {
+    complain(std::string("cannot start: ") + std::strerror(errno));
+    return kExitFailed;
+  }
+  scheduler.run(StopSignal::fd());
+  const int code = request.fail_on_invalid && !scheduler.all_valid() ? kExitFailed : kExitOk;
+  // A thread that is still inside an item goes on using the records and the library until the very
+  // end, so nothing may be destroyed under it. All output is out: it was never buffered.
+  if (!scheduler.stop()) _exit(code);
+  return code;
+}

@@ -1,0 +1,124 @@
+#include "toml_fields.h"
+
+#include <algorithm>
+
+#include "clock_text.h"
+#include "nearest.h"
+
+namespace {
+
+std::string quoted(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
+
+std::string joined(std::vector<std::string_view> words) {
+  std::sort(words.begin(), words.end());
+  std::string text;
+  for (const std::string_view word : words) {
+    text += (text.empty() ? "" : ", ") + std::string(word);
+  }
+  return text;
+}
+
+}  // namespace
+
+unsigned line_of(const toml::node& node) {
+  return node.source().begin.line;
+}
+
+std::string type_of(const toml::node& node) {
+  switch (node.type()) {
+    case toml::node_type::string:
+      return "a string";
+    case toml::node_type::integer:
+      return "an integer";
+    case toml::node_type::floating_point:
+      return "a floating-point number";
+    case toml::node_type::boolean:
+      return "a boolean";
+    case toml::node_type::array:
+      return "an array";
+    case toml::node_type::table:
+      return "a table";
+    default:
+      return "a date or time";
+  }
+}
+
+const toml::node* TomlFields::find(std::string_view key, Presence presence, const char* expected) {
+  known_keys_.push_back(key);
+  const toml::node* const node = table_.get(key);
+  if (!node && presence == Presence::kRequired) {
+    mistake(line_of(table_), "no key " + quoted(key) + " in " + where_ + ", expected " + expected);
+  }
+  return node;
+}
+
+void TomlFields::wrong_type(std::string_view key, const toml::node& node, const char* expected) {
+  mistake(line_of(node), std::string(key) + " is " + type_of(node) + ", expected " + expected);
+}
+
+bool TomlFields::in_range(std::string_view key, const toml::node& node, double value,
+                          const Range& range) {
+  if (value >= range.least && value <= range.most) return true;  // NaN is in no range
+  mistake(line_of(node), std::string(key) + " is " + seconds_text(value) + ", expected " +
+                             range.what + " from " + seconds_text(range.least) + " to " +
+                             seconds_text(range.most));
+  return false;
+}
+
+std::optional<std::string> TomlFields::text(std::string_view key, Presence presence) {
+  const toml::node* const node = find(key, presence, "a string");
+  if (!node) return std::nullopt;
+  if (node->is_string()) return node->as_string()->get();
+  wrong_type(key, *node, "a string");
+  return std::nullopt;
+}
+
+std::optional<double> TomlFields::number(std::string_view key, Presence presence,
+                                         const Range& range) {
+  const toml::node* const node = find(key, presence, range.what);
+  if (!node) return std::nullopt;
+  if (!node->is_number()) {
+    wrong_type(key, *node, range.what);
+    return std::nullopt;
+  }
+  const double value = node->value<double>().value_or(0.0);
+  if (!in_range(key, *node, value, range)) return std::nullopt;
+  return value;
+}
+
+std::optional<unsigned> TomlFields::whole_number(std::string_view key, Presence presence,
+                                                 const Range& range) {
+  const toml::node* const node = find(key, presence, range.what);
+  if (!node) return std::nullopt;
+  if (!node->is_integer()) {
+    wrong_type(key, *node, range.what);
+    return std::nullopt;
+  }
+  const auto value = node->as_integer()->get();
+  if (!in_range(key, *node, static_cast<double>(value), range)) return std::nullopt;
+  return static_cast<unsigned>(value);
+}
+
+const toml::array* TomlFields::array(std::string_view key, const char* expected) {
+  const toml::node* const node = find(key, Presence::kOptional, expected);
+  if (!node) return nullptr;
+  if (!node->is_array()) wrong_type(key, *node, expected);
+  return node->as_array();
+}
+
+unsigned TomlFields::line(std::string_view key) const {
+  const toml::node* const node = table_.get(key);
+  return line_of(node ? *node : table_);
+}
+
+void TomlFields::refuse_other_keys() {
+  for (const auto& [key, node] : table_) {
+    if (std::find(known_keys_.begin(), known_keys_.end(), key.str()) != known_keys_.end()) continue;
+    const std::string hint = did_you_mean(key.str(), known_keys_);
+    mistake(key.source().begin.line,
+            "unknown key " + quoted(key.str()) + " in " + where_ +
+                (hint.empty() ? ", expected one of " + joined(known_keys_) : hint));
+  }
+}
