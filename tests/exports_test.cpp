@@ -10,15 +10,20 @@ namespace {
 // Every name that the library exports. Plain ones are C symbols; the parameters of the C++ ones are
 // pinned by the tests that call them; a name stands here as often as it is overloaded.
 constexpr char kItems[] =
+    "CheckProcessStatusIsD CheckProcessStatusIsDForAppData RebootAppData "
     "GetDiskUsage GetProcessCoreCPU GetProcessCoreCPUExtern GetProcessCoreCPUFuzzyMatch "
     "GetProcessCoreCPUFuzzyMatchCfgPeriod GetProcessHandle GetProcessHandleExtern "
     "GetProcessHandleFuzzyMatch GetProcessMemory GetProcessMemoryExtern "
     "GetProcessMemoryFuzzyMatch GetProcessSysCPU GetProcessSysCPUExtern "
     "GetProcessSysCPUFuzzyMatch GetProcessSysCPUFuzzyMatchCfgPeriod GetSysCPU GetSysFreeMemory "
     "GetSysMemory GetSysUsrCPU IsExistProcess IsExistProcessExtern IsExistProcessPreCmd ";
-constexpr char kFunctions[] = "ConvertStr2PeriodUS GetParaValue ";
+constexpr char kPlainFunctions[] = "";
+constexpr char kFunctions[] =
+    "CheckProcessStatusIsDIntenal ConvertStr2PeriodUS GetParaValue MIRT_GetDStatusCheckRedundancy ";
 constexpr char kMembers[] =
-    "change_cmdlie_to_str check_pid_with_name check_with_cmdline exec_pre_cmd get_allpid "
+    "alloc_thread_info change_cmdlie_to_str check_pid_with_name check_process_status_is_D_Fuzzy "
+    "check_process_status_is_D_byPid check_with_cmdline clean_thread_info_set del_thread_info "
+    "exec_pre_cmd find_thread_info get_allpid "
     "get_cmdline_bypid get_cpu_core_num get_cpu_process_occupy get_cpu_total_occupy "
     "get_disk_usage get_handle_count get_handle_max get_handle_usage get_items get_pcpu "
     "get_phy_mem get_pid_byname get_pid_byname get_proc_status_info get_process_cpu "
@@ -26,7 +31,8 @@ constexpr char kMembers[] =
     "get_process_handle get_process_memory get_process_memory get_process_resource "
     "get_procname_bypid get_sys_cpu get_sys_cpu_tick get_sys_free_mem get_sys_mem "
     "get_sys_mem_info get_sys_usr_cpu input_para_check input_para_check_cfgperiod "
-    "input_para_check_precmd read_file str_fuzzy_match ";
+    "input_para_check_precmd input_para_check_RebootAppData is_match_pid_tid "
+    "print_proc_status_info read_file str_fuzzy_match ";
 
 std::multiset<std::string> names_in(const char* list, const std::string& before,
                                     const std::string& behind) {
@@ -44,6 +50,7 @@ std::string join(const std::multiset<std::string>& names) {
 
 TEST(Exports, AreExactlyTheContract) {
   std::multiset<std::string> expected = names_in(kItems, "", ""), found;
+  expected.merge(names_in(kPlainFunctions, "", ""));
   expected.merge(names_in(kFunctions, "", "()"));
   expected.merge(names_in(kMembers, "MIRT_Linux_Plugin::", "()"));
   FILE* const nm = popen(MIRT_NM " -DC --defined-only " MIRT_PLUGIN_PATH, "r");

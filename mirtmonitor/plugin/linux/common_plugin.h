@@ -10,8 +10,11 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 
+#include "mirt_agent_heart.h"
 #include "mirt_interface.h"
+#include "mirt_process.h"
 
 // Context overlays: what an item keeps at the start of FI_CONTEXT_S.contextbuff. All zero is the
 // state in which nothing has been seen yet.
@@ -45,6 +48,39 @@ struct sys_usr_cpu_context_t {
   unsigned long long uesrtime;
 };
 
+// Hung threads: what CheckProcessStatusIsD and its data-plane sibling keep.
+
+// One thread seen in D state, with its context switches at first sight and at the latest.
+struct thread_info_t {
+  pid_t pid;
+  pid_t tid;
+  int times;  // detections in a row in which it stood still
+  unsigned long first_voluntary_ctxt_switches;
+  unsigned long first_nonvoluntary_ctxt_switches;
+  unsigned long current_voluntary_ctxt_switches;
+  unsigned long current_nonvoluntary_ctxt_switches;
+};
+
+constexpr unsigned int kMaxThreadInfos = 256;
+
+// The threads of one item instance, packed at the front in the order in which they were first seen;
+// the slots behind are all zero.
+struct thread_info_set_t {
+  unsigned int thread_info_unused;  // entries IN USE, whatever the name says
+  thread_info_t thread_info[kMaxThreadInfos];
+};
+
+struct process_status_context_t {
+  thread_info_set_t* pthreadinfoset;  // made at the first call, for the life of the process
+};
+
+// A heartbeat item's last sight of its module.
+typedef struct tagMIRT_AGENT_HEARTBEAT_CONTEXT_S {
+  unsigned long long uiLastHeartBeat;                  // at the last call that found it changed
+  MIRT_AGENT_HEART_INFO_S* pstMirtAgentHeartInfo_Shm;  // the module's entry; null until attached
+} MIRT_AGENT_HEARTBEAT_CONTEXT_S;
+
+static_assert(sizeof(MIRT_AGENT_HEARTBEAT_CONTEXT_S) == 16, "overlay layout");
 static_assert(sizeof(process_cpu_context_t) == 24, "overlay layout");
 static_assert(offsetof(process_cpu_context_t, syscputime) == 8, "overlay layout");
 static_assert(offsetof(process_cpu_context_t, procputime) == 16, "overlay layout");
@@ -72,7 +108,7 @@ class MIRT_API MIRT_Linux_Plugin {
   // The process that gave the highest value in the last sampling call over a wildcard pattern.
   int max_usage_pid;
 
-  // Checks and services of the items (common_plugin.cpp) -----------------------------------------
+  // Checks and services of the items (common_plugin.cpp).
 
   // May the item go on? If not, *result holds -1 and the reason; a null result is left alone.
   // The tests, in this order: result, the count of parameters, argv, names where they are fixed,
@@ -88,7 +124,7 @@ class MIRT_API MIRT_Linux_Plugin {
   // started.
   static int exec_pre_cmd(char* script, char* checkRet);
 
-  // Readers of /proc files (common_plugin_proc.cpp) ----------------------------------------------
+  // Readers of /proc files (common_plugin_proc.cpp).
 
   // Leaves line readlinenum (from 1) of a file in buf, its newline included, zeros behind it. A
   // line of more than size - 2 bytes counts as several. 0; or -1 when there is no such file or
@@ -117,7 +153,7 @@ class MIRT_API MIRT_Linux_Plugin {
                                   unsigned long& voluntary_ctxt_switches,
                                   unsigned long& nonvoluntary_ctxt_switches);
 
-  // Discovery (common_plugin_match.cpp) ----------------------------------------------------------
+  // Discovery (common_plugin_match.cpp).
 
   // Does the command line in file_path match task_name in mode flag (kMatch...)?
   static bool check_with_cmdline(const char* file_path, const char* task_name, const int flag);
@@ -133,7 +169,7 @@ class MIRT_API MIRT_Linux_Plugin {
   static void get_allpid(const char* task_name, process_cpu_context_t* pids, unsigned int size,
                          unsigned int* used, const int flag);
 
-  // CPU (common_plugin_cpu.cpp) ------------------------------------------------------------------
+  // CPU (common_plugin_cpu.cpp).
 
   // Ticks of user, nice, system and idle, of all processors: the first line of /proc/stat. 0 on
   // failure.
@@ -172,7 +208,7 @@ class MIRT_API MIRT_Linux_Plugin {
   // task_name. *pid is the winner, the earlier one of equals; left alone when none is above 0.
   float get_process_cpu_extern(const char* task_name, int* pid);
 
-  // Memory, handles, disk (common_plugin_resource.cpp) -------------------------------------------
+  // Memory, handles, disk (common_plugin_resource.cpp).
 
   // Resident memory in whole MiB: VmRSS of /proc/<pid>/status. 0 on failure.
   static unsigned int get_phy_mem(pid_t p);
@@ -201,7 +237,42 @@ class MIRT_API MIRT_Linux_Plugin {
   // the earlier one of equals, and left alone when none is above 0.
   float get_process_resource(PROCESS_RESOURCE_E res_type, const char* task_name, int* pid);
 
+  // The table of hung threads (process_status_table.cpp). A null table has no entries and takes
+  // none.
+
+  // The entry of that thread, or null. Valid until the next deletion.
+  thread_info_t* find_thread_info(thread_info_set_t* pThrInfoSet, pid_t pid, pid_t tid);
+  // A new entry with these first counts and all else 0; null when the table is full. The caller has
+  // made sure that the thread has none yet.
+  thread_info_t* alloc_thread_info(thread_info_set_t* pThrInfoSet, pid_t pid, pid_t tid,
+                                   unsigned long voluntary_ctxt_switches,
+                                   unsigned long nonvoluntary_ctxt_switches);
+  // Removes entry delindex, if there is one; those behind it keep their order.
+  void del_thread_info(thread_info_set_t* pThrInfoSet, unsigned int delindex);
+  // Removes every thread that has gone, left D state, or been switched since it was first seen.
+  void clean_thread_info_set(thread_info_set_t* pThrInfoSet);
+  // Does /proc/<pid>/task/<tid>/status exist?
+  bool is_match_pid_tid(pid_t pid, pid_t tid);
+
+  // Hung threads (process_status.cpp). These log: docs/hung-threads.md tells what.
+
+  // Ages the table by one detection over at most 128 processes that match the pattern. 1 with the
+  // first hung thread and its process, or 0 with both 0. With checkappstatus, processes that took a
+  // fatal signal are passed over.
+  int check_process_status_is_D_Fuzzy(const char* task_name, thread_info_set_t* pThrInfoSet,
+                                      bool checkappstatus, pid_t& dstatuspid, pid_t& dstatustid);
+  // The same for one process: /proc/<pid>/task.
+  int check_process_status_is_D_byPid(pid_t pid, thread_info_set_t* pThrInfoSet, pid_t& dstatustid);
+
+  // Is there exactly one parameter, named "UserData"? If not, *result holds -1 and the reason.
+  bool input_para_check_RebootAppData(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
+                                      FI_RESULT_S* result);
+
  private:
+  // Logs a thread that stood still for more than 7 detections, and writes its kernel stack to the
+  // kernel log through a shell.
+  static void print_proc_status_info(thread_info_t* pThreadInfo, int times);
+
   // Wildcard comparison in at most strlen(str1) x strlen(pattern) steps. Not anchored at the start
   // as a full matcher is: README and docs/items.md tell the rules.
   static bool str_fuzzy_match(const char* str1, const char* pattern);
@@ -228,5 +299,16 @@ MIRT_API char* GetParaValue(int argc, FI_PARAM_S* argv, const char* name);
 
 // A whole number of seconds as microseconds, from 0.5 s (also for what is no number) to 240 s.
 MIRT_API int ConvertStr2PeriodUS(const char* value);
+
+// Is that process there, under exactly that short name? False for a null name.
+MIRT_API bool CheckProcIdAndProcName(pid_t pid, const char* procName);
+
+// The body of both hung-thread items: 1.0 with the thread's id in result->pid, or 0.0.
+MIRT_API float CheckProcessStatusIsDIntenal(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
+                                            FI_RESULT_S* result, bool checkappstatus);
+
+// Asks the framework whether the data plane may be recovered. 0 with the answer's first byte in
+// *redundancyStatus, where only the value 1 allows it; 1 on any failure, which is logged.
+MIRT_API int32_t MIRT_GetDStatusCheckRedundancy(bool* redundancyStatus);
 
 #endif

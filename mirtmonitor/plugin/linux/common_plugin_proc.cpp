@@ -4,6 +4,7 @@
 #include "common_plugin.h"
 #include "kelv_securec.h"
 #include "proc_file.h"
+#include "status_line.h"
 
 int MIRT_Linux_Plugin::read_file(const char* file_path, char* buf, unsigned int size,
                                  int readlinenum) {
@@ -40,9 +41,7 @@ int MIRT_Linux_Plugin::get_procname_bypid(pid_t p, char* name, size_t size) {
   if (!status.is_open() || name == nullptr) return -1;
   char line[256];
   while (status.next(line, sizeof line)) {
-    if (strstr(line, "Name:") == nullptr) continue;
-    sscanf_s(line, "%*s %s", name, static_cast<unsigned int>(size));
-    return 0;
+    if (scan_name(line, name, size)) return 0;
   }
   return -1;
 }

@@ -10,6 +10,7 @@
 #include "common_plugin.h"
 #include "kelv_securec.h"
 #include "process_scan.h"
+#include "status_line.h"
 
 namespace {
 
@@ -76,10 +77,7 @@ unsigned int MIRT_Linux_Plugin::get_phy_mem(pid_t p) {
   LineReader status(ProcPath<64>("/proc/%d/status", p).get());
   char line[kLineSize];
   int rss_kb = 0;
-  while (status.next(line, sizeof line)) {
-    if (strstr(line, "VmRSS:") == nullptr) continue;
-    sscanf_s(line, "%*s %d", &rss_kb);
-    break;
+  while (status.next(line, sizeof line) && !scan_rss_kb(line, rss_kb)) {
   }
   return static_cast<unsigned int>(rss_kb / 1024);
 }

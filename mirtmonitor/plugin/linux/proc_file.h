@@ -95,10 +95,16 @@ struct Free {
 };
 template <typename Record>
 using HeapArray = std::unique_ptr<Record[], Free>;
+template <typename Record>
+using HeapRecord = std::unique_ptr<Record, Free>;
 
 template <typename Record>
 HeapArray<Record> allocate_zeroed(size_t count) noexcept {
   return HeapArray<Record>(static_cast<Record*>(calloc(count, sizeof(Record))));
+}
+template <typename Record>
+HeapRecord<Record> allocate_zeroed() noexcept {
+  return HeapRecord<Record>(static_cast<Record*>(calloc(1, sizeof(Record))));
 }
 
 // The same, with whatever lay there before: for those who fill it anyway.

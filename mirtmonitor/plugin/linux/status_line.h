@@ -1,0 +1,25 @@
+// The lines of /proc/<pid>/status that several readers look for. A key counts wherever it stands in
+// the line.
+#ifndef STATUS_LINE_H
+#define STATUS_LINE_H
+
+#include <cstddef>
+#include <cstring>
+
+#include "kelv_securec.h"
+
+// "Name:\tapp_data" -> app_data, up to its first blank and cut to fit. False for another line.
+inline bool scan_name(const char* line, char* name, size_t size) noexcept {
+  if (strstr(line, "Name:") == nullptr) return false;
+  sscanf_s(line, "%*s %s", name, static_cast<unsigned int>(size));
+  return true;
+}
+
+// "VmRSS:\t    6652 kB" -> 6652; left alone when there is no number. False for another line.
+inline bool scan_rss_kb(const char* line, int& rss_kb) noexcept {
+  if (strstr(line, "VmRSS:") == nullptr) return false;
+  sscanf_s(line, "%*s %d", &rss_kb);
+  return true;
+}
+
+#endif

@@ -1,0 +1,46 @@
+/* The heartbeat table: one entry a module in named shared memory, where supervised processes show
+ * that they are alive. The layout is shared with every process that attaches. Plain C can include
+ * this header. */
+#ifndef MIRT_AGENT_HEART_H
+#define MIRT_AGENT_HEART_H
+
+#include <stdint.h>
+
+#include "mirt_interface.h"
+
+#define MIRT_AGENT_HEARTBEAT_NAME "MIRT_AGENT_HEARTBEAT"
+#define MIRT_AGENT_LOCK_FILE "/tmp/mirt_agent_lock"
+
+#define MIRT_AGENT_HEART_FREE 0xFFFFU                 /* pid: nobody owns the entry */
+#define MIRT_AGENT_HEART_NO_PROCESS 0xFFFFFFFFU       /* processid: not written yet */
+#define MIRT_AGENT_HEART_NO_FLOW 0xFFFFFFFFU          /* flowid: none */
+#define MIRT_AGENT_HEART_PAUSED 0xFFFFFFFFFFFFFFFFULL /* heartbeat: do not judge the entry */
+
+enum { MIRT_AGENT_HEART_MAX = 50 };
+
+/* The supervised process writes processid, heartbeat and flowid; pid is written once, by whoever
+ * claims the entry under the lock file. */
+typedef struct tagMIRT_AGENT_HEART_INFO_S {
+  uint32_t processid; /* OS process id */
+  uint32_t pid;       /* module id, 16 bits of it */
+  uint64_t heartbeat; /* any value that keeps changing */
+  uint32_t flowid;    /* what the process was at work on */
+  uint32_t reserved;
+} MIRT_AGENT_HEART_INFO_S;
+
+typedef struct tagMIRT_AGENT_HEART_INFO_SET_S {
+  MIRT_AGENT_HEART_INFO_S array[MIRT_AGENT_HEART_MAX];
+} MIRT_AGENT_HEART_INFO_SET_S;
+
+MIRT_LAYOUT(sizeof(MIRT_AGENT_HEART_INFO_S) == 24);
+MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, pid) == 4);
+MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, heartbeat) == 8);
+MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, flowid) == 16);
+MIRT_LAYOUT(sizeof(MIRT_AGENT_HEART_INFO_SET_S) == 1200);
+
+/* The entry of module pid in the shared table: found, or claimed among the free ones; the table is
+ * made if need be. The pointer holds for the life of the process. Null when the lock file or the
+ * memory cannot be had or the table is full; the log tells which. The caller may try again. */
+MIRT_EXTERN_C MIRT_API MIRT_AGENT_HEART_INFO_S* MIRT_AgentShmInit(uint16_t pid);
+
+#endif
