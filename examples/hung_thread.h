@@ -1,0 +1,48 @@
+// A thread that is truly in D state, for as long as one likes.
+#ifndef HUNG_THREAD_H
+#define HUNG_THREAD_H
+
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+// The thread waits in vfork() for its child to exec or to end, which the kernel does in
+// uninterruptible sleep; the child only waits to be killed. It dies with its parent in any case.
+class HungThread {
+ public:
+  HungThread() : thread_([this] { hang(); }) {
+    while (child_ == 0) std::this_thread::yield();
+  }
+  HungThread(const HungThread&) = delete;
+  HungThread& operator=(const HungThread&) = delete;
+  ~HungThread() {
+    kill(child_, SIGKILL);
+    thread_.join();
+  }
+
+  pid_t tid() const { return tid_; }
+
+ private:
+  void hang() {
+    tid_ = static_cast<pid_t>(syscall(SYS_gettid));
+    const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): the point
+    if (child == 0) {
+      // Nothing but system calls here: the child runs on its parent's memory.
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      child_ = getpid();
+      for (;;) pause();
+    }
+    waitpid(child, nullptr, 0);
+  }
+
+  std::atomic<pid_t> child_{0};
+  std::atomic<pid_t> tid_{0};
+  std::thread thread_;
+};
+
+#endif
