@@ -1,0 +1,146 @@
+// The heartbeat table in named shared memory: made, found and claimed under one lock file.
+#include "mirt_agent_heart.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "kelv_log.h"
+#include "kelv_securec.h"
+#include "mirt_comm.h"
+
+namespace {
+
+constexpr unsigned int MY_PID = PID_CTRL_MIRTCORE;
+constexpr size_t kLookupSize = 16384;
+constexpr mode_t kLockFileMode = 0640;
+
+constexpr MIRT_AGENT_HEART_INFO_S kFreeEntry{MIRT_AGENT_HEART_NO_PROCESS, MIRT_AGENT_HEART_FREE, 0,
+                                             MIRT_AGENT_HEART_NO_FLOW, 0};
+
+// The mapped table; null until the first successful attach, never unmapped.
+std::atomic<MIRT_AGENT_HEART_INFO_SET_S*> s_pstMirtAgentHeartInfoArr{nullptr};
+
+bool same_bytes(const MIRT_AGENT_HEART_INFO_S& a, const MIRT_AGENT_HEART_INFO_S& b) {
+  return memcmp(&a, &b, sizeof a) == 0;
+}
+
+// From the last entry to the first, so that a table whose maker died half way can be told from
+// every table that was ever in use: its first entry is still zero.
+void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
+  memset_s(&table, sizeof table, 0, sizeof table);
+  for (int i = MIRT_AGENT_HEART_MAX - 1; i >= 0; --i) {
+    MIRT_AGENT_HEART_INFO_S& entry = table.array[i];
+    entry.processid = MIRT_AGENT_HEART_NO_PROCESS;
+    entry.pid = MIRT_AGENT_HEART_FREE;
+    entry.flowid = MIRT_AGENT_HEART_NO_FLOW;
+    std::atomic_signal_fence(std::memory_order_seq_cst);  // the compiler keeps the entries' order
+  }
+}
+
+bool is_half_initialised(const MIRT_AGENT_HEART_INFO_SET_S& table) {
+  return same_bytes(table.array[0], MIRT_AGENT_HEART_INFO_S{}) &&
+         same_bytes(table.array[MIRT_AGENT_HEART_MAX - 1], kFreeEntry);
+}
+
+// The first entry with that module id, or null.
+MIRT_AGENT_HEART_INFO_S* find_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t pid) {
+  for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
+    if (entry.pid == pid) return &entry;
+  }
+  return nullptr;
+}
+
+// Attaches the shared table, and makes it if nobody has yet. Null when it cannot be had.
+MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
+  // Loaded and stored by every attach although the library maps the segment once: between threads
+  // of one process this carries over what the file lock carries over between processes.
+  void* memory = s_pstMirtAgentHeartInfoArr.load();
+  bool isCreate = false;
+  if (MIRT_InitShareMem(&memory, MIRT_AGENT_HEARTBEAT_NAME, sizeof(MIRT_AGENT_HEART_INFO_SET_S),
+                        &isCreate) != 0) {
+    return nullptr;
+  }
+  auto* const table = static_cast<MIRT_AGENT_HEART_INFO_SET_S*>(memory);
+  if (isCreate || is_half_initialised(*table)) initialise(*table);
+  return table;
+}
+
+// The module's entry, claimed among the free ones if it has none yet; null when all are taken.
+MIRT_AGENT_HEART_INFO_S* find_or_claim_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t pid) {
+  MIRT_AGENT_HEART_INFO_S* entry = find_entry(table, pid);
+  if (entry == nullptr) {
+    entry = find_entry(table, MIRT_AGENT_HEART_FREE);
+    if (entry != nullptr) entry->pid = pid;
+  }
+  s_pstMirtAgentHeartInfoArr.store(&table);
+  return entry;
+}
+
+}  // namespace
+
+// Gives a lock file that this process made to the user "daemon", under which other attachers run.
+void MIRT_AgentSetLockFileOwner(int32_t fd) {
+  if (fd < 0) return;
+  char* const buffer = static_cast<char*>(malloc(kLookupSize));
+  if (buffer == nullptr) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Allocate get name buffer failed, error:%d:%s.", errno,
+             strerrordesc_np(errno));
+    return;
+  }
+  memset_s(buffer, kLookupSize, 0, kLookupSize);
+  passwd record{};
+  passwd* found = nullptr;
+  if (getpwnam_r("daemon", &record, buffer, kLookupSize, &found) != 0) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Get name failed, error:%d:%s.", errno, strerrordesc_np(errno));
+  } else if (found == nullptr) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Not found user.");
+  } else {
+    static_cast<void>(fchown(fd, found->pw_uid, static_cast<gid_t>(-1)));
+  }
+  free(buffer);
+}
+
+// An open descriptor of the lock file, or -1. A symbolic link is never followed: in a folder that
+// everybody may write to, it could lead anywhere.
+int32_t MIRT_AgentShmInitCreateFile() {
+  int32_t fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockFileMode);
+  if (fd >= 0) {
+    MIRT_AgentSetLockFileOwner(fd);
+    return fd;
+  }
+  fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockFileMode);
+  // Where the kernel protects regular files in sticky folders, O_CREAT is refused to everybody but
+  // the file's owner, and that is "daemon" by now.
+  if (fd < 0 && errno == EACCES) {
+    fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  }
+  if (fd < 0) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Create or reopen %s failed.", MIRT_AGENT_LOCK_FILE);
+    return -1;
+  }
+  return fd;
+}
+
+MIRT_AGENT_HEART_INFO_S* MIRT_AgentShmInit(uint16_t pid) {
+  const int32_t fd = MIRT_AgentShmInitCreateFile();
+  if (fd < 0) return nullptr;
+  flock(fd, LOCK_EX);
+  MIRT_AGENT_HEART_INFO_SET_S* const table = attach_table();
+  MIRT_AGENT_HEART_INFO_S* const entry =
+      table != nullptr ? find_or_claim_entry(*table, pid) : nullptr;
+  flock(fd, LOCK_UN);
+  close(fd);
+  if (table == nullptr) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Create or reopen %s failed.", MIRT_AGENT_HEARTBEAT_NAME);
+  } else if (entry == nullptr) {
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "No heartbeat memory.");
+  }
+  return entry;
+}
