@@ -10,7 +10,8 @@ namespace {
 // Every name that the library exports. Plain ones are C symbols; the parameters of the C++ ones are
 // pinned by the tests that call them; a name stands here as often as it is overloaded.
 constexpr char kItems[] =
-    "CheckProcessStatusIsD CheckProcessStatusIsDForAppData ProcessHeartBeat RebootAppData SendErrRpt "
+    "CheckProcessStatusIsD CheckProcessStatusIsDForAppData ProcessHeartBeat RebootAppData "
+    "SendErrRpt "
     "SendErrRptExtend "
     "GetDiskUsage GetProcessCoreCPU GetProcessCoreCPUExtern GetProcessCoreCPUFuzzyMatch "
     "GetProcessCoreCPUFuzzyMatchCfgPeriod GetProcessHandle GetProcessHandleExtern "
@@ -18,9 +19,12 @@ constexpr char kItems[] =
     "GetProcessMemoryFuzzyMatch GetProcessSysCPU GetProcessSysCPUExtern "
     "GetProcessSysCPUFuzzyMatch GetProcessSysCPUFuzzyMatchCfgPeriod GetSysCPU GetSysFreeMemory "
     "GetSysMemory GetSysUsrCPU IsExistProcess IsExistProcessExtern IsExistProcessPreCmd ";
-constexpr char kPlainFunctions[] = "MIRT_AgentShmInit ";
+constexpr char kPlainFunctions[] =
+    "CheckProcessExist FreeAllProcessList GetAllProcessCoreCPU GetAllProcessRssMem GetProcessPid "
+    "GetProcessPidExtern GetProcessPidFuzzy KillProcess MIRT_AgentShmInit ";
 constexpr char kFunctions[] =
-    "CheckProcIdAndProcName CheckProcessStatusIsDIntenal ConvertStr2PeriodUS GetParaValue MIRT_GetDStatusCheckRedundancy ";
+    "CheckProcIdAndProcName CheckProcessStatusIsDIntenal ConvertStr2PeriodUS ForeachProcDir "
+    "GetParaValue MIRT_GetDStatusCheckRedundancy isDigit ";
 constexpr char kMembers[] =
     "alloc_thread_info change_cmdlie_to_str check_pid_with_name check_process_status_is_D_Fuzzy "
     "check_process_status_is_D_byPid check_with_cmdline clean_thread_info_set del_thread_info "
