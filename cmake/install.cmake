@@ -1,0 +1,38 @@
+# cmake --install: libraries, mirt-monitor, every public header, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS kelv mirt_host mirt_linux_plugin
+        EXPORT mirt_linux_plugin
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TARGET mirt-monitor)
+  install(TARGETS mirt-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+file(GLOB public_headers
+  ${PROJECT_SOURCE_DIR}/include/*.h
+  ${PROJECT_SOURCE_DIR}/platform/kelv_*.h
+  ${PROJECT_SOURCE_DIR}/host/mirt_host.h
+  ${PROJECT_SOURCE_DIR}/mirtmonitor/plugin/linux/common_plugin.h
+  ${PROJECT_SOURCE_DIR}/plugins/libmirt_agent/heart/mirt_agent_heart.h)
+install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirt)
+
+set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/mirt_linux_plugin)
+install(EXPORT mirt_linux_plugin
+        NAMESPACE mirt_linux_plugin::
+        FILE mirt_linux_plugin-targets.cmake
+        DESTINATION ${package_directory})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/mirt_linux_plugin-config.cmake.in
+                              ${PROJECT_BINARY_DIR}/mirt_linux_plugin-config.cmake
+                              INSTALL_DESTINATION ${package_directory})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/mirt_linux_plugin-config-version.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin-config.cmake
+              ${PROJECT_BINARY_DIR}/mirt_linux_plugin-config-version.cmake
+        DESTINATION ${package_directory})
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/mirt_linux_plugin.pc.in
+               ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_SOURCE_DIR}/examples/this-machine.toml
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/mirt/examples)
