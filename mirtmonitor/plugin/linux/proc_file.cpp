@@ -23,18 +23,17 @@ bool LineReader::next(char* line, size_t limit) noexcept {
 }
 
 bool LineReader::refill(At position) noexcept {
-  // The kernel hands out whole lines, so a short read that ends inside a line is the end of the
-  // file: asking once more would cost a system call per process. At a line's end it may only be the
-  // end of what the kernel had ready.
-  if (drained_ || (short_read_ && position == At::kInsideLine)) return false;
+  // A command line comes whole and ends in a NUL, so a short read that ends like that inside a line
+  // is the end of the file: asking once more would cost a system call per process.
+  if (drained_ || (position == At::kInsideLine && whole_cmdline_)) return false;
   ssize_t got;
   do {
     got = read(file_.get(), buffer_, sizeof buffer_);
   } while (got < 0 && errno == EINTR);
-  short_read_ = got < static_cast<ssize_t>(sizeof buffer_);
   drained_ = got <= 0;
   begin_ = 0;
   end_ = got > 0 ? static_cast<size_t>(got) : 0;
+  whole_cmdline_ = 0 < end_ && end_ < sizeof buffer_ && buffer_[end_ - 1] == '\0';
   return end_ > 0;
 }
 

@@ -50,7 +50,7 @@ class LineReader {
   bool refill(At position) noexcept;
 
   UniqueFd file_;
-  bool short_read_ = false;
+  bool whole_cmdline_ = false;
   bool drained_ = false;
   size_t begin_ = 0, end_ = 0;  // what refill() brought and next() has not handed out yet
   char buffer_[4096];           // left uninitialised: clearing a page per file would show
