@@ -11,7 +11,8 @@ typedef enum tagDBG_LOG_TYPE {
   DBG_LOG_WARNING = 4,
   DBG_LOG_EVENT = 5,
   DBG_LOG_INFO = 6,
-  DBG_LOG_DEBUG = 7
+  DBG_LOG_DEBUG = 7,
+  DBG_LOG_BUTT
 } DBG_LOG_TYPE_E;
 
 /* Writes one record. module is the writer's framework module number, level a DBG_LOG_... value,

@@ -164,25 +164,38 @@ void store_number(const Conversion& conversion, uintmax_t value, void* target) {
   memcpy(target, &value, bytes);  // little-endian: the low bytes come first
 }
 
-// The digits of a number at text, cut to the conversion's width; null when there are none.
-const char* scan_number(const Conversion& conversion, const char* text, uintmax_t& value) {
-  char digits[128];
-  size_t width = conversion.width == 0 ? sizeof digits - 1 : conversion.width;
-  width = std::min(width, sizeof digits - 1);
-  const size_t length = std::min(strlen(text), width);
-  memcpy(digits, text, length);
-  digits[length] = '\0';
-  const int base = conversion.kind == 'x' || conversion.kind == 'X' ? 16
-                   : conversion.kind == 'o'                         ? 8
-                   : conversion.kind == 'i'                         ? 0
-                                                                    : 10;
-  char* end = nullptr;
-  if (conversion.kind == 'd' || conversion.kind == 'i') {
-    value = static_cast<uintmax_t>(strtoimax(digits, &end, base));
-  } else {
-    value = strtoumax(digits, &end, base);
+int base_of(char kind) {
+  switch (kind) {
+    case 'x':
+    case 'X':
+      return 16;
+    case 'o':
+      return 8;
+    case 'i':
+      return 0;  // as the number is written
+    default:
+      return 10;
   }
-  return end != digits ? text + (end - digits) : nullptr;
+}
+
+// Reads the number at text; where it ends, or null when there is none.
+const char* scan_number(char kind, const char* text, uintmax_t& value) {
+  char* end = nullptr;
+  if (kind == 'd' || kind == 'i') {
+    value = static_cast<uintmax_t>(strtoimax(text, &end, base_of(kind)));
+  } else {
+    value = strtoumax(text, &end, base_of(kind));
+  }
+  return end != text ? end : nullptr;
+}
+
+// The same within the conversion's width, if it has one; no number needs more than 127 characters.
+const char* scan_number(const Conversion& conversion, const char* text, uintmax_t& value) {
+  if (conversion.width == 0) return scan_number(conversion.kind, text, value);
+  char digits[128] = "";
+  memcpy(digits, text, strnlen(text, std::min(conversion.width, sizeof digits - 1)));
+  const char* const end = scan_number(conversion.kind, digits, value);
+  return end != nullptr ? text + (end - digits) : nullptr;
 }
 
 // Walks text and format side by side.
