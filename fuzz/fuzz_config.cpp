@@ -1,0 +1,24 @@
+// The configuration file: whatever it holds, there is an answer, and every mistake has its place.
+#include <algorithm>
+
+#include "config.h"
+#include "fuzz_input.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string content(reinterpret_cast<const char*>(data), size);
+  const MemoryFile file(content);
+  const ConfigReading reading = read_config(file.path());
+  const auto lines = static_cast<unsigned>(std::count(content.begin(), content.end(), '\n')) + 1;
+  for (const Mistake& mistake : reading.mistakes) {
+    FUZZ_CHECK(!mistake.text.empty() && mistake.line <= lines);
+  }
+  if (!reading.mistakes.empty()) return 0;
+  FUZZ_CHECK(!reading.config.instances.empty());
+  for (const Instance& instance : reading.config.instances) {
+    FUZZ_CHECK(instance.item != nullptr && instance.period_s > 0);
+    for (const Param& param : instance.params) {
+      FUZZ_CHECK(param.name.size() < 100 && param.value.size() < 400);
+    }
+  }
+  return 0;
+}

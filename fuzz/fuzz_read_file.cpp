@@ -1,0 +1,37 @@
+// read_file() beside the C library's own line reader.
+#include <cstring>
+
+#include "common_plugin.h"
+#include "fuzz_input.h"
+
+namespace {
+
+constexpr unsigned int kMaxSize = 300;
+
+int expected(const std::string& path, char* buf, unsigned int size, int line) {
+  FILE* const file = fopen(path.c_str(), "re");
+  FUZZ_CHECK(file != nullptr);
+  bool found = true;
+  for (int i = 0; i < line && found; ++i) {
+    memset(buf, 0, size);
+    found = fgets(buf, static_cast<int>(size) - 1, file) != nullptr;
+  }
+  fclose(file);
+  return found ? 0 : -1;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzInput input(data, size);
+  const unsigned int buf_size = 3 + input.byte();
+  const int line = input.byte() % 8;
+  const MemoryFile file(input.rest());
+  char ours[kMaxSize], theirs[kMaxSize];
+  memset(ours, 'x', sizeof ours);
+  memset(theirs, 'x', sizeof theirs);
+  FUZZ_CHECK(MIRT_Linux_Plugin::read_file(file.path().c_str(), ours, buf_size, line) ==
+             expected(file.path(), theirs, buf_size, line));
+  FUZZ_CHECK(memcmp(ours, theirs, sizeof ours) == 0);
+  return 0;
+}
