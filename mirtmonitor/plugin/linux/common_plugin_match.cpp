@@ -15,12 +15,9 @@ bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
   size_t p1 = 0, p2 = 0;
   size_t mark = 0;  // just after the latest '*': what lies before it is settled for good
   while (str1[p1] != '\0' && pattern[p2] != '\0') {
-    if (pattern[p2] == '?') {
-      ++p1;
-      ++p2;
-    } else if (pattern[p2] == '*') {
+    if (pattern[p2] == '*') {
       mark = ++p2;
-    } else if (str1[p1] == pattern[p2]) {
+    } else if (pattern[p2] == '?' || pattern[p2] == str1[p1]) {
       ++p1;
       ++p2;
     } else if (p1 == 0 && p2 == 0) {
