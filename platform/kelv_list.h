@@ -38,8 +38,8 @@ static inline void __list_del(list_head* prev, list_head* next) {
 
 static inline void kelv_list_del(list_head* node) {
   __list_del(node->prev, node->next);
-  node->next = (list_head*)KELV_LIST_POISON_NEXT;
-  node->prev = (list_head*)KELV_LIST_POISON_PREV;
+  node->next = (list_head*)KELV_LIST_POISON_NEXT; /* NOLINT(performance-no-int-to-ptr) */
+  node->prev = (list_head*)KELV_LIST_POISON_PREV; /* NOLINT(performance-no-int-to-ptr) */
 }
 
 #endif
