@@ -6,10 +6,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "kelv_log.h"
 #include "kelv_securec.h"
@@ -21,32 +23,51 @@ constexpr unsigned int MY_PID = PID_CTRL_MIRTCORE;
 constexpr size_t kLookupSize = 16384;
 constexpr mode_t kLockFileMode = 0640;
 
-constexpr MIRT_AGENT_HEART_INFO_S kFreeEntry{MIRT_AGENT_HEART_NO_PROCESS, MIRT_AGENT_HEART_FREE, 0,
-                                             MIRT_AGENT_HEART_NO_FLOW, 0};
-
 // The mapped table; null until the first successful attach, never unmapped.
 std::atomic<MIRT_AGENT_HEART_INFO_SET_S*> s_pstMirtAgentHeartInfoArr{nullptr};
 
-bool same_bytes(const MIRT_AGENT_HEART_INFO_S& a, const MIRT_AGENT_HEART_INFO_S& b) {
+constexpr MIRT_AGENT_HEART_INFO_S kUntouched{};
+constexpr MIRT_AGENT_HEART_INFO_S kFree{MIRT_AGENT_HEART_NO_PROCESS, MIRT_AGENT_HEART_FREE, 0,
+                                        MIRT_AGENT_HEART_NO_FLOW, 0};
+
+bool same(const MIRT_AGENT_HEART_INFO_S& a, const MIRT_AGENT_HEART_INFO_S& b) {
   return memcmp(&a, &b, sizeof a) == 0;
 }
 
-// From the last entry to the first, so that a table whose maker died half way can be told from
-// every table that was ever in use: its first entry is still zero.
+// From the last entry to the first, and each entry's processid last: what a maker leaves that dies
+// at work looks like no table that was ever in use.
 void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   memset_s(&table, sizeof table, 0, sizeof table);
   for (int i = MIRT_AGENT_HEART_MAX - 1; i >= 0; --i) {
     MIRT_AGENT_HEART_INFO_S& entry = table.array[i];
-    entry.processid = MIRT_AGENT_HEART_NO_PROCESS;
     entry.pid = MIRT_AGENT_HEART_FREE;
     entry.flowid = MIRT_AGENT_HEART_NO_FLOW;
-    std::atomic_signal_fence(std::memory_order_seq_cst);  // the compiler keeps the entries' order
+    std::atomic_signal_fence(std::memory_order_seq_cst);  // the compiler keeps the order
+    entry.processid = MIRT_AGENT_HEART_NO_PROCESS;
   }
 }
 
+// Can a maker have died over this entry? Zero is no process's id.
+bool is_half_written(const MIRT_AGENT_HEART_INFO_S& entry) {
+  return entry.processid == 0 && (entry.pid == 0 || entry.pid == MIRT_AGENT_HEART_FREE) &&
+         entry.heartbeat == 0 && entry.reserved == 0 &&
+         (entry.flowid == 0 || entry.flowid == MIRT_AGENT_HEART_NO_FLOW);
+}
+
+// Has the maker died at work? Then entries that it has not reached come first, one may be half
+// written, and those behind it are free. A table that is zero throughout is left to the host
+// library's judgement, and so is every other.
 bool is_half_initialised(const MIRT_AGENT_HEART_INFO_SET_S& table) {
-  return same_bytes(table.array[0], MIRT_AGENT_HEART_INFO_S{}) &&
-         same_bytes(table.array[MIRT_AGENT_HEART_MAX - 1], kFreeEntry);
+  const auto* const end = std::end(table.array);
+  const auto* entry = std::find_if_not(std::begin(table.array), end,
+                                       [](const auto& each) { return same(each, kUntouched); });
+  if (entry == end) return false;
+  if (is_half_written(*entry)) {
+    ++entry;
+  } else if (entry == std::begin(table.array)) {
+    return false;
+  }
+  return std::all_of(entry, end, [](const auto& each) { return same(each, kFree); });
 }
 
 // The first entry with that module id, or null.

@@ -1,0 +1,156 @@
+// Ten simulated minutes: every item and function once a second, while processes come and go. Nobody
+// sleeps: what would sleep lets processes come and go instead.
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "child.h"
+#include "common_plugin.h"
+#include "item_call.h"
+#include "kelv_log.h"
+#include "mirt_host.h"
+#include "mirt_items.h"
+#include "proc_fixture.h"
+
+namespace {
+
+constexpr int kSeconds = 600;
+constexpr int kWarmUpSeconds = 60;  // by then every table, cache and arena is there
+constexpr size_t kLiving = 6;
+
+// Processes of one kind, of which the eldest gives way to a new one at every turn.
+class Crowd {
+ public:
+  void turn() {
+    living_.push_back(std::make_unique<Child>(std::vector<std::string>{"soak worker", "-u"}));
+    if (living_.size() > kLiving) living_.pop_front();
+  }
+  pid_t eldest() const { return living_.front()->pid(); }
+
+ private:
+  std::list<std::unique_ptr<Child>> living_;
+};
+
+Crowd* g_crowd = nullptr;
+
+// One instance of every item, with the parameters that make it do its work.
+struct Instance {
+  Item item;
+  ItemCall call;
+};
+
+// The three items that return int keep to the same road.
+template <int (*kItem)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)>
+float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
+  return static_cast<float>(kItem(argc, argv, context, result));
+}
+
+std::vector<Instance> all_instances() {
+  const FI_PARAM_S exact = parameter("ProcessName", "soak worker -u");
+  const FI_PARAM_S prefix = parameter("ProcessName", "soak w");
+  const FI_PARAM_S pattern = parameter("ProcessName", "*oak wor?er*");
+  const FI_PARAM_S module_id = parameter("ProcessMoudleId", "17");
+  std::vector<Instance> instances;
+  const auto add = [&instances](Item item, std::vector<FI_PARAM_S> parameters) {
+    instances.push_back({item, ItemCall(std::move(parameters))});
+    instances.back().call.context = {};
+  };
+  for (const Item item :
+       {GetProcessSysCPU, GetProcessCoreCPU, GetProcessMemory, GetProcessHandle, IsExistProcess}) {
+    add(item, {exact});
+  }
+  for (const Item item : {GetProcessSysCPUExtern, GetProcessCoreCPUExtern, GetProcessMemoryExtern,
+                          GetProcessHandleExtern, IsExistProcessExtern}) {
+    add(item, {prefix});
+  }
+  for (const Item item :
+       {GetProcessSysCPUFuzzyMatch, GetProcessCoreCPUFuzzyMatch, GetProcessMemoryFuzzyMatch,
+        GetProcessHandleFuzzyMatch, CheckProcessStatusIsD, CheckProcessStatusIsDForAppData}) {
+    add(item, {pattern});
+  }
+  for (const Item item :
+       {GetProcessSysCPUFuzzyMatchCfgPeriod, GetProcessCoreCPUFuzzyMatchCfgPeriod}) {
+    add(item, {pattern, parameter("Period", "30")});
+  }
+  for (const Item item : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) add(item, {});
+  add(GetDiskUsage, {parameter("Dir", "/")});
+  add(IsExistProcessPreCmd,
+      {exact, parameter("PreCmd", "echo yes"), parameter("RetKeyWords", "yes")});
+  add(ProcessHeartBeat, {exact, module_id});
+  add(as_float<SendErrRpt>, {parameter("ErrCode", "0xF000020F"), exact, module_id});
+  add(as_float<SendErrRptExtend>, {parameter("ErrCode", "1"), parameter("nodeId", "")});
+  add(as_float<RebootAppData>, {});
+  return instances;
+}
+
+void run_plain_functions() {
+  list_head head;
+  int user_percent = 0;
+  if (GetAllProcessRssMem(&head) == 0) FreeAllProcessList(&head);
+  if (GetAllProcessCoreCPU(&head, &user_percent) == 0) FreeAllProcessList(&head);
+  pid_t pids[4];
+  unsigned int used = 0;
+  EXPECT_EQ(GetProcessPidExtern("soak", pids, 4, &used), 0);
+  EXPECT_EQ(GetProcessPidFuzzy("*oak*", pids, 4, &used), 0);
+  EXPECT_EQ(GetProcessPid("soak worker -u", pids), 0);
+  EXPECT_EQ(CheckProcessExist("cat", g_crowd->eldest()), 0);
+  EXPECT_NE(MIRT_AgentShmInit(18), nullptr);
+}
+
+int unreaped_strangers() {
+  // The crowd's own children are alive: a child that has ended is one that somebody forgot.
+  siginfo_t ended{};
+  const int waited = waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT);
+  return waited == 0 && ended.si_pid != 0 ? 1 : 0;
+}
+
+TEST(Soak, TenMinutesLeaveNothingBehind) {
+  ASSERT_TRUE(enter_private_namespace());
+  ASSERT_EQ(mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr), 0);
+  ASSERT_EQ(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr), 0);
+  kelvlog_set_sink([](const KELV_LOG_RECORD_S*) {});
+  Crowd crowd;
+  g_crowd = &crowd;
+  std::vector<Instance> instances = all_instances();
+  ASSERT_EQ(instances.size(), 28U);
+
+  size_t heap = 0;
+  int descriptors = 0;
+  for (int second = 0; second < kSeconds; ++second) {
+    crowd.turn();
+    for (Instance& instance : instances) {
+      instance.call.result = {};
+      instance.call.run(instance.item);
+    }
+    if (second % 60 == 0) run_plain_functions();
+    if (second == kWarmUpSeconds) {
+      heap = mallinfo2().uordblks;
+      descriptors = open_descriptors();
+    }
+  }
+  EXPECT_LE(mallinfo2().uordblks, heap + 4096);  // the test's own lists breathe a little
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(unreaped_strangers(), 0);
+  g_crowd = nullptr;
+}
+
+}  // namespace
+
+// The plug-in sleeps by these names. Time does not pass, but the world goes on.
+int usleep(useconds_t /*us*/) {
+  if (g_crowd != nullptr) g_crowd->turn();
+  return 0;
+}
+unsigned int sleep(unsigned int /*seconds*/) {
+  if (g_crowd != nullptr) g_crowd->turn();
+  return 0;
+}
