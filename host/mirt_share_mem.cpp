@@ -30,7 +30,7 @@ struct Mapping {
 std::mutex g_mappings_mutex;
 Mapping* g_mappings = nullptr;
 
-// Owns one descriptor; closing it also drops the lock below.
+// Owns one descriptor and the lock below.
 class Segment {
  public:
   explicit Segment(const char* path)
@@ -38,7 +38,11 @@ class Segment {
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
   ~Segment() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ < 0) return;
+    // Closing would not do it: the mapping holds the open file, and with it the lock, until the
+    // process ends.
+    flock(descriptor_, LOCK_UN);
+    close(descriptor_);
   }
   int get() const { return descriptor_; }
 
@@ -75,7 +79,10 @@ int32_t map_segment(const char* path, uint32_t size, void*& address, bool& creat
   struct stat status {};
   if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
   if (status.st_size == 0) {
-    const int error = posix_fallocate(segment.get(), 0, size);
+    int error;
+    do {
+      error = posix_fallocate(segment.get(), 0, size);
+    } while (error == EINTR);
     if (error != 0) return refuse(path, "cannot be sized", error);
   } else if (status.st_size != static_cast<off_t>(size)) {
     char why[96];
