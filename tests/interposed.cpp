@@ -1,9 +1,13 @@
 #include "interposed.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/sysinfo.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdarg>
 
 namespace {
 
@@ -29,6 +33,10 @@ int get_nprocs_calls() {
   return g_get_nprocs_calls;
 }
 
+FILE* real_popen(const char* command, const char* mode) {
+  return next<FILE*(const char*, const char*)>("popen")(command, mode);
+}
+
 extern "C" {
 
 int get_nprocs() noexcept {
@@ -40,6 +48,30 @@ int usleep(useconds_t duration_us) {
   if (!g_hooks || !g_hooks->usleep) return next<int(useconds_t)>("usleep")(duration_us);
   g_hooks->usleep(duration_us);
   return 0;
+}
+
+unsigned int sleep(unsigned int seconds) {
+  if (!g_hooks || !g_hooks->sleep) return next<unsigned int(unsigned int)>("sleep")(seconds);
+  g_hooks->sleep(seconds);
+  return 0;
+}
+
+int open(const char* path, int flags, ...) {
+  static const auto real_open = next<int(const char*, int, ...)>("open");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (g_hooks && g_hooks->open) g_hooks->open(path);
+  return real_open(path, flags, mode);
+}
+
+DIR* opendir(const char* path) {
+  if (!g_hooks || !g_hooks->opendir_fails || !g_hooks->opendir_fails(path)) {
+    return next<DIR*(const char*)>("opendir")(path);
+  }
+  errno = EMFILE;
+  return nullptr;
 }
 
 int statfs(const char* path, struct statfs* status) noexcept {
@@ -55,7 +87,7 @@ ssize_t read(int fd, void* buffer, size_t size) {
 
 FILE* popen(const char* command, const char* mode) {
   if (g_hooks && g_hooks->popen) return g_hooks->popen();
-  return next<FILE*(const char*, const char*)>("popen")(command, mode);
+  return real_popen(command, mode);
 }
 
 }  // extern "C"

@@ -15,6 +15,9 @@ struct Hooks {
   std::function<int(const char*, struct statfs*)> statfs;
   std::function<FILE*()> popen;
   std::function<size_t()> read_at_most;  // bytes of one read()
+  std::function<void(unsigned int)> sleep;
+  std::function<void(const char*)> open;  // looks on; the C library opens
+  std::function<bool(const char*)> opendir_fails;
 };
 
 // The hooks that hold while it lives.
@@ -29,6 +32,9 @@ class ScopedHooks {
  private:
   Hooks hooks_;
 };
+
+// The C library's own, for a hook that has another command run.
+FILE* real_popen(const char* command, const char* mode);
 
 // get_nprocs() always gives this number: the core count is cached for the life of the process.
 constexpr int kCores = 7;

@@ -27,27 +27,33 @@ bool unshare_mounts() {
   return true;
 }
 
-bool enter_private_namespace() {
-  return unshare_mounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
 std::string below_proc(const std::string& path) {
   return "/proc/" + path;
 }
 
 }  // namespace
 
-void ProcFixture::SetUp() {
+bool enter_private_namespace() {
+  return unshare_mounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+TmpfsMount::TmpfsMount(std::string path, const char* options) : path_(std::move(path)) {
   static const bool private_namespace = enter_private_namespace();
-  ASSERT_TRUE(private_namespace) << "no private mount namespace: run as root, or allow user "
-                                    "namespaces";
-  ASSERT_EQ(mount("tmpfs", "/proc", "tmpfs", 0, "size=16m"), 0) << strerror(errno);
-  mounted_ = true;
+  mounted_ = private_namespace && mount("tmpfs", path_.c_str(), "tmpfs", 0, options) == 0;
+}
+
+TmpfsMount::~TmpfsMount() {
+  if (!mounted_) return;
+  EXPECT_EQ(umount2(path_.c_str(), MNT_DETACH), 0) << strerror(errno);
+}
+
+void ProcFixture::SetUp() {
+  proc_.emplace("/proc");
+  ASSERT_TRUE(proc_->mounted()) << strerror(errno) << ": run as root, or allow user namespaces";
 }
 
 void ProcFixture::TearDown() {
-  if (!mounted_) return;
-  EXPECT_EQ(umount2("/proc", MNT_DETACH), 0) << strerror(errno);
+  proc_.reset();
 }
 
 void ProcFixture::put(const std::string& path, const std::string& content) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,24 @@ struct FakeProcess {
   int rss_kb = 0;
   int handles = 0;
   std::string soft_limit = "1024";
+};
+
+// From now on this process alone sees what it mounts. False: run as root, or allow user namespaces.
+bool enter_private_namespace();
+
+// An empty tmpfs over a directory while it lives, in a mount namespace that this process and its
+// children alone see.
+class TmpfsMount {
+ public:
+  explicit TmpfsMount(std::string path, const char* options = "size=16m");
+  TmpfsMount(const TmpfsMount&) = delete;
+  TmpfsMount& operator=(const TmpfsMount&) = delete;
+  ~TmpfsMount();
+  bool mounted() const { return mounted_; }  // if not, the reason is in errno
+
+ private:
+  std::string path_;
+  bool mounted_;
 };
 
 // Mounts an empty tmpfs over /proc for the length of each test, in a mount namespace that this
@@ -39,7 +58,7 @@ class ProcFixture : public testing::Test {
   void TearDown() override;
 
  private:
-  bool mounted_ = false;
+  std::optional<TmpfsMount> proc_;
 };
 
 #endif

@@ -1,0 +1,160 @@
+#include "allocation_failure.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <iterator>
+#include <optional>
+
+#include "child.h"
+
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+void __libc_free(void* block);
+}
+
+namespace {
+
+struct Watch {
+  bool counting = false;
+  Refusal refusal = kNone;
+  size_t asked = 0;
+  size_t live = 0;  // of the blocks taken while counting, those not given back
+  void* blocks[4096];
+};
+Watch g_watch;
+
+// Counts one allocation. False when it is to be refused.
+bool grant() {
+  if (!g_watch.counting) return true;
+  const size_t number = g_watch.asked++;
+  const bool refused = number >= g_watch.refusal.first && number < g_watch.refusal.end;
+  if (refused) errno = ENOMEM;
+  return !refused;
+}
+
+void* taken(void* block) {
+  if (!g_watch.counting || block == nullptr) return block;
+  if (g_watch.live == std::size(g_watch.blocks)) abort();
+  return g_watch.blocks[g_watch.live++] = block;
+}
+
+void given_back(void* block) {
+  void** const end = g_watch.blocks + g_watch.live;
+  void** const found = std::find(g_watch.blocks, end, block);
+  if (found != end) *found = g_watch.blocks[--g_watch.live];
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(size_t size) {
+  return grant() ? taken(__libc_malloc(size)) : nullptr;
+}
+
+void* calloc(size_t count, size_t size) {
+  return grant() ? taken(__libc_calloc(count, size)) : nullptr;
+}
+
+void* realloc(void* block, size_t size) {
+  if (!grant()) return nullptr;
+  void* const moved = __libc_realloc(block, size);
+  if (moved == nullptr) return nullptr;
+  given_back(block);
+  return taken(moved);
+}
+
+void free(void* block) {
+  if (block != nullptr) given_back(block);
+  __libc_free(block);
+}
+
+}  // extern "C"
+
+MemoryGranted::MemoryGranted() : counted_before_(g_watch.counting) {
+  g_watch.counting = false;
+}
+
+MemoryGranted::~MemoryGranted() {
+  g_watch.counting = counted_before_;
+}
+
+namespace {
+
+// What a child sends.
+struct Report {
+  size_t allocations, left_over;
+  int descriptors_left_over;
+  bool zombie;
+  char outcome[kOutcomeSize], again[kOutcomeSize];
+};
+
+void run(const Scenario& scenario, Refusal refusal, bool descriptors, Report& report) {
+  if (scenario.prepare != nullptr) scenario.prepare();
+  const int open_before = open_descriptors();
+  {
+    std::optional<NoDescriptors> none;
+    if (!descriptors) none.emplace();
+    g_watch.refusal = refusal;
+    g_watch.counting = true;
+    scenario.call(report.outcome);
+    g_watch.counting = false;
+  }
+  if (scenario.release != nullptr) scenario.release();
+  report.allocations = g_watch.asked;
+  report.left_over = g_watch.live;
+  report.descriptors_left_over = open_descriptors() - open_before;
+  report.zombie = waitpid(-1, nullptr, WNOHANG) > 0;
+  if (scenario.prepare != nullptr) scenario.prepare();
+  scenario.call(report.again);
+}
+
+Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors) {
+  Observed result;
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    result.faults = "no pipe";
+    return result;
+  }
+  const pid_t child = fork();
+  if (child == 0) {
+    Report report{};
+    run(scenario, refusal, descriptors, report);
+    _exit(write(ends[1], &report, sizeof report) == sizeof report ? 0 : 1);
+  }
+  close(ends[1]);
+  Report report{};
+  const bool complete = read(ends[0], &report, sizeof report) == sizeof report;
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  result.allocations = report.allocations;
+  result.outcome = report.outcome;
+  result.again = report.again;
+  const auto note = [&result](bool wrong, const std::string& fault) {
+    if (wrong) result.faults += fault + "; ";
+  };
+  note(!complete || status != 0, "crashed, status " + std::to_string(status));
+  note(report.left_over > scenario.kept, "blocks left: " + std::to_string(report.left_over));
+  note(report.descriptors_left_over != 0,
+       "descriptors left: " + std::to_string(report.descriptors_left_over));
+  note(report.zombie, "left a zombie");
+  return result;
+}
+
+}  // namespace
+
+Observed run_refusing(const Scenario& scenario, Refusal refusal) {
+  return run_in_child(scenario, refusal, true);
+}
+
+Observed run_without_descriptors(const Scenario& scenario) {
+  return run_in_child(scenario, kNone, false);
+}

@@ -1,0 +1,39 @@
+// Threads in a /proc of the test's own, and an instance of a hung-thread item that looks at them.
+#ifndef FAKE_THREADS_H
+#define FAKE_THREADS_H
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "common_plugin.h"
+#include "item_call.h"
+#include "proc_fixture.h"
+
+inline std::string thread_dir(int pid, int tid) {
+  return std::to_string(pid) + "/task/" + std::to_string(tid);
+}
+
+// A thread's status file, shortened; in D state unless told otherwise.
+inline void put_thread(int pid, int tid, unsigned long voluntary, unsigned long nonvoluntary,
+                       char state = 'D') {
+  ProcFixture::put(thread_dir(pid, tid) + "/status",
+                   "Name:\tapp\nUmask:\t0022\nState:\t" + std::string(1, state) +
+                       " (some sleep)\nTgid:\t" + std::to_string(pid) +
+                       "\nCpus_allowed_list:\t0-1\nvoluntary_ctxt_switches:\t" +
+                       std::to_string(voluntary) + "\nnonvoluntary_ctxt_switches:\t" +
+                       std::to_string(nonvoluntary) + "\n");
+}
+
+// One configured instance. Its table lives as long as the process that loaded the plug-in; here the
+// plug-in's life ends with the test.
+struct HungCall : ItemCall {
+  explicit HungCall(const std::string& pattern) : ItemCall({parameter("any name", pattern)}) {}
+  HungCall(const HungCall&) = delete;
+  HungCall& operator=(const HungCall&) = delete;
+  ~HungCall() { free(table()); }
+
+  thread_info_set_t* table() const { return overlay<process_status_context_t>().pthreadinfoset; }
+};
+
+#endif
