@@ -1,12 +1,9 @@
-# cmake --install: libraries, mirt-monitor, every public header, a CMake package and a pkg-config file.
+# cmake --install: libraries, every public header, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS kelv mirt_host mirt_linux_plugin
         EXPORT mirt_linux_plugin
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-if(TARGET mirt-monitor)
-  install(TARGETS mirt-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
 
 file(GLOB public_headers
   ${PROJECT_SOURCE_DIR}/include/*.h

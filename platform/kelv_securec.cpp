@@ -39,7 +39,7 @@ class BoundedText {
   }
 
   void append(const char* text) {
-    while (*text != '\0') append(*text++);
+    for (; *text != '\0'; ++text) append(*text);  // NOLINT(clang-analyzer-core.*): see va_arg
   }
 
   template <typename Number>

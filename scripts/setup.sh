@@ -4,7 +4,8 @@
 set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libbenchmark-dev pkg-config procps clang libclang-rt-14-dev)
+test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
+fuzz_packages=(clang libclang-rt-14-dev)
 
 # install_missing PACKAGE...
 install_missing() {

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# fuzz.sh [SECONDS]: installs what is missing, builds the fuzzers with clang under AddressSanitizer
+# and UndefinedBehaviorSanitizer, and runs each for SECONDS (default 30), beginning with its corpus.
+# What it finds stays in build-fuzz/found; add an input worth keeping to fuzz/corpus.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+seconds=${1:-30}
+
+install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
+CC=clang CXX=clang++ build_in build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIRT_BUILD_FUZZ=ON \
+  -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF -DMIRT_BUILD_EXAMPLES=OFF \
+  -DMIRT_BUILD_MONITOR=OFF -DMIRT_SANITIZE=address,undefined
+
+for target in read_file match text report_text config; do
+  work=build-fuzz/corpus/$target
+  found=build-fuzz/found/$target
+  mkdir -p "$work" "$found"
+  echo "== $target, $seconds s"
+  build-fuzz/bin/fuzz_$target -max_total_time="$seconds" -max_len=8192 -verbosity=0 \
+    -print_final_stats=1 -artifact_prefix="$found/" "$work" "fuzz/corpus/$target" 2>&1 |
+    grep -E 'number_of_executed_units|new_units_added|not true|ERROR|SUMMARY' || true
+  if [ -n "$(ls -A "$found")" ]; then
+    echo "found: $(ls "$found")" >&2
+    exit 1
+  fi
+done
