@@ -20,6 +20,8 @@ const char* reports_text(Reports reports) {
   switch (reports) {
     case Reports::kValueAndPid:
       return "reports a pid";
+    case Reports::kValueAndThread:
+      return "reports a thread id";
     case Reports::kValueAndFlowId:
       return "reports a flow id";
     default:

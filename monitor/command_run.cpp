@@ -24,6 +24,7 @@ int command_run(const RunOptions& options) {
   request.plugin = options.plugin;
   request.source = options.config;
   request.schedule = {options.rounds, reading.config.workers};
+  request.recovery = reading.config.recovery;
   request.json = options.json;
   return run_instances(reading.config.instances, request);
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;  // an item failed, or the system gave no resources
+constexpr int kExitFailed = 1;  // an item failed, or what is needed is not there
 constexpr int kExitUsage = 2;   // the command line or the configuration is at fault
 
 struct RunOptions {
@@ -30,6 +30,32 @@ int command_once(const OnceOptions& options);
 
 int command_items();
 
+// The heartbeat table, looked at twice, a second apart.
+int command_heartbeats(bool json);
+
 int command_check_config(const std::string& path);
+
+struct PsOptions {
+  std::string plugin;
+  std::string sort = "pid";            // or "rss", "cpu"
+  std::optional<std::string> pattern;  // for command lines
+  bool cpu = false;                    // takes a minute
+  bool json = false;
+};
+int command_ps(const PsOptions& options);
+
+struct FindOptions {
+  std::string plugin;
+  std::string mode;  // "exact", "prefix" or "wildcard"
+  std::string name;
+};
+int command_find(const FindOptions& options);
+
+struct KillOptions {
+  std::string plugin;
+  std::string name;
+  int pid = 0;
+};
+int command_kill(const KillOptions& options);
 
 #endif

@@ -9,7 +9,7 @@
 #include <map>
 #include <optional>
 
-#include "nearest.h"
+#include "config_parts.h"
 #include "toml_fields.h"
 #include "unique_fd.h"
 
@@ -20,7 +20,6 @@ using Presence = TomlFields::Presence;
 constexpr TomlFields::Range kSeconds{kLeastSeconds, kMostSeconds, "a number of seconds"};
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 
-constexpr char kParamsForm[] = "an array of { name = \"...\", value = \"...\" }";
 constexpr char kInstancesForm[] = "at least one [[instance]]";
 
 // The file's bytes; nothing, with errno set, if it cannot be read.
@@ -38,11 +37,6 @@ std::optional<std::string> read_whole(const std::string& path) {
   }
 }
 
-// What an unreadable parameter counts as: the one that belongs at its place, where places matter.
-std::string fallback_name(const ItemRow& item, size_t index) {
-  return item.params->lookup == ParamList::Lookup::kByPosition ? name_at(item, index) : "";
-}
-
 class ConfigReader {
  public:
   ConfigReading read(const toml::table& file);
@@ -50,9 +44,6 @@ class ConfigReader {
  private:
   void read_instance(const toml::node& node);
   void read_name(TomlFields& fields, Instance& instance);
-  void read_item(TomlFields& fields, Instance& instance);
-  void read_params(TomlFields& fields, Instance& instance);
-  Param read_param(const toml::node& node, const std::string& fallback);
 
   Config config_;
   Mistakes mistakes_;
@@ -65,6 +56,7 @@ ConfigReading ConfigReader::read(const toml::table& file) {
   default_deadline_s_ =
       fields.number("deadline", Presence::kOptional, kSeconds).value_or(default_deadline_s_);
   config_.workers = fields.whole_number("workers", Presence::kOptional, kWorkers).value_or(0);
+  config_.recovery = read_recovery(fields);
   const toml::array* const instances = fields.array("instance", kInstancesForm);
   fields.refuse_other_keys();
   if (instances) {
@@ -88,13 +80,15 @@ void ConfigReader::read_instance(const toml::node& node) {
   Instance instance;
   instance.line = line_of(node);
   read_name(fields, instance);
-  read_item(fields, instance);
+  instance.item = read_item(fields);
+  if (instance.item) instance.unit = instance.item->unit;
   instance.period_s = fields.number("period", Presence::kRequired, kSeconds).value_or(1.0);
   instance.deadline_s =
       fields.number("deadline", Presence::kOptional, kSeconds).value_or(default_deadline_s_);
   const std::optional<std::string> unit = fields.text("unit", Presence::kOptional);
   if (unit) instance.unit = *unit;
-  read_params(fields, instance);
+  instance.params = read_params(fields, instance.item).params;
+  instance.alarm = read_alarm(fields, instance.item);
   fields.refuse_other_keys();
   config_.instances.push_back(std::move(instance));
 }
@@ -112,57 +106,6 @@ void ConfigReader::read_name(TomlFields& fields, Instance& instance) {
   if (is_new) return;
   fields.mistake(line, "name \"" + *name + "\" is also that of the instance in line " +
                            std::to_string(first->second) + ", expected a name of its own");
-}
-
-void ConfigReader::read_item(TomlFields& fields, Instance& instance) {
-  const std::optional<std::string> name = fields.text("item", Presence::kRequired);
-  if (!name) return;
-  instance.item = find_item(*name);
-  if (instance.item) {
-    instance.unit = instance.item->unit;
-    return;
-  }
-  const std::string hint = did_you_mean(*name, all_item_names());
-  fields.mistake(fields.line("item"),
-                 "unknown item \"" + *name + "\"" +
-                     (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint));
-}
-
-void ConfigReader::read_params(TomlFields& fields, Instance& instance) {
-  const toml::array* const params = fields.array("params", kParamsForm);
-  if (!params && fields.has("params")) return;
-  std::vector<unsigned> lines;  // of the parameters, in their order
-  if (params) {
-    for (const toml::node& node : *params) {
-      instance.params.push_back(
-          read_param(node, instance.item ? fallback_name(*instance.item, lines.size()) : ""));
-      lines.push_back(line_of(node));
-    }
-  }
-  if (!instance.item) return;
-  for (const ParamMistake& mistake : check_list(*instance.item, instance.params)) {
-    fields.mistake(mistake.index ? lines[*mistake.index] : fields.line("params"), mistake.text);
-  }
-}
-
-// A parameter that cannot be read keeps its place, so that it is not counted as missing as well.
-Param ConfigReader::read_param(const toml::node& node, const std::string& fallback) {
-  if (!node.is_table()) {
-    mistakes_.push_back({line_of(node), "parameter is " + type_of(node) +
-                                            ", expected { name = \"...\", value = \"...\" }"});
-    return {fallback, ""};
-  }
-  TomlFields fields(*node.as_table(), "a parameter", mistakes_);
-  const std::optional<std::string> name = fields.text("name", Presence::kRequired);
-  const std::optional<std::string> value = fields.text("value", Presence::kRequired);
-  fields.refuse_other_keys();
-  Param param{name.value_or(fallback), value.value_or("")};
-  if (name) {
-    for (std::string& text : check_texts(param)) {
-      fields.mistake(fields.line("value"), std::move(text));
-    }
-  }
-  return param;
 }
 
 ConfigReading failed(unsigned line, std::string text) {

@@ -2,12 +2,15 @@
 #ifndef MONITOR_CONFIG_H
 #define MONITOR_CONFIG_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "alarm.h"
 #include "item_table.h"
 #include "mistake.h"
 #include "params.h"
+#include "recovery.h"
 
 // A millisecond is as fine as the scheduler waits; more than a year is a slip of the keyboard.
 constexpr double kLeastSeconds = 0.001;
@@ -21,11 +24,13 @@ struct Instance {
   double period_s = 1.0;
   double deadline_s = 10.0;  // beyond the interval that the item measures over by intent
   std::string unit;
+  std::optional<AlarmRule> alarm;
   unsigned line = 0;  // of its table in the file
 };
 
 struct Config {
   std::vector<Instance> instances;
+  Recovery recovery;
   unsigned workers = 0;  // the most calls at one time; 0: one per instance
 };
 

@@ -70,6 +70,7 @@ constexpr Returns kFloat = Returns::kFloat;
 constexpr Returns kInt = Returns::kInt;
 constexpr Reports kValue = Reports::kValue;
 constexpr Reports kPid = Reports::kValueAndPid;
+constexpr Reports kThread = Reports::kValueAndThread;
 constexpr Reports kFlowId = Reports::kValueAndFlowId;
 constexpr Context kNeeded = Context::kNeeded;
 constexpr Context kUnused = Context::kUnused;
@@ -129,9 +130,9 @@ constexpr ItemRow kItems[] = {
      "sends an error report to the framework; 0 when it was sent"},
     {"SendErrRptExtend", kInt, "", &kError, kValue, kUnused, kNone,
      "sends an error with the values of the further parameters as its text; 0 when it was sent"},
-    {"CheckProcessStatusIsD", kFloat, "", &kPattern, kPid, kNeeded, kNone,
+    {"CheckProcessStatusIsD", kFloat, "", &kPattern, kThread, kNeeded, kNone,
      "1 if a thread of a matching process hangs in D state, else 0; reports the thread's id"},
-    {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kPid, kNeeded, kNone,
+    {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kThread, kNeeded, kNone,
      "as CheckProcessStatusIsD, then signals the hung thread if recovery is allowed"},
     {"RebootAppData", kInt, "", &kTarget, kValue, kUnused, kNone,
      "signals app_data if recovery is allowed; 0 when the signal was sent"},

@@ -13,7 +13,7 @@ enum class Interval { kNone, kHalfSecond, kPeriodParameter };
 
 enum class Context { kNeeded, kUnused };
 
-enum class Reports { kValue, kValueAndPid, kValueAndFlowId };
+enum class Reports { kValue, kValueAndPid, kValueAndThread, kValueAndFlowId };
 
 struct ParamRow {
   enum class Name { kFree, kFixed };

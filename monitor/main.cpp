@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -12,8 +13,13 @@
 namespace {
 
 constexpr char kFooter[] =
-    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: the item called by "once" failed;
-2: wrong usage or configuration.)";
+    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: the item called by "once" failed, there
+is no heartbeat table, or resources are missing; 2: wrong usage or configuration.)";
+
+constexpr char kHeartbeatsFooter[] =
+    R"(One line for each module that has an entry: its process id, the name of that process now, the
+heartbeat, whether it moved within a second, the flow id, and whether supervision is paused.
+Nothing is created or changed. Exit code 0: shown; 1: there is no table, or none that fits.)";
 
 constexpr char kOnceFooter[] =
     R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
@@ -25,7 +31,11 @@ Exit code 0: each call gave a valid value; 1: one failed, or none ended; 2: wron
 struct Arguments {
   RunOptions run;
   OnceOptions once;
+  bool heartbeats_json = false;
   std::string checked_config;
+  PsOptions ps;
+  FindOptions find;
+  KillOptions kill;
   int (*command)(const Arguments&) = nullptr;
 };
 
@@ -85,6 +95,17 @@ void add_items(CLI::App& app, Arguments& arguments) {
   });
 }
 
+void add_heartbeats(CLI::App& app, Arguments& arguments) {
+  CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
+  heartbeats->add_flag("--json", arguments.heartbeats_json, "One JSON object per line");
+  heartbeats->footer(kHeartbeatsFooter);
+  heartbeats->callback([&arguments] {
+    arguments.command = [](const Arguments& given) {
+      return command_heartbeats(given.heartbeats_json);
+    };
+  });
+}
+
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration and start nothing");
@@ -95,6 +116,60 @@ void add_check_config(CLI::App& app, Arguments& arguments) {
     arguments.command = [](const Arguments& given) {
       return command_check_config(given.checked_config);
     };
+  });
+}
+
+void add_plugin_option(CLI::App& command, std::string& plugin) {
+  command.add_option("--plugin", plugin, "The plug-in to load")->type_name("FILE");
+}
+
+void add_ps(CLI::App& app, Arguments& arguments) {
+  CLI::App* const ps = app.add_subcommand("ps", "List all user processes");
+  PsOptions& options = arguments.ps;
+  ps->add_flag("--cpu", options.cpu, "With CPU usage in percent of one core; takes a minute");
+  ps->add_option("--sort", options.sort, "Largest first, or by PID (the default)")
+      ->check(CLI::IsMember({"pid", "rss", "cpu"}));
+  ps->add_option("--match", options.pattern,
+                 "Only command lines that match, as for FuzzyMatch items")
+      ->type_name("PATTERN");
+  ps->add_flag("--json", options.json, "One JSON object per line");
+  add_plugin_option(*ps, options.plugin);
+  ps->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_ps(given.ps); };
+  });
+}
+
+void add_find(CLI::App& app, Arguments& arguments) {
+  CLI::App* const find = app.add_subcommand(
+      "find", "Print the PIDs of processes by command line; exit code 1 if none");
+  FindOptions& options = arguments.find;
+  find->add_option("mode", options.mode, "How the command line is compared")
+      ->required()
+      ->check(CLI::IsMember({"exact", "prefix", "wildcard"}))
+      ->type_name("MODE");
+  find->add_option("name", options.name, "The command line, its beginning, or a pattern")
+      ->required()
+      ->type_name("NAME");
+  add_plugin_option(*find, options.plugin);
+  find->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_find(given.find); };
+  });
+}
+
+void add_kill(CLI::App& app, Arguments& arguments) {
+  CLI::App* const kill = app.add_subcommand(
+      "kill", "Kill a process if NAME begins with its short name; exit code 1 if it does not");
+  KillOptions& options = arguments.kill;
+  kill->add_option("name", options.name, "What the process is called")
+      ->required()
+      ->type_name("NAME");
+  kill->add_option("pid", options.pid, "The process")
+      ->required()
+      ->check(CLI::PositiveNumber)
+      ->type_name("PID");
+  add_plugin_option(*kill, options.plugin);
+  kill->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_kill(given.kill); };
   });
 }
 
@@ -116,7 +191,11 @@ int parse_and_run(int argc, char** argv) {
   add_run(app, arguments);
   add_once(app, arguments);
   add_items(app, arguments);
+  add_heartbeats(app, arguments);
   add_check_config(app, arguments);
+  add_ps(app, arguments);
+  add_find(app, arguments);
+  add_kill(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -129,6 +208,7 @@ int parse_and_run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   fill_standard_descriptors();
+  std::signal(SIGCHLD, SIG_DFL);  // inherited as ignored, it would take our children's exit codes
   try {
     return parse_and_run(argc, argv);
   } catch (const std::exception& error) {  // no memory, in all likelihood

@@ -28,7 +28,7 @@ std::string default_library() {
 double Item::call(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) const {
   using FloatItem = float (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
   using IntItem = int (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-  if (returns_ == Returns::kInt) {
+  if (row_->returns == Returns::kInt) {
     return reinterpret_cast<IntItem>(symbol_)(argc, argv, context, result);
   }
   return static_cast<double>(reinterpret_cast<FloatItem>(symbol_)(argc, argv, context, result));
@@ -47,7 +47,11 @@ std::optional<Plugin> Plugin::load(const std::string& path, std::string& error) 
 }
 
 std::optional<Item> Plugin::item(const ItemRow& row) const {
-  void* const symbol = dlsym(handle_, row.name);
-  if (!symbol) return std::nullopt;
-  return Item(symbol, row.returns);
+  void* const found = symbol(row.name);
+  if (!found) return std::nullopt;
+  return Item(found, row);
+}
+
+void* Plugin::symbol(const char* name) const {
+  return dlsym(handle_, name);
 }

@@ -11,14 +11,16 @@
 // One item of the loaded library, ready to be called. A plain value.
 class Item {
  public:
-  Item(void* symbol, Returns returns) : symbol_(symbol), returns_(returns) {}
+  Item(void* symbol, const ItemRow& row) : symbol_(symbol), row_(&row) {}
 
   // Runs the item to its end on this thread; this can take minutes, or for ever.
   double call(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) const;
 
+  const ItemRow& row() const { return *row_; }
+
  private:
   void* symbol_;
-  Returns returns_;
+  const ItemRow* row_;
 };
 
 // The library, loaded for the life of the process: a thread may be inside one of its items at any
@@ -32,11 +34,19 @@ class Plugin {
   // The item, or nothing if the library does not export it.
   std::optional<Item> item(const ItemRow& row) const;
 
+  // A plain function of the library, by its declared type; null if the library does not export it.
+  template <typename Function>
+  Function* function(const char* name) const {
+    return reinterpret_cast<Function*>(symbol(name));
+  }
+
   // The file, for messages.
   const std::string& path() const { return path_; }
 
  private:
   Plugin(void* handle, std::string path) : handle_(handle), path_(std::move(path)) {}
+
+  void* symbol(const char* name) const;
 
   void* handle_;
   std::string path_;

@@ -10,6 +10,8 @@
 #include "config.h"
 #include "line_writer.h"
 #include "mirt_interface.h"
+#include "report_queue.h"
+#include "thread_owner.h"
 
 // One call that has returned.
 struct Answer {
@@ -18,10 +20,14 @@ struct Answer {
   const FI_RESULT_S& result;
   WallTime time;                         // when it returned
   std::optional<WallTime> called_since;  // when it was called, if it has been reported as blind
+  const std::optional<ThreadOwner>& thread_owner;
+  bool of_alarm = false;  // it is the report that the instance's alarm sends
 
   bool valid() const { return result.result == 0; }
   // The process or thread that the value belongs to, if the item names one; 0 means none matched.
   std::optional<int> pid() const;
+  // The thread, if `pid` is one.
+  std::optional<int> thread() const;
   // The flow id that a process left whose heartbeat has stopped.
   std::optional<unsigned> flow_id() const;
 };
@@ -31,6 +37,12 @@ struct Blindness {
   const Instance& instance;
   WallTime time;
   WallTime since;  // when the call began
+};
+
+// An alarm raised or cleared by a call.
+struct AlarmChange {
+  const Answer& answer;
+  bool raised;
 };
 
 // Called by one thread at a time.
@@ -43,6 +55,8 @@ class Reporter {
 
   virtual void answered(const Answer& answer) = 0;
   virtual void went_blind(const Blindness& blindness) = 0;
+  virtual void alarm_changed(const AlarmChange& change) = 0;
+  virtual void reported(const Report& report) = 0;
 };
 
 // Aligned lines; failures in red where `colour` is set. Names and units set the columns' widths.

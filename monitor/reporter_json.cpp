@@ -2,6 +2,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "alarm.h"
+#include "log_lines.h"
 #include "reporter.h"
 
 namespace {
@@ -33,19 +35,16 @@ class JsonReporter final : public Reporter {
   explicit JsonReporter(LineWriter& out) : out_(out) {}
 
   void answered(const Answer& answer) override {
-    Json line = beginning(answer.time, answer.instance, state_of(answer));
-    line["value"] = answer.valid() ? number(*answer.instance.item, answer.value) : Json();
-    line["unit"] = answer.instance.unit;
-    line["pid"] = answer.pid() ? Json(*answer.pid()) : Json();
+    Json line = with_value(answer, "item", state_of(answer));
     line["result"] = answer.result.result;
     line["reason"] = answer.valid() ? "" : answer.result.reason;
-    if (answer.flow_id()) line["hangflowid"] = *answer.flow_id();
+    add_details(line, answer);
     if (answer.called_since) line["since"] = iso8601(*answer.called_since);
     write(line);
   }
 
   void went_blind(const Blindness& blindness) override {
-    Json line = beginning(blindness.time, blindness.instance, "blind");
+    Json line = beginning(blindness.time, "item", blindness.instance, "blind");
     line["value"] = nullptr;
     line["unit"] = blindness.instance.unit;
     line["pid"] = nullptr;
@@ -55,10 +54,56 @@ class JsonReporter final : public Reporter {
     write(line);
   }
 
+  void alarm_changed(const AlarmChange& change) override {
+    Json line = with_value(change.answer, "alarm", change.raised ? "raised" : "cleared");
+    line["condition"] = condition_text(*change.answer.instance.alarm);
+    add_details(line, change.answer);
+    write(line);
+  }
+
+  void reported(const Report& report) override {
+    Json line;
+    line["time"] = iso8601(report.time);
+    line["kind"] = "report";
+    line["key"] = {{"resType", report.res_type},
+                   {"errCode", err_code_text(report)},
+                   {"resId", report.res_id},
+                   {"rptType", report.rpt_type}};
+    line["params"] = Json::array();
+    for (const Param& param : report.params) {
+      line["params"].push_back({{"name", param.name}, {"value", param.value}});
+    }
+    line["description"] = report.description;
+    line["function"] = report.function ? Json(*report.function) : Json();
+    line["line"] = report.function ? Json(report.line) : Json();
+    write(line);
+    log_line("event", report_text(report));  // the log has it as well
+  }
+
  private:
-  static Json beginning(WallTime time, const Instance& instance, const char* state) {
+  static Json with_value(const Answer& answer, const char* kind, const char* state) {
+    Json line = beginning(answer.time, kind, answer.instance, state);
+    line["value"] = answer.valid() ? number(*answer.instance.item, answer.value) : Json();
+    line["unit"] = answer.instance.unit;
+    line["pid"] = answer.pid() ? Json(*answer.pid()) : Json();
+    return line;
+  }
+
+  static void add_details(Json& line, const Answer& answer) {
+    if (answer.thread()) {
+      const std::optional<ThreadOwner>& owner = answer.thread_owner;
+      line["tid"] = *answer.thread();
+      line["process"] = owner ? Json(owner->pid) : Json();
+      line["cmdline"] = owner ? Json(owner->command_line) : Json();
+    }
+    if (answer.flow_id()) line["hangflowid"] = *answer.flow_id();
+  }
+
+  static Json beginning(WallTime time, const char* kind, const Instance& instance,
+                        const char* state) {
     Json line;
     line["time"] = iso8601(time);
+    line["kind"] = kind;
     line["instance"] = instance.name;
     line["item"] = instance.item->name;
     line["state"] = state;

@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "alarm.h"
+#include "printable.h"
 #include "reporter.h"
 
 namespace {
@@ -9,14 +11,6 @@ namespace {
 constexpr char kRed[] = "\033[31m";
 constexpr char kPlain[] = "\033[0m";
 constexpr size_t kValueWidth = 10;
-
-// Names and reasons can hold what another process chose: nothing may reach the terminal as a
-// command to it.
-std::string printable(std::string text) {
-  const auto is_control = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
-  std::replace_if(text.begin(), text.end(), is_control, '?');
-  return text;
-}
 
 // Columns on a terminal that UTF-8 text takes, wide characters aside: bytes that begin one.
 size_t width_of(const std::string& text) {
@@ -51,18 +45,37 @@ class PeopleReporter final : public Reporter {
         has_value ? beginning(answer.time, answer.instance,
                               value_text(*answer.instance.item, answer.value), answer.instance.unit)
                   : beginning(answer.time, answer.instance, "failed", "");
-    if (answer.pid().value_or(0) != 0 && has_value) {
-      line += "  pid " + std::to_string(*answer.pid());
-    }
+    line += owner_text(answer);
     if (answer.flow_id()) line += "  flow " + std::to_string(*answer.flow_id());
     if (answer.called_since) line += "  late, called " + for_people(*answer.called_since);
-    if (!has_value) line += "  " + red(answer.result.reason);
+    if (!has_value) {
+      const std::string sender =
+          answer.of_alarm ? std::string(answer.instance.item->name) + ": " : "";
+      line += "  " + red(sender + answer.result.reason);
+    }
     write(std::move(line));
   }
 
   void went_blind(const Blindness& blindness) override {
     std::string line = beginning(blindness.time, blindness.instance, "blind", "");
     write(std::move(line) + "  " + red("blind since " + for_people(blindness.since)));
+  }
+
+  void alarm_changed(const AlarmChange& change) override {
+    const Answer& answer = change.answer;
+    const AlarmRule& rule = *answer.instance.alarm;
+    const unsigned calls = change.raised ? rule.raise_after : rule.clear_after;
+    const std::string text = change.raised ? "alarm raised" : "alarm cleared";
+    const std::string reason = (change.raised ? ": " : ": not ") + condition_text(rule) + " for " +
+                               std::to_string(calls) + (calls == 1 ? " call" : " calls");
+    std::string line =
+        beginning(answer.time, answer.instance, value_text(*answer.instance.item, answer.value),
+                  answer.instance.unit);
+    write(std::move(line) + "  " + (change.raised ? red(text) : text) + reason);
+  }
+
+  void reported(const Report& report) override {
+    write(for_people(report.time) + "  " + red(report_text(report)));
   }
 
  private:
@@ -72,6 +85,16 @@ class PeopleReporter final : public Reporter {
     const size_t gap = kValueWidth > value.size() ? kValueWidth - value.size() : 0;
     return for_people(time) + "  " + padded(printable(instance.name), name_width_) + "  " +
            std::string(gap, ' ') + value + " " + padded(printable(unit), unit_width_);
+  }
+
+  static std::string owner_text(const Answer& answer) {
+    const int id = answer.pid().value_or(0);
+    if (id == 0) return "";
+    if (!answer.thread()) return "  pid " + std::to_string(id);
+    std::string thread = "  thread " + std::to_string(id);
+    if (!answer.thread_owner) return thread;
+    return thread + " of process " + std::to_string(answer.thread_owner->pid) + ": " +
+           printable(answer.thread_owner->command_line);
   }
 
   std::string red(const std::string& text) const {
@@ -92,8 +115,15 @@ class PeopleReporter final : public Reporter {
 }  // namespace
 
 std::optional<int> Answer::pid() const {
-  if (!valid() || instance.item->reports != Reports::kValueAndPid) return std::nullopt;
+  const Reports reports = instance.item->reports;
+  const bool names_one = reports == Reports::kValueAndPid || reports == Reports::kValueAndThread;
+  if (!valid() || !names_one) return std::nullopt;
   return result.pid;
+}
+
+std::optional<int> Answer::thread() const {
+  const bool names_one = instance.item->reports == Reports::kValueAndThread && result.pid != 0;
+  return names_one ? pid() : std::nullopt;
 }
 
 std::optional<unsigned> Answer::flow_id() const {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "commands.h"
+#include "log_lines.h"
 #include "stop_signal.h"
 
 namespace {
@@ -20,26 +21,38 @@ bool wants_colour() {
          !(terminal && std::strcmp(terminal, "dumb") == 0);
 }
 
-// The items in the instances' order; empty if the library lacks any, each of which is named.
-std::vector<Item> resolve(const std::vector<Instance>& instances, const Plugin& plugin,
-                          const std::string& source) {
-  std::vector<Item> items;
-  for (const Instance& instance : instances) {
-    const std::optional<Item> item = plugin.item(*instance.item);
-    if (item) {
-      items.push_back(*item);
-      continue;
-    }
-    const std::string text = std::string("item ") + instance.item->name + " is not in " +
-                             plugin.path() + ", expected a library that exports it";
-    if (source.empty()) {
-      complain(text);
-    } else {
-      std::fprintf(stderr, "%s\n", mistake_text(source, {instance.line, text}).c_str());
-    }
+// The item, which is named if the library lacks it.
+std::optional<Item> resolve(const ItemRow& row, const Instance& instance, const Plugin& plugin,
+                            const std::string& source) {
+  const std::optional<Item> item = plugin.item(row);
+  if (item) return item;
+  const std::string text = std::string("item ") + row.name + " is not in " + plugin.path() +
+                           ", expected a library that exports it";
+  if (source.empty()) {
+    complain(text);
+  } else {
+    std::fprintf(stderr, "%s\n", mistake_text(source, {instance.line, text}).c_str());
   }
-  if (items.size() != instances.size()) items.clear();
-  return items;
+  return std::nullopt;
+}
+
+// The jobs in the instances' order; empty if the library lacks any item.
+std::vector<Job> make_jobs(const std::vector<Instance>& instances, const Plugin& plugin,
+                           const std::string& source) {
+  std::vector<Job> jobs;
+  bool complete = true;
+  for (const Instance& instance : instances) {
+    const std::optional<Item> item = resolve(*instance.item, instance, plugin, source);
+    std::optional<Item> report;
+    if (instance.alarm && instance.alarm->report) {
+      report = resolve(*instance.alarm->report->item, instance, plugin, source);
+      complete = complete && report;
+    }
+    complete = complete && item;
+    if (complete) jobs.push_back({instance, *item, report});
+  }
+  if (!complete) jobs.clear();
+  return jobs;
 }
 
 std::unique_ptr<Reporter> make_reporter(LineWriter& out, const std::vector<Instance>& instances,
@@ -60,17 +73,20 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
     complain(error);
     return kExitUsage;
   }
-  const std::vector<Item> items = resolve(instances, *plugin, request.source);
-  if (items.empty()) return kExitUsage;
+  const std::vector<Job> jobs = make_jobs(instances, *plugin, request.source);
+  if (jobs.empty()) return kExitUsage;
 
+  log_as_lines();
+  ReportQueue reports;
   const bool can_stop = StopSignal::install();
   LineWriter out(STDOUT_FILENO, StopSignal::fd());
   const std::unique_ptr<Reporter> reporter = make_reporter(out, instances, request.json);
-  Scheduler scheduler(instances, items, request.schedule, *reporter, out);
-  if (!can_stop || !scheduler.ready()) {
+  Scheduler scheduler(jobs, request.schedule, {*reporter, reports, out});
+  if (!can_stop || !reports.ready() || !scheduler.ready() || !answer_redundancy(request.recovery)) {
     complain(std::string("cannot start: ") + std::strerror(errno));
     return kExitFailed;
   }
+  reports.connect();
   scheduler.run(StopSignal::fd());
   const int code = request.fail_on_invalid && !scheduler.all_valid() ? kExitFailed : kExitOk;
   // A thread that is still inside an item goes on using the records and the library until the very

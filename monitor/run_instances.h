@@ -6,12 +6,14 @@
 #include <vector>
 
 #include "config.h"
+#include "recovery.h"
 #include "scheduler.h"
 
 struct RunRequest {
   std::string plugin;  // empty: the one beside the program
   std::string source;  // the configuration file, for messages; empty: the command line
   Schedule schedule;
+  Recovery recovery;
   bool json = false;
   bool fail_on_invalid = false;  // exit with 1 unless each call gave a valid value
 };

@@ -108,6 +108,13 @@ const toml::array* TomlFields::array(std::string_view key, const char* expected)
   return node->as_array();
 }
 
+const toml::table* TomlFields::table(std::string_view key, const char* expected) {
+  const toml::node* const node = find(key, Presence::kOptional, expected);
+  if (!node) return nullptr;
+  if (!node->is_table()) wrong_type(key, *node, expected);
+  return node->as_table();
+}
+
 unsigned TomlFields::line(std::string_view key) const {
   const toml::node* const node = table_.get(key);
   return line_of(node ? *node : table_);

@@ -36,6 +36,12 @@ class TomlFields {
   std::optional<double> number(std::string_view key, Presence presence, const Range& range);
   std::optional<unsigned> whole_number(std::string_view key, Presence presence, const Range& range);
   const toml::array* array(std::string_view key, const char* expected);
+  const toml::table* table(std::string_view key, const char* expected);
+
+  // A table within this one, its mistakes with this one's.
+  TomlFields within(const toml::table& table, std::string where) const {
+    return {table, std::move(where), mistakes_};
+  }
 
   // The line of the key's value; of the table if there is no such key.
   unsigned line(std::string_view key) const;

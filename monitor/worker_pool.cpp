@@ -14,6 +14,9 @@ void run(Call& call) {
   call.result = FI_RESULT_S{};
   call.value = call.item.call(static_cast<int>(call.params.size()), call.params.data(),
                               &call.context, &call.result);
+  const bool names_thread = call.item.row().reports == Reports::kValueAndThread &&
+                            call.result.result == 0 && call.result.pid > 0;
+  call.thread_owner = names_thread ? owner_of_thread(call.result.pid) : std::nullopt;
   call.ended = std::chrono::system_clock::now();
 }
 

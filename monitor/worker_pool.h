@@ -7,11 +7,13 @@
 #include <deque>
 #include <list>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "mirt_interface.h"
 #include "plugin.h"
+#include "thread_owner.h"
 #include "unique_fd.h"
 
 // One item instance as a worker sees it. From start() until take_finished() it is the worker's
@@ -22,6 +24,7 @@ struct Call {
   std::vector<FI_PARAM_S> params;
   FI_CONTEXT_S context{};  // zero before the first call, then as the item left it
   FI_RESULT_S result{};    // zeroed before each call
+  std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
   double value = 0.0;
   std::chrono::system_clock::time_point ended{};
 };

@@ -1,0 +1,35 @@
+#include <cstdio>
+
+#include "commands.h"
+#include "process_library.h"
+#include "run_instances.h"
+
+int command_find(const FindOptions& options) {
+  const auto library = ProcessLibrary::load(options.plugin);
+  if (!library) return kExitUsage;
+  const auto pids = options.mode == "exact"    ? library->find_exact(options.name)
+                    : options.mode == "prefix" ? library->find_prefix(options.name)
+                                               : library->find_wildcard(options.name);
+  if (!pids) {
+    complain("the processes cannot be searched");
+    return kExitFailed;
+  }
+  for (const pid_t pid : *pids) std::printf("%d\n", pid);
+  return pids->empty() ? kExitFailed : kExitOk;
+}
+
+int command_kill(const KillOptions& options) {
+  const auto library = ProcessLibrary::load(options.plugin);
+  if (!library) return kExitUsage;
+  const std::string pid = std::to_string(options.pid);
+  switch (library->kill(options.name, options.pid)) {
+    case 0:
+      return kExitOk;
+    case -2:
+      complain("process " + pid + " has another name than \"" + options.name + "\"");
+      return kExitFailed;
+    default:
+      complain("there is no process " + pid);
+      return kExitFailed;
+  }
+}

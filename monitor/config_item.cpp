@@ -1,0 +1,68 @@
+// An item and its parameters, as instances and alarms name them.
+#include "config_parts.h"
+#include "nearest.h"
+
+namespace {
+
+using Presence = TomlFields::Presence;
+
+constexpr char kParamsForm[] = "an array of { name = \"...\", value = \"...\" }";
+
+// What an unreadable parameter counts as: the one that belongs at its place, where places matter.
+std::string fallback_name(const ItemRow* item, size_t index) {
+  const bool by_position = item && item->params->lookup == ParamList::Lookup::kByPosition;
+  return by_position ? name_at(*item, index) : "";
+}
+
+// A parameter that cannot be read keeps its place, so that it is not counted as missing as well.
+Param read_param(TomlFields& around, const toml::node& node, const std::string& fallback) {
+  if (!node.is_table()) {
+    around.mistake(line_of(node), "parameter is " + type_of(node) +
+                                      ", expected { name = \"...\", value = \"...\" }");
+    return {fallback, ""};
+  }
+  TomlFields fields = around.within(*node.as_table(), "a parameter");
+  const std::optional<std::string> name = fields.text("name", Presence::kRequired);
+  const std::optional<std::string> value = fields.text("value", Presence::kRequired);
+  fields.refuse_other_keys();
+  Param param{name.value_or(fallback), value.value_or("")};
+  if (name) {
+    for (std::string& text : check_texts(param)) {
+      fields.mistake(fields.line("value"), std::move(text));
+    }
+  }
+  return param;
+}
+
+}  // namespace
+
+const ItemRow* read_item(TomlFields& fields) {
+  const std::optional<std::string> name = fields.text("item", Presence::kRequired);
+  if (!name) return nullptr;
+  const ItemRow* const item = find_item(*name);
+  if (item) return item;
+  const std::string hint = did_you_mean(*name, all_item_names());
+  fields.mistake(fields.line("item"),
+                 "unknown item \"" + *name + "\"" +
+                     (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint));
+  return nullptr;
+}
+
+ParamsReading read_params(TomlFields& fields, const ItemRow* item) {
+  ParamsReading reading;
+  const toml::array* const params = fields.array("params", kParamsForm);
+  if (!params && fields.has("params")) return reading;
+  if (params) {
+    for (const toml::node& node : *params) {
+      const std::string fallback = fallback_name(item, reading.params.size());
+      reading.params.push_back(read_param(fields, node, fallback));
+      reading.lines.push_back(line_of(node));
+    }
+  }
+  if (!item) return reading;
+  for (const ParamMistake& mistake : check_list(*item, reading.params)) {
+    const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
+    fields.mistake(line, mistake.text);
+  }
+  return reading;
+}

@@ -1,0 +1,45 @@
+#include "heartbeat_table.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "unique_fd.h"
+
+std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
+  const UniqueFd segment(shm_open("/" MIRT_AGENT_HEARTBEAT_NAME, O_RDONLY | O_CLOEXEC, 0));
+  struct stat status {};
+  if (segment.get() < 0 || fstat(segment.get(), &status) != 0) {
+    error = errno == ENOENT ? "no heartbeat table"
+                            : std::string("no heartbeat table to read: ") + std::strerror(errno);
+    return std::nullopt;
+  }
+  if (status.st_size != sizeof(MIRT_AGENT_HEART_INFO_SET_S)) {
+    error = "the heartbeat table has " + std::to_string(status.st_size) + " bytes, expected " +
+            std::to_string(sizeof(MIRT_AGENT_HEART_INFO_SET_S));
+    return std::nullopt;
+  }
+  const void* const mapped =
+      mmap(nullptr, sizeof(MIRT_AGENT_HEART_INFO_SET_S), PROT_READ, MAP_SHARED, segment.get(), 0);
+  if (mapped == MAP_FAILED) {
+    error = std::string("no heartbeat table to read: ") + std::strerror(errno);
+    return std::nullopt;
+  }
+  return HeartbeatTable(static_cast<const MIRT_AGENT_HEART_INFO_SET_S*>(mapped));
+}
+
+MIRT_AGENT_HEART_INFO_SET_S HeartbeatTable::read() const {
+  MIRT_AGENT_HEART_INFO_SET_S copy{};
+  for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
+    const MIRT_AGENT_HEART_INFO_S& from = shared_->array[i];
+    MIRT_AGENT_HEART_INFO_S& to = copy.array[i];
+    to.pid = __atomic_load_n(&from.pid, __ATOMIC_ACQUIRE);
+    to.processid = __atomic_load_n(&from.processid, __ATOMIC_ACQUIRE);
+    to.heartbeat = __atomic_load_n(&from.heartbeat, __ATOMIC_ACQUIRE);
+    to.flowid = __atomic_load_n(&from.flowid, __ATOMIC_ACQUIRE);
+  }
+  return copy;
+}

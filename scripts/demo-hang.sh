@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# A thread that truly hangs in D state, and what the monitor makes of it:
+#   1. silence for seven calls, the report with the kernel stack from the 8th, the verdict from the
+#      11th;
+#   2. no signal for the data plane while recovery is denied, SIGUSR1 once it is allowed.
+# Needs root: kernel stacks and the kernel log are root's. Ends with exit code 0 if all was seen.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/setup.sh
+. scripts/demo-common.sh
+if [ "$(id -u)" -ne 0 ] || [ ! -c /dev/kmsg ]; then
+  echo "demo-hang.sh reads kernel stacks and the kernel log: run it as root, with /dev/kmsg." >&2
+  exit 1
+fi
+install_missing "${build_packages[@]}"
+build_in build -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF
+work=$(mktemp -d)
+
+# The kernel drops lines that come too fast; for the demonstration it keeps them all.
+devkmsg=/proc/sys/kernel/printk_devkmsg
+devkmsg_before=$(cat $devkmsg)
+restore_devkmsg() { echo "$devkmsg_before" >$devkmsg; }
+restore=(restore_devkmsg)
+echo on >$devkmsg || echo "  The kernel log may drop lines: $devkmsg cannot be set." >&2
+
+# configure FILE PATTERN ITEM REDUNDANCY PERIOD
+configure() {
+  cat >"$1" <<EOF
+[recovery]
+redundancy = "$4"
+
+[[instance]]
+name = "hung"
+item = "$3"
+period = $5
+params = [{ name = "ProcessName", value = "$2" }]
+EOF
+}
+values() { sed -n 's/.*"value":\([0-9]*\)\..*/\1/p' "$1" | tr -d '\n'; }
+
+echo "1. A hung thread under CheckProcessStatusIsD, one call a second"
+build/bin/hung-thread >"$work/hung" &
+children=($!)
+within 10 grep -qs 'hangs in D state' "$work/hung"
+sed 's/^/  /' "$work/hung"
+tid=$(sed 's/.*thread \([0-9]*\).*/\1/' "$work/hung")
+configure "$work/hung.toml" 'build/bin/hung-thread' CheckProcessStatusIsD deny 1
+mark="demo-hang $$ $RANDOM"
+echo "$mark" >/dev/kmsg
+build/bin/mirt-monitor run --config "$work/hung.toml" --rounds 12 --json \
+  >"$work/results" 2>"$work/log"
+dmesg | sed -n "/$mark/,\$p" | grep -v "$mark" >"$work/kernel" || true
+echo "  values of the twelve calls: $(values "$work/results")"
+expect "ten calls without a verdict, then the verdict twice" \
+  test "$(values "$work/results")" = 000000000011
+expect "the verdict names thread $tid, process ${children[0]} and its command line" \
+  grep -q "\"tid\":$tid,\"process\":${children[0]},\"cmdline\":\"build/bin/hung-thread\"" \
+  "$work/results"
+expect "silence for seven calls, a report from the 8th on" \
+  test "$(sed -n "s/.* Tid $tid is D status. Detected times \([0-9]*\).*/\1/p" "$work/kernel" |
+    tr '\n' ' ')" = "8 9 10 11 12 "
+expect "the kernel stack behind it" grep -q vfork "$work/kernel"
+head -n 6 "$work/kernel" | sed 's/^/    /'
+kill "${children[@]}"
+wait "${children[@]}" || true
+children=()
+
+echo "2. The data plane hangs"
+bash -c 'exec -a /QAV/bin/./app_data build/bin/app-data 12 --hang' >"$work/app" &
+children=($!)
+within 10 grep -qs 'hung thread' "$work/app"
+sed 's/^/  /' "$work/app"
+tid=$(sed -n 's/.*hung thread \([0-9]*\).*/\1/p' "$work/app")
+for redundancy in deny allow; do
+  configure "$work/app.toml" '/QAV/bin/./app_data 12*' CheckProcessStatusIsDForAppData \
+    $redundancy 0.1
+  build/bin/mirt-monitor run --config "$work/app.toml" --rounds 11 --json \
+    >"$work/results" 2>"$work/log"
+  if [ $redundancy = deny ]; then
+    expect "recovery denied: the thread is named, the request refused" \
+      sh -c "grep -q '\"tid\":$tid,' '$work/results' && grep -q 'redundancyStatus(0)' '$work/log'"
+    expect "no signal comes" sh -c "! grep -q SIGUSR1 '$work/app'"
+  else
+    expect "recovery allowed: SIGUSR1 with the thread's id" \
+      within 10 grep -qsx "SIGUSR1 with value $tid" "$work/app"
+  fi
+done
+echo "All of it seen."
