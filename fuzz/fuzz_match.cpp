@@ -27,26 +27,6 @@ bool matches_by_rule(const std::string& text, const std::string& pattern) {
   return pattern.find_first_not_of('*', p2) == std::string::npos;
 }
 
-// The text that a command line file is compared as.
-std::string joined(const std::string& cmdline) {
-  std::string text =
-      cmdline
-          .substr(0,
-                  cmdline.find('\n') == std::string::npos ? cmdline.size() : cmdline.find('\n') + 1)
-          .substr(0, 1022);
-  std::string result;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\0') {
-      result += text[i];
-    } else if (i + 1 == text.size() || text[i + 1] == '\0') {
-      break;
-    } else {
-      result += ' ';
-    }
-  }
-  return result;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -57,7 +37,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto matches = [&](int flag) {
     return MIRT_Linux_Plugin::check_with_cmdline(file.path().c_str(), name.c_str(), flag);
   };
-  const std::string text = joined(cmdline);
+  char text_buffer[1024];
+  MIRT_Linux_Plugin::read_file(file.path().c_str(), text_buffer, sizeof text_buffer, 1);
+  MIRT_Linux_Plugin::change_cmdlie_to_str(text_buffer, sizeof text_buffer);
+  const std::string text = text_buffer;
   FUZZ_CHECK(matches(kMatchExact) == (text == name));
   FUZZ_CHECK(matches(kMatchPrefix) == (text.compare(0, name.size(), name) == 0));
   FUZZ_CHECK(matches(kMatchWildcard) == matches_by_rule(text, name));

@@ -1,184 +1,15 @@
-// mirt-monitor as its users have it: a child process with a configuration, pipes and signals.
-#include <fcntl.h>
-#include <gtest/gtest.h>
+// mirt-monitor run, once and check-config.
 #include <poll.h>
-#include <pty.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <regex>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "child.h"
+#include "monitor_fixture.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
-
-std::string file_text(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
-// A running mirt-monitor in a process group of its own, with whatever its items have started.
-class Monitor {
- public:
-  // `prepare` runs in the child just before exec().
-  Monitor(
-      const std::vector<std::string>& arguments, const fs::path& folder,
-      const std::function<void()>& prepare = [] {}, bool on_terminal = false)
-      : errors_(folder / "stderr") {
-    int ends[2];
-    const bool opened = on_terminal ? openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) == 0
-                                    : pipe2(ends, O_CLOEXEC) == 0;
-    if (!opened) std::abort();
-    pid_ = fork();
-    if (pid_ == 0) exec(arguments, ends[1], prepare);
-    setpgid(pid_, pid_);  // in both, so that it is done by the time either goes on
-    close(ends[1]);
-    output_ = ends[0];
-  }
-  Monitor(const Monitor&) = delete;
-  Monitor& operator=(const Monitor&) = delete;
-  ~Monitor() {
-    close_output();
-    kill(-pid_, SIGKILL);  // pre-commands that hang outlive the monitor
-    if (!waited_) waitpid(pid_, nullptr, 0);
-  }
-
-  pid_t pid() const { return pid_; }
-  int output() const { return output_; }
-  void send(int number) const { kill(pid_, number); }
-  void close_output() {
-    if (output_ >= 0) close(output_);
-    output_ = -1;
-  }
-
-  // The next line of standard output; nothing at its end.
-  std::optional<std::string> line() {
-    for (;;) {
-      const size_t end = pending_.find('\n');
-      if (end != std::string::npos) {
-        std::string found = pending_.substr(0, end);
-        pending_.erase(0, end + 1);
-        return found;
-      }
-      char piece[4096];
-      const ssize_t got = read(output_, piece, sizeof piece);
-      if (got <= 0) return std::nullopt;  // a terminal says EIO at its end
-      pending_.append(piece, static_cast<size_t>(got));
-    }
-  }
-
-  std::vector<std::string> lines() {
-    std::vector<std::string> all;
-    while (std::optional<std::string> next = line()) all.push_back(*next);
-    return all;
-  }
-
-  // Reads on to the first line with this instance and one of these states.
-  Json await(const std::string& instance, const std::vector<std::string>& states) {
-    while (const std::optional<std::string> next = line()) {
-      Json record = Json::parse(*next);
-      seen_.push_back(record);
-      const bool wanted = std::find(states.begin(), states.end(), record["state"]) != states.end();
-      if (record["instance"] == instance && wanted) return record;
-    }
-    ADD_FAILURE() << "the output ended before " << instance << " came\n" << errors();
-    return Json::object();
-  }
-
-  // All that await() has read.
-  const std::vector<Json>& seen() const { return seen_; }
-
-  // Waits for the end. -1 if it was not by exit().
-  int exit_code() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    waited_ = true;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  std::string errors() const { return file_text(errors_); }
-
- private:
-  [[noreturn]] void exec(const std::vector<std::string>& arguments, int output,
-                         const std::function<void()>& prepare) const {
-    setpgid(0, 0);
-    const int errors = open(errors_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    dup2(output, STDOUT_FILENO);
-    dup2(errors, STDERR_FILENO);
-    close_range(3, ~0U, 0);
-    for (const int number : {SIGINT, SIGTERM, SIGPIPE}) signal(number, SIG_DFL);
-    setenv("TSAN_OPTIONS", "halt_on_error=1", 0);
-    prepare();
-    std::vector<char*> argv{const_cast<char*>(MIRT_MONITOR_PATH)};
-    for (const std::string& argument : arguments) {
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(MIRT_MONITOR_PATH, argv.data());
-    _exit(127);
-  }
-
-  fs::path errors_;
-  pid_t pid_ = -1;
-  int output_ = -1;
-  bool waited_ = false;
-  std::string pending_;
-  std::vector<Json> seen_;
-};
-
-class MonitorTest : public testing::Test {
- protected:
-  MonitorTest() {
-    char name[] = "/tmp/monitor-test-XXXXXX";
-    folder_ = mkdtemp(name);
-    config_ = folder_ / "config.toml";
-  }
-  ~MonitorTest() override { fs::remove_all(folder_); }
-
-  void configure(const std::string& text) const { std::ofstream(config_) << text; }
-
-  std::vector<std::string> run_json(const std::vector<std::string>& more = {}) const {
-    std::vector<std::string> arguments{"run", "--json", "--config", config_};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return arguments;
-  }
-
-  // An instance whose pre-command reads from a FIFO until the test, or nobody, writes to it.
-  std::string instance_that_blocks(const std::string& deadline_s) const {
-    mkfifo((folder_ / "fifo").c_str(), 0600);
-    return "[[instance]]\nname = \"stuck\"\nitem = \"IsExistProcessPreCmd\"\nperiod = 0.05\n"
-           "deadline = " +
-           deadline_s +
-           "\nparams = [{ name = \"ProcessName\", value = \"no such process\" },\n"
-           "{ name = \"PreCmd\", value = \"cat " +
-           (folder_ / "fifo").string() +
-           "\" },\n"
-           "{ name = \"RetKeyWords\", value = \"go\" }]\n";
-  }
-
-  fs::path folder_;
-  fs::path config_;
-};
 
 constexpr char kTicking[] =
     "[[instance]]\nname = \"ticking\"\nitem = \"GetSysMemory\"\nperiod = 0.05\n";
@@ -348,6 +179,49 @@ INSTANTIATE_TEST_SUITE_P(
                   "ProcessHeartBeat, did you mean \"ProcessMoudleId\"?\n"
                   "FILE:23: params is an integer, expected an array of { name = \"...\", value = "
                   "\"...\" }\n"},
+        BadConfig{"RecoveryWithoutCommand",
+                  std::string(kTicking) + "[recovery]\nredundancy = \"command\"\nmay = 1\n",
+                  "FILE:5: no key \"command\" in [recovery], expected a string\n"
+                  "FILE:7: unknown key \"may\" in [recovery], expected one of command, "
+                  "redundancy\n"},
+        BadConfig{"RecoveryWithEmptyCommand",
+                  std::string(kTicking) + "[recovery]\nredundancy = \"command\"\ncommand = \"\"\n",
+                  "FILE:7: command is empty, expected a shell command\n"},
+        BadConfig{
+            "RecoveryWithUselessCommand",
+            std::string(kTicking) + "[recovery]\nredundancy = \"allow\"\ncommand = \"true\"\n",
+            "FILE:7: command without redundancy = \"command\", expected it only there\n"},
+        BadConfig{"RecoveryByChance",
+                  std::string(kTicking) + "[recovery]\nredundancy = \"maybe\"\n",
+                  "FILE:6: redundancy is \"maybe\", expected \"allow\", \"deny\" or "
+                  "\"command\"\n"},
+        BadConfig{
+            "Alarms",
+            std::string(kTicking) +
+                "[instance.alarm]\nabove = 1\nbelow = \"2\"\nfor = 0\nclear_fro = 2\n"
+                "[[instance]]\nname = \"b\"\nitem = \"GetSysMemory\"\nperiod = 1\n"
+                "[instance.alarm]\nreport = { item = \"GetSysCPU\" }\n"
+                "[[instance]]\nname = \"c\"\nitem = \"GetSysMemory\"\nperiod = 1\n"
+                "[instance.alarm]\nequals = nan\nreport = { item = \"SendErrRpt\", params = [\n"
+                "{ name = \"ErrCode\", value = \"{{ok} {value}\" },\n"
+                "{ name = \"UserData\", value = \"{flow} {flowid} {value\" }] }\n",
+            "FILE:5: above and below in [instance.alarm], expected one of above, below, "
+            "equals\n"
+            "FILE:7: below is a string, expected a number\n"
+            "FILE:8: for is 0, expected a whole number from 1 to 1000000\n"
+            "FILE:9: unknown key \"clear_fro\" in [instance.alarm], did you mean "
+            "\"clear_for\"?\n"
+            "FILE:14: no condition in [instance.alarm], expected one of above, below, equals\n"
+            "FILE:15: item GetSysCPU sends no report, expected SendErrRpt or "
+            "SendErrRptExtend\n"
+            "FILE:21: equals is nan, expected a number from -1e+30 to 1e+30\n"
+            "FILE:22: no parameter \"ProcessMoudleId\" for SendErrRpt, expected it\n"
+            "FILE:24: unknown placeholder \"{flow}\", expected {value}, {pid}, {flowid}, "
+            "{instance} or {{\n"
+            "FILE:24: placeholder {flowid} for GetSysMemory, expected an item that reports a "
+            "flow id\n"
+            "FILE:24: unknown placeholder \"{value\", expected {value}, {pid}, {flowid}, "
+            "{instance} or {{\n"},
         BadConfig{"ValueOneByteTooLong", with_value(std::string(400, 'x')),
                   "FILE:5: parameter value has 400 bytes, expected at most 399\n"},
         BadConfig{"NulInValue", with_value("a\\u0000b"),
@@ -361,9 +235,12 @@ TEST_F(MonitorTest, ConfigurationsAtTheirLimitsAreAccepted) {
             std::vector<std::string>{config_.string() + ": 1 instance, no mistakes"});
   EXPECT_EQ(monitor.exit_code(), 0);
 
-  Monitor example({"check-config", MIRT_SOURCE_DIR "/examples/this-machine.toml"}, folder_);
-  EXPECT_NE(example.line().value_or("").find("instances, no mistakes"), std::string::npos);
-  EXPECT_EQ(example.exit_code(), 0) << example.errors();
+  for (const char* const name : {"this-machine", "heartbeats", "hung-threads"}) {
+    const std::string path = MIRT_SOURCE_DIR "/examples/" + std::string(name) + ".toml";
+    Monitor example({"check-config", path}, folder_);
+    EXPECT_NE(example.line().value_or("").find("instances, no mistakes"), std::string::npos);
+    EXPECT_EQ(example.exit_code(), 0) << example.errors();
+  }
 }
 
 TEST_F(MonitorTest, MissingFilesAndItemsAreNamed) {
