@@ -13,8 +13,9 @@
 namespace {
 
 constexpr char kFooter[] =
-    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: the item called by "once" failed, there
-is no heartbeat table, or resources are missing; 2: wrong usage or configuration.)";
+    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: the item called by "once" failed, "find"
+or "kill" found no such process, there is no heartbeat table, or resources are missing; 2: wrong
+usage or configuration.)";
 
 constexpr char kHeartbeatsFooter[] =
     R"(One line for each module that has an entry: its process id, the name of that process now, the
