@@ -6,12 +6,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "kelv_log.h"
 #include "kelv_securec.h"
@@ -26,48 +24,28 @@ constexpr mode_t kLockFileMode = 0640;
 // The mapped table; null until the first successful attach, never unmapped.
 std::atomic<MIRT_AGENT_HEART_INFO_SET_S*> s_pstMirtAgentHeartInfoArr{nullptr};
 
-constexpr MIRT_AGENT_HEART_INFO_S kUntouched{};
-constexpr MIRT_AGENT_HEART_INFO_S kFree{MIRT_AGENT_HEART_NO_PROCESS, MIRT_AGENT_HEART_FREE, 0,
-                                        MIRT_AGENT_HEART_NO_FLOW, 0};
+// Stands in the first entry's reserved field while a maker is at work. A maker that dies before it
+// writes that leaves a segment without content, which the host library takes for new.
+constexpr uint32_t kUnfinished = 0x5452494D;
 
-bool same(const MIRT_AGENT_HEART_INFO_S& a, const MIRT_AGENT_HEART_INFO_S& b) {
-  return memcmp(&a, &b, sizeof a) == 0;
+// The compiler keeps the stores on both sides apart; the processor does so by itself.
+void keep_order() {
+  std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-// From the last entry to the first, and each entry's processid last: what a maker leaves that dies
-// at work looks like no table that was ever in use.
 void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
-  memset_s(&table, sizeof table, 0, sizeof table);
-  for (int i = MIRT_AGENT_HEART_MAX - 1; i >= 0; --i) {
-    MIRT_AGENT_HEART_INFO_S& entry = table.array[i];
-    entry.pid = MIRT_AGENT_HEART_FREE;
-    entry.flowid = MIRT_AGENT_HEART_NO_FLOW;
-    std::atomic_signal_fence(std::memory_order_seq_cst);  // the compiler keeps the order
+  uint32_t& mark = table.array[0].reserved;
+  mark = kUnfinished;
+  keep_order();
+  for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
     entry.processid = MIRT_AGENT_HEART_NO_PROCESS;
+    entry.pid = MIRT_AGENT_HEART_FREE;
+    entry.heartbeat = 0;
+    entry.flowid = MIRT_AGENT_HEART_NO_FLOW;
+    if (&entry.reserved != &mark) entry.reserved = 0;
   }
-}
-
-// Can a maker have died over this entry? Zero is no process's id.
-bool is_half_written(const MIRT_AGENT_HEART_INFO_S& entry) {
-  return entry.processid == 0 && (entry.pid == 0 || entry.pid == MIRT_AGENT_HEART_FREE) &&
-         entry.heartbeat == 0 && entry.reserved == 0 &&
-         (entry.flowid == 0 || entry.flowid == MIRT_AGENT_HEART_NO_FLOW);
-}
-
-// Has the maker died at work? Then entries that it has not reached come first, one may be half
-// written, and those behind it are free. A table that is zero throughout is left to the host
-// library's judgement, and so is every other.
-bool is_half_initialised(const MIRT_AGENT_HEART_INFO_SET_S& table) {
-  const auto* const end = std::end(table.array);
-  const auto* entry = std::find_if_not(std::begin(table.array), end,
-                                       [](const auto& each) { return same(each, kUntouched); });
-  if (entry == end) return false;
-  if (is_half_written(*entry)) {
-    ++entry;
-  } else if (entry == std::begin(table.array)) {
-    return false;
-  }
-  return std::all_of(entry, end, [](const auto& each) { return same(each, kFree); });
+  keep_order();
+  mark = 0;
 }
 
 // The first entry with that module id, or null.
@@ -89,7 +67,7 @@ MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
     return nullptr;
   }
   auto* const table = static_cast<MIRT_AGENT_HEART_INFO_SET_S*>(memory);
-  if (isCreate || is_half_initialised(*table)) initialise(*table);
+  if (isCreate || table->array[0].reserved == kUnfinished) initialise(*table);
   return table;
 }
 
