@@ -42,8 +42,9 @@ Handler current_handler() {
 
 int32_t log_report(const MIRT_HOST_REPORT_S& report) {
   KELV_LOG(PID_CTRL_MIRTCORE, DBG_LOG_EVENT,
-           "Error report 0x%X, resource type 0x%X, id '%s', %u parameters: %s", report.key.errCode,
-           report.key.resType, report.key.resId, report.paramCount, report.description);
+           "Error report 0x%X, resource type 0x%X, id '%.64s', %u parameters: %s",
+           report.key.errCode, report.key.resType, report.key.resId, report.paramCount,
+           report.description);
   return 0;
 }
 

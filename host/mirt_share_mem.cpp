@@ -1,6 +1,5 @@
 // Named shared memory: POSIX shared memory, mapped once a process.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,32 +29,56 @@ struct Mapping {
 std::mutex g_mappings_mutex;
 Mapping* g_mappings = nullptr;
 
-// Owns one descriptor and the lock below.
+int open_segment(const char* path) {
+  const int created = shm_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+  // Where the kernel protects regular files in sticky folders, O_CREAT is refused for a segment of
+  // another user, even to root.
+  return created < 0 && errno == EACCES ? shm_open(path, O_RDWR | O_CLOEXEC, 0) : created;
+}
+
+// One byte of a segment's file as a lock of the open file, not of the process: it holds until it is
+// released, or until nobody has the file open or mapped any more.
+constexpr off_t kSizing = 0;    // exclusive: who sizes the segment and judges whether it is new
+constexpr off_t kAttached = 1;  // shared: whoever has the segment mapped
+
+// Owns one descriptor. Closing it leaves the mapping, and with it the second lock.
 class Segment {
  public:
-  explicit Segment(const char* path)
-      : descriptor_(shm_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0660)) {}
+  explicit Segment(const char* path) : descriptor_(open_segment(path)) {}
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
   ~Segment() {
     if (descriptor_ < 0) return;
-    // Closing would not do it: the mapping holds the open file, and with it the lock, until the
-    // process ends.
-    flock(descriptor_, LOCK_UN);
+    lock(kSizing, F_UNLCK);
     close(descriptor_);
   }
   int get() const { return descriptor_; }
 
-  // Only one process at a time sizes a segment and judges whether it is new.
-  bool lock() const {
+  bool lock(off_t byte, short type) const {
+    struct flock range = range_of(byte, type);
     int locked;
     do {
-      locked = flock(descriptor_, LOCK_EX);
+      locked = fcntl(descriptor_, F_OFD_SETLKW, &range);
     } while (locked != 0 && errno == EINTR);
     return locked == 0;
   }
 
+  // Does anybody else have the segment mapped?
+  bool is_shared() const {
+    struct flock range = range_of(kAttached, F_WRLCK);
+    return fcntl(descriptor_, F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
+  }
+
  private:
+  static struct flock range_of(off_t byte, short type) {
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = byte;
+    range.l_len = 1;
+    return range;
+  }
+
   int descriptor_;
 };
 
@@ -75,7 +98,7 @@ bool is_all_zero(const void* memory, size_t size) {
 int32_t map_segment(const char* path, uint32_t size, void*& address, bool& created) {
   const Segment segment(path);
   if (segment.get() < 0) return refuse(path, "cannot be opened", errno);
-  if (!segment.lock()) return refuse(path, "cannot be locked", errno);
+  if (!segment.lock(kSizing, F_WRLCK)) return refuse(path, "cannot be locked", errno);
   struct stat status {};
   if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
   if (status.st_size == 0) {
@@ -92,9 +115,10 @@ int32_t map_segment(const char* path, uint32_t size, void*& address, bool& creat
   }
   void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.get(), 0);
   if (mapped == MAP_FAILED) return refuse(path, "cannot be mapped", errno);
-  // A segment that holds nothing yet counts as new, whoever sized it: its creator died before it
-  // wrote, and the next one has to take over.
-  created = status.st_size == 0 || is_all_zero(mapped, size);
+  // A segment without content that nobody has mapped counts as new, whoever sized it: its creator
+  // died before it wrote, and the next one has to take over.
+  created = status.st_size == 0 || (!segment.is_shared() && is_all_zero(mapped, size));
+  segment.lock(kAttached, F_RDLCK);
   address = mapped;
   return 0;
 }

@@ -102,7 +102,8 @@ MIRT_EXTERN_C MIRT_API int32_t MIRT_CommSendRequestMsg(MIRT_COMM_INFO_S* info, v
 MIRT_EXTERN_C MIRT_API void MIRT_CommFreeRetData(MIRT_COMM_RET_DATA_S* reply);
 
 /* Creates or attaches the named shared memory of size bytes: stores where it is mapped in *address,
- * and in *isCreate whether this call created it (then it is all zero). */
+ * and in *isCreate whether this call created it (then it is all zero). A segment whose creator died
+ * before it wrote anything counts as new. A second attach in one process gives the same mapping. */
 MIRT_EXTERN_C MIRT_API int32_t MIRT_InitShareMem(void** address, const char* name, uint32_t size,
                                                  bool* isCreate);
 
