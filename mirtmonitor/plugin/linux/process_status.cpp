@@ -107,14 +107,15 @@ int MIRT_Linux_Plugin::check_process_status_is_D_Fuzzy(const char* task_name,
     const pid_t pid = pPids[i].pid;
     if (checkappstatus && took_fatal_signal(pid)) {
       const RateLimiter::Verdict verdict = g_fatal_signal_limiter.ask();
+      const int line = __LINE__;  // of both records, and in the text
       if (verdict.missed != 0) {
-        KELV_LOG(MY_PID, DBG_LOG_INFO, "print: %u messages suppressed.%s,line=%d.", verdict.missed,
-                 __func__, __LINE__);
+        kelvlog(MY_PID, DBG_LOG_INFO, kelvlog_base_name(__FILE__), line, __func__, 0,
+                "print: %u messages suppressed.%s,line=%d.", verdict.missed, __func__, line);
       }
       if (verdict.print) {
-        KELV_LOG(MY_PID, DBG_LOG_EVENT,
-                 "Process '%s' receive a fatal signal and stop the process D status check, pid=%u.",
-                 task_name, static_cast<unsigned int>(pid));
+        kelvlog(MY_PID, DBG_LOG_EVENT, kelvlog_base_name(__FILE__), line, __func__, 0,
+                "Process '%s' receive a fatal signal and stop the process D status check, pid=%u.",
+                task_name, static_cast<unsigned int>(pid));
       }
       continue;
     }
