@@ -1,9 +1,5 @@
 #include "kelv_process.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,21 +10,30 @@ namespace {
 constexpr unsigned long kDumpingCore = 0x200;
 constexpr unsigned long kKilledBySignal = 0x400;
 
-// Reads /proc/<pid>/<name> with one read(), as a text. False when the process has gone.
-template <size_t kSize>
-bool read_process_file(pid_t pid, const char* name, char (&text)[kSize]) {
-  char path[64];
-  snprintf(path, sizeof path, "/proc/%d/%s", pid, name);
-  const int file = open(path, O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  ssize_t length;
-  do {
-    length = read(file, text, kSize - 1);
-  } while (length < 0 && errno == EINTR);
-  close(file);
-  text[length > 0 ? length : 0] = '\0';
-  return length > 0;
-}
+// A file of a process, read line by line: the status file may be long where a process is in many
+// groups. Closed at the end of its life.
+class ProcessFile {
+ public:
+  ProcessFile(pid_t pid, const char* name) {
+    char path[64];
+    snprintf(path, sizeof path, "/proc/%d/%s", pid, name);
+    file_ = fopen(path, "re");
+  }
+  ProcessFile(const ProcessFile&) = delete;
+  ProcessFile& operator=(const ProcessFile&) = delete;
+  ~ProcessFile() {
+    if (file_ != nullptr) fclose(file_);
+  }
+
+  // False at the end, and when the process has gone.
+  template <size_t kSize>
+  bool next(char (&line)[kSize]) {
+    return file_ != nullptr && fgets(line, kSize, file_) != nullptr;
+  }
+
+ private:
+  FILE* file_;
+};
 
 // "7 (a b) S 1 7 7 0 -1 4194560 ..." -> 4194560. The name may hold anything, so the fields are
 // counted from the last ')': state, ppid, pgrp, session, tty, tpgid, flags.
@@ -43,13 +48,12 @@ unsigned long flags_in(const char* stat_line) {
 }  // namespace
 
 int kelv_process_status_check(pid_t pid, int* status) {
-  if (status == nullptr) return -1;
-  char text[4096];
-  if (!read_process_file(pid, "stat", text)) return -1;
-  bool fatal = (flags_in(text) & (kDumpingCore | kKilledBySignal)) != 0;
-  if (!fatal) {
-    if (!read_process_file(pid, "status", text)) return -1;
-    fatal = strstr(text, "\nCoreDumping:\t1") != nullptr;
+  char line[512];
+  if (status == nullptr || !ProcessFile(pid, "stat").next(line)) return -1;
+  bool fatal = (flags_in(line) & (kDumpingCore | kKilledBySignal)) != 0;
+  ProcessFile status_file(pid, "status");
+  while (!fatal && status_file.next(line)) {
+    fatal = strncmp(line, "CoreDumping:\t1", strlen("CoreDumping:\t1")) == 0;
   }
   *status = fatal ? KELV_PROCESS_STATUS_COREDUMP : KELV_PROCESS_STATUS_NORMAL;
   return 0;
