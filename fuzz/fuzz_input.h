@@ -31,7 +31,7 @@ class FuzzInput {
   // Up to the next NUL, which is consumed.
   std::string text() {
     const size_t length = left_.find('\0');
-    const std::string piece = take(length);
+    std::string piece = take(length);
     if (!left_.empty()) left_.erase(0, 1);
     return piece;
   }
@@ -40,7 +40,7 @@ class FuzzInput {
 
  private:
   std::string take(size_t length) {
-    const std::string piece = left_.substr(0, length);
+    std::string piece = left_.substr(0, length);
     left_.erase(0, piece.size());
     return piece;
   }

@@ -51,7 +51,7 @@ static inline void mirt_heartbeat_pause(mirt_heartbeat_t* heartbeat) {
 
 static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id) {
   heartbeat->entry = MIRT_AgentShmInit(module_id);
-  if (heartbeat->entry == 0) return -1;
+  if (!heartbeat->entry) return -1;
   heartbeat->count = __atomic_load_n(&heartbeat->entry->heartbeat, __ATOMIC_ACQUIRE);
   mirt_heartbeat_clear_flow(heartbeat);
   mirt_heartbeat_beat(heartbeat);
