@@ -322,12 +322,8 @@ const Row kFunctions[] = {
              const int result = ForeachProcDir([](const char*, int, void* counter, bool) {
                ++*static_cast<int*>(counter); }, &visits, true);
              sprintf(outcome, "%d %d", result, visits), "0 3", "-1 0", "-1 0", ""),
-    FUNCTION("CheckProcessExist", nullptr, 0,
-             sprintf(outcome, "%d", CheckProcessExist("x", 10)), "0", "0", "-1", ""),
     FUNCTION("KillProcess", nullptr, 0,
              sprintf(outcome, "%d", KillProcess("x", 10)), "0", "0", "-1", ""),
-    FUNCTION("CheckProcIdAndProcName", nullptr, 0,
-             sprintf(outcome, "%d", CheckProcIdAndProcName(10, "x")), "1", "1", "0", ""),
     FUNCTION("MIRT_AgentShmInit", nullptr, kMapping, unlink(MIRT_AGENT_LOCK_FILE);
              sprintf(outcome, "%d", MIRT_AgentShmInit(7) != nullptr), "1", "0", "0", ""),
     FUNCTION("MIRT_GetDStatusCheckRedundancy", nullptr, 0, bool status = false;

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,12 +10,12 @@
 
 namespace {
 
-[[noreturn]] void run_cat(const std::vector<std::string>& arguments, int input, int output) {
+[[noreturn]] void run_cat(const std::vector<std::string>& arguments, int socket) {
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  dup2(input, STDIN_FILENO);
-  dup2(output, STDOUT_FILENO);
+  dup2(socket, STDIN_FILENO);
+  dup2(socket, STDOUT_FILENO);
   execv("/bin/cat", argv.data());
   _exit(127);
 }
@@ -23,27 +23,23 @@ namespace {
 }  // namespace
 
 Child::Child(const std::vector<std::string>& arguments) {
-  int input[2], output[2];
-  if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
-    throw std::runtime_error("no pipe for a child");
-  }
+  int ends[2] = {-1, -1};
+  const bool paired = socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0;
   pid_ = fork();
-  if (pid_ == 0) run_cat(arguments, input[0], output[1]);
-  close(input[0]);
-  close(output[1]);
-  to_child_ = input[1];
-  from_child_ = output[0];
-  // Its echo tells that the program runs; the end of the pipe at exec would come a moment too soon.
+  if (pid_ == 0) run_cat(arguments, ends[1]);
+  close(ends[1]);
+  end_ = ends[0];
+  // Its echo tells that the program runs; the end of the socket at exec would come a moment too
+  // soon.
   char echo = 'x';
-  if (pid_ < 0 || write(to_child_, &echo, 1) != 1 || read(from_child_, &echo, 1) != 1) {
+  if (!paired || pid_ < 0 || write(end_, &echo, 1) != 1 || read(end_, &echo, 1) != 1) {
     throw std::runtime_error("the child did not start");
   }
 }
 
 Child::~Child() {
   end();
-  close(to_child_);
-  close(from_child_);
+  close(end_);
 }
 
 void Child::kill_unreaped(int signal) {
@@ -66,19 +62,14 @@ int open_descriptors() {
 }
 
 NoDescriptors::NoDescriptors() {
-  rlimit limits{};
-  getrlimit(RLIMIT_NOFILE, &limits);
-  limit_ = limits.rlim_cur;
+  getrlimit(RLIMIT_NOFILE, &before_);
   // All numbers below the lowest free one are taken.
   const int lowest_free = open("/dev/null", O_RDONLY | O_CLOEXEC);
   close(lowest_free);
-  limits.rlim_cur = static_cast<rlim_t>(lowest_free);
-  setrlimit(RLIMIT_NOFILE, &limits);
+  const rlimit none{static_cast<rlim_t>(lowest_free), before_.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
 }
 
 NoDescriptors::~NoDescriptors() {
-  rlimit limits{};
-  getrlimit(RLIMIT_NOFILE, &limits);
-  limits.rlim_cur = limit_;
-  setrlimit(RLIMIT_NOFILE, &limits);
+  setrlimit(RLIMIT_NOFILE, &before_);
 }

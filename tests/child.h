@@ -2,6 +2,7 @@
 #ifndef CHILD_H
 #define CHILD_H
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <string>
@@ -13,8 +14,7 @@ class Child {
  public:
   // Returns when the process runs under its new command line.
   explicit Child(const std::vector<std::string>& arguments);
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
+  Child& operator=(Child&&) = delete;  // neither copied nor moved
   ~Child();
 
   pid_t pid() const { return pid_; }
@@ -25,7 +25,7 @@ class Child {
 
  private:
   pid_t pid_ = -1;
-  int to_child_ = -1, from_child_ = -1;
+  int end_ = -1;  // of the socket that is its input and output
 };
 
 // How many descriptors this process has open.
@@ -35,12 +35,11 @@ int open_descriptors();
 class NoDescriptors {
  public:
   NoDescriptors();
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(NoDescriptors&&) = delete;
   ~NoDescriptors();
 
  private:
-  unsigned long limit_;
+  rlimit before_{};
 };
 
 #endif

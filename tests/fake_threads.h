@@ -3,8 +3,6 @@
 #define FAKE_THREADS_H
 
 #include <cstdlib>
-#include <cstring>
-#include <string>
 
 #include "common_plugin.h"
 #include "item_call.h"
@@ -15,14 +13,12 @@ inline std::string thread_dir(int pid, int tid) {
 }
 
 // A thread's status file, shortened; in D state unless told otherwise.
-inline void put_thread(int pid, int tid, unsigned long voluntary, unsigned long nonvoluntary,
-                       char state = 'D') {
+inline void put_thread(int pid, int tid, unsigned long voluntary = 5,
+                       unsigned long nonvoluntary = 1, char state = 'D') {
   ProcFixture::put(thread_dir(pid, tid) + "/status",
                    "Name:\tapp\nUmask:\t0022\nState:\t" + std::string(1, state) +
-                       " (some sleep)\nTgid:\t" + std::to_string(pid) +
-                       "\nCpus_allowed_list:\t0-1\nvoluntary_ctxt_switches:\t" +
-                       std::to_string(voluntary) + "\nnonvoluntary_ctxt_switches:\t" +
-                       std::to_string(nonvoluntary) + "\n");
+                       " (some sleep)\nvoluntary_ctxt_switches:\t" + std::to_string(voluntary) +
+                       "\nnonvoluntary_ctxt_switches:\t" + std::to_string(nonvoluntary) + "\n");
 }
 
 // One configured instance. Its table lives as long as the process that loaded the plug-in; here the
@@ -30,7 +26,6 @@ inline void put_thread(int pid, int tid, unsigned long voluntary, unsigned long 
 struct HungCall : ItemCall {
   explicit HungCall(const std::string& pattern) : ItemCall({parameter("any name", pattern)}) {}
   HungCall(const HungCall&) = delete;
-  HungCall& operator=(const HungCall&) = delete;
   ~HungCall() { free(table()); }
 
   thread_info_set_t* table() const { return overlay<process_status_context_t>().pthreadinfoset; }

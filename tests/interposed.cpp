@@ -11,11 +11,13 @@
 
 namespace {
 
-Hooks* g_hooks = nullptr;
+const Hooks kNoHooks;
+const Hooks* g_hooks = &kNoHooks;
 int g_get_nprocs_calls = 0;
 
+// The C library's own function of that name, which is of the same type as ours.
 template <typename Function>
-Function* next(const char* name) {
+Function* next(const char* name, Function* /*ours*/) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
@@ -24,9 +26,8 @@ Function* next(const char* name) {
 ScopedHooks::ScopedHooks() {
   g_hooks = &hooks_;
 }
-
 ScopedHooks::~ScopedHooks() {
-  g_hooks = nullptr;
+  g_hooks = &kNoHooks;
 }
 
 int get_nprocs_calls() {
@@ -34,10 +35,8 @@ int get_nprocs_calls() {
 }
 
 FILE* real_popen(const char* command, const char* mode) {
-  return next<FILE*(const char*, const char*)>("popen")(command, mode);
+  return next("popen", popen)(command, mode);
 }
-
-extern "C" {
 
 int get_nprocs() noexcept {
   ++g_get_nprocs_calls;
@@ -45,49 +44,44 @@ int get_nprocs() noexcept {
 }
 
 int usleep(useconds_t duration_us) {
-  if (!g_hooks || !g_hooks->usleep) return next<int(useconds_t)>("usleep")(duration_us);
+  if (!g_hooks->usleep) return next("usleep", usleep)(duration_us);
   g_hooks->usleep(duration_us);
   return 0;
 }
 
 unsigned int sleep(unsigned int seconds) {
-  if (!g_hooks || !g_hooks->sleep) return next<unsigned int(unsigned int)>("sleep")(seconds);
+  if (!g_hooks->sleep) return next("sleep", sleep)(seconds);
   g_hooks->sleep(seconds);
   return 0;
 }
 
 int open(const char* path, int flags, ...) {
-  static const auto real_open = next<int(const char*, int, ...)>("open");
+  static const auto real_open = next("open", open);
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  if (g_hooks && g_hooks->open) g_hooks->open(path);
+  if (g_hooks->open) g_hooks->open(path);
   return real_open(path, flags, mode);
 }
 
 DIR* opendir(const char* path) {
-  if (!g_hooks || !g_hooks->opendir_fails || !g_hooks->opendir_fails(path)) {
-    return next<DIR*(const char*)>("opendir")(path);
-  }
+  if (!g_hooks->opendir_fails || !g_hooks->opendir_fails(path))
+    return next("opendir", opendir)(path);
   errno = EMFILE;
   return nullptr;
 }
 
 int statfs(const char* path, struct statfs* status) noexcept {
-  if (g_hooks && g_hooks->statfs) return g_hooks->statfs(path, status);
-  return next<int(const char*, struct statfs*)>("statfs")(path, status);
+  return g_hooks->statfs ? g_hooks->statfs(path, status) : next("statfs", statfs)(path, status);
 }
 
 ssize_t read(int fd, void* buffer, size_t size) {
-  static const auto real_read = next<ssize_t(int, void*, size_t)>("read");
-  if (g_hooks && g_hooks->read_at_most) size = std::min(size, g_hooks->read_at_most());
-  return real_read(fd, buffer, size);
+  static const auto real_read = next("read", read);
+  return real_read(fd, buffer,
+                   g_hooks->read_at_most ? std::min(size, g_hooks->read_at_most()) : size);
 }
 
 FILE* popen(const char* command, const char* mode) {
-  if (g_hooks && g_hooks->popen) return g_hooks->popen();
-  return real_popen(command, mode);
+  return g_hooks->popen ? g_hooks->popen() : real_popen(command, mode);
 }
-
-}  // extern "C"

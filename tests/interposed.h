@@ -24,8 +24,7 @@ struct Hooks {
 class ScopedHooks {
  public:
   ScopedHooks();
-  ScopedHooks(const ScopedHooks&) = delete;
-  ScopedHooks& operator=(const ScopedHooks&) = delete;
+  ScopedHooks& operator=(ScopedHooks&&) = delete;  // neither copied nor moved
   ~ScopedHooks();
   Hooks* operator->() { return &hooks_; }
 

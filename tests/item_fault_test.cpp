@@ -22,52 +22,43 @@ FAILS(get_process_handle(const char*))
 FAILS(get_process_resource(PROCESS_RESOURCE_E, const char*, int*))
 FAILS(get_sys_cpu(sys_cpu_context_t*))
 FAILS(get_sys_usr_cpu(sys_usr_cpu_context_t*))
+FAILS(get_disk_usage(const char*))
 FAILS(get_sys_mem())
 FAILS(get_sys_free_mem())
 
 namespace {
 
-struct FaultCase {
-  const char* name;
+struct Fault {
   Item item;
   const char* text;
+  size_t argc = 1;
 };
-class ItemFault : public testing::TestWithParam<FaultCase> {};
 
-TEST_P(ItemFault, IsReportedWithTheSampleAsTaken) {
-  ItemCall call({parameter("ProcessName", "app")});
-  if (std::string(GetParam().name).find("CfgPeriod") != std::string::npos) {
-    call.argv.push_back(parameter("Period", "1"));
+TEST(ItemFault, IsReportedWithTheSampleAsTaken) {
+  for (const auto& [item, text, argc] :
+       {Fault{GetProcessSysCPU, "Process Cpu Usage"}, Fault{GetProcessCoreCPU, "Process Cpu Usage"},
+        Fault{GetProcessSysCPUExtern, "Process Cpu Usage"},
+        Fault{GetProcessCoreCPUExtern, "Process Cpu Usage"},
+        Fault{GetProcessSysCPUFuzzyMatch, "Process Array Sys Cpu Usage"},
+        Fault{GetProcessCoreCPUFuzzyMatch, "Process Array Sys Cpu Usage"},
+        Fault{GetProcessSysCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage", 2},
+        Fault{GetProcessCoreCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage", 2},
+        Fault{GetProcessMemory, "Process Mem Usage"},
+        Fault{GetProcessMemoryExtern, "Process Mem Usage"},
+        Fault{GetProcessMemoryFuzzyMatch, "Process Array Mem Usage"},
+        Fault{GetProcessHandle, "Process Handle Usage"},
+        Fault{GetProcessHandleExtern, "Process Handle Usage"},
+        Fault{GetProcessHandleFuzzyMatch, "Process Handle Usage"},
+        Fault{GetDiskUsage, "Disk Usage"}, Fault{GetSysCPU, "Sys CPU Usage"},
+        Fault{GetSysUsrCPU, "Sys CPU Usage"}, Fault{GetSysMemory, "Sys Memory"},
+        Fault{GetSysFreeMemory, "Sys Memory"}}) {
+    ItemCall call({parameter("ProcessName", "app"), parameter("Period", "1")});
+    call.argv.resize(argc);
+    EXPECT_EQ(call.run(item), -1.0F);
+    EXPECT_EQ(call.result.result, -1);
+    EXPECT_EQ(call.result.reason, "Get " + std::string(text) + " Fault, Return -2.500000.");
+    EXPECT_EQ(call.result.pid, -5) << "left alone";
   }
-  EXPECT_EQ(call.run(GetParam().item), -1.0F);
-  EXPECT_EQ(call.result.result, -1);
-  EXPECT_EQ(call.result.reason,
-            "Get " + std::string(GetParam().text) + " Fault, Return -2.500000.");
-  EXPECT_EQ(call.result.pid, -5) << "left alone";
 }
-
-#define ROW(item, text) \
-  FaultCase {           \
-#item, item, text   \
-  }
-INSTANTIATE_TEST_SUITE_P(
-    All, ItemFault,
-    testing::Values(ROW(GetProcessSysCPU, "Process Cpu Usage"),
-                    ROW(GetProcessCoreCPU, "Process Cpu Usage"),
-                    ROW(GetProcessSysCPUExtern, "Process Cpu Usage"),
-                    ROW(GetProcessCoreCPUExtern, "Process Cpu Usage"),
-                    ROW(GetProcessMemory, "Process Mem Usage"),
-                    ROW(GetProcessMemoryExtern, "Process Mem Usage"),
-                    ROW(GetProcessHandle, "Process Handle Usage"),
-                    ROW(GetProcessHandleExtern, "Process Handle Usage"),
-                    ROW(GetProcessSysCPUFuzzyMatch, "Process Array Sys Cpu Usage"),
-                    ROW(GetProcessSysCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage"),
-                    ROW(GetProcessCoreCPUFuzzyMatch, "Process Array Sys Cpu Usage"),
-                    ROW(GetProcessCoreCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage"),
-                    ROW(GetProcessMemoryFuzzyMatch, "Process Array Mem Usage"),
-                    ROW(GetProcessHandleFuzzyMatch, "Process Handle Usage"),
-                    ROW(GetSysCPU, "Sys CPU Usage"), ROW(GetSysUsrCPU, "Sys CPU Usage"),
-                    ROW(GetSysMemory, "Sys Memory"), ROW(GetSysFreeMemory, "Sys Memory")),
-    [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -26,8 +26,7 @@ bool enter_private_namespace();
 class TmpfsMount {
  public:
   explicit TmpfsMount(std::string path, const char* options = "size=16m");
-  TmpfsMount(const TmpfsMount&) = delete;
-  TmpfsMount& operator=(const TmpfsMount&) = delete;
+  TmpfsMount& operator=(TmpfsMount&&) = delete;  // neither copied nor moved
   ~TmpfsMount();
   bool mounted() const { return mounted_; }  // if not, the reason is in errno
 
@@ -55,7 +54,7 @@ class ProcFixture : public testing::Test {
 
  protected:
   void SetUp() override;
-  void TearDown() override;
+  void TearDown() override { proc_.reset(); }
 
  private:
   std::optional<TmpfsMount> proc_;

@@ -3,40 +3,35 @@
 #ifndef RECORDED_SYSTEM_H
 #define RECORDED_SYSTEM_H
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
-#include <vector>
-
-using Trace = std::vector<std::string>;
+#include <utility>
 
 struct RecordedSystem {
-  RecordedSystem();
-  RecordedSystem(const RecordedSystem&) = delete;
-  RecordedSystem& operator=(const RecordedSystem&) = delete;
+  RecordedSystem() { current = this; }
+  ~RecordedSystem() { current = nullptr; }
 
-  // The calls since the last take(), in their order, one text each.
-  Trace take();
-  void note(std::string call);
+  // The calls since the last take(), in their order, one line each; of log records, those of
+  // process_status.cpp under its module.
+  std::string take();
+  void note(const std::string& call);
 
-  std::function<FILE*(const char* command)> popen;        // none: an empty stream
-  std::function<int(pid_t, int* status)> process_status;  // none: a healthy process
+  std::function<FILE*(const char* command)> popen;  // none: an empty stream
+  std::function<int(int pid)> pid_status;           // none: a healthy process; -1: cannot be told
   std::function<uint64_t()> jiffies;
-  std::optional<std::string> reply = std::string(1, 1);  // bytes; none: a null buffer
-  int send_result = 0, exec_result = 0, signal_result = 0;
+  struct Answers {
+    int reply = 1;  // the first byte of the framework's answer; -1: a null buffer
+    int send = 0, exec = 0, signal = 0;
+  } answers;
+  inline static RecordedSystem* current = nullptr;
   bool real_shells = false, real_framework = false, real_signals = false;  // noted, and done
 
  private:
   std::mutex mutex_;
-  Trace trace_;
+  std::string trace_;
 };
-
-// A record of process_status.cpp; level as in "error".
-std::string logged(const std::string& level, const std::string& function, const std::string& text);
 
 #endif
