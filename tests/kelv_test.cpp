@@ -66,12 +66,12 @@ TEST(Command, InheritsNeitherDescriptorsNorBlockedSignals) {
 }
 
 TEST(Command, IsWaitedForButNotWhatItLeavesBehind) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  // It waits for a line that nobody has written yet: a call that waited for it would hang here.
-  const std::string from = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(ends[0]);
-  EXPECT_EQ(output_of("read line <" + from + " & echo started"), "started\n");
-  for (const int end : ends) close(end);
+  char held[] = "/tmp/kelv_test_XXXXXX";
+  close(mkostemp(held, O_CLOEXEC));
+  // It goes on for as long as the file is there: a call that waited for it would never return.
+  const std::string waits = "while [ -e " + std::string(held) + " ]; do sleep 0.01; done";
+  EXPECT_EQ(output_of(waits + " & echo started"), "started\n");
+  EXPECT_EQ(unlink(held), 0);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
   signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(output_of("true"), "") << "also when the kernel reaps children itself";
