@@ -1,30 +1,31 @@
-// The matcher in its three modes, its wildcard mode beside the rules written out step by step.
-#include <cstring>
+// The matcher in its three modes, its wildcard mode beside the rules told piece by piece.
+#include <algorithm>
+#include <sstream>
 
 #include "common_plugin.h"
 #include "fuzz_input.h"
 
 namespace {
 
+bool stands_at(const std::string& text, size_t at, const std::string& piece) {
+  return piece.size() <= text.size() - at &&
+         std::equal(piece.begin(), piece.end(), text.begin() + static_cast<std::ptrdiff_t>(at),
+                    [](char p, char t) { return p == '?' || p == t; });
+}
+
+// The pieces between the stars stand in the text one behind the other, each as early as it can.
 bool matches_by_rule(const std::string& text, const std::string& pattern) {
-  size_t p1 = 0, p2 = 0, mark = 0;
-  while (p1 < text.size() && p2 < pattern.size()) {
-    if (pattern[p2] == '*') {
-      mark = ++p2;
-    } else if (pattern[p2] == '?' || text[p1] == pattern[p2]) {
-      ++p1;
-      ++p2;
-    } else if (p1 == 0 && p2 == 0) {
-      return false;
-    } else {
-      p1 = p1 - (p2 - mark) + 1;
-      p2 = mark;
-    }
+  std::istringstream stars(pattern);
+  size_t at = 0;
+  bool first = true;
+  for (std::string piece; std::getline(stars, piece, '*'); first = false) {
+    // The one anchor at the start: the first character, where no star comes before it.
+    if (first && !piece.empty() && !stands_at(text, 0, piece.substr(0, 1))) return false;
+    while (at <= text.size() && !stands_at(text, at, piece)) ++at;
+    if (at > text.size()) return false;
+    at += piece.size();
   }
-  if (p2 == pattern.size()) {
-    return p1 == text.size() || (!pattern.empty() && pattern.back() == '*');
-  }
-  return pattern.find_first_not_of('*', p2) == std::string::npos;
+  return at == text.size() || (!pattern.empty() && pattern.back() == '*');
 }
 
 }  // namespace
