@@ -100,7 +100,7 @@ TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {
   system_.jiffies = [] { return now; };
   system_.pid_status = [](int) { return KELV_PROCESS_STATUS_COREDUMP; };
   const std::string who = "check_process_status_is_D_Fuzzy";
-  const std::string left_out = "info " + who + ": print: 1 messages suppressed." + who + ",\n";
+  const std::string left_out = "info " + who + ": print: 1 messages suppressed." + who + ",line=\n";
   const std::string dying =
       "event " + who +
       ": Process 'app *' receive a fatal signal and stop the process D status check, pid=100.\n";

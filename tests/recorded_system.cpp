@@ -36,15 +36,15 @@ void RecordedSystem::note(const std::string& call) {
   trace_ += call + '\n';
 }
 
-void kelvlog(unsigned int module, int level, const char* file, int /*line*/, const char* function,
+void kelvlog(unsigned int module, int level, const char* file, int line, const char* function,
              int /*reserved*/, const char* format, ...) {
   char text[4096];
   va_list arguments;
   va_start(arguments, format);
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  // A text may end with the line of its statement.
-  if (char* const named = strstr(text, "line=")) *named = '\0';
+  // A text may end with the line of its record.
+  if (char* const named = strstr(text, "line=")) named[atoi(named + 5) == line ? 5 : 0] = '\0';
   if (module != PID_CTRL_MIRTMONITOR || strcmp(file, "process_status.cpp") != 0) return;
   g_system->note(std::string(kelvlog_level_name(level)) + ' ' + function + ": " + text);
 }
