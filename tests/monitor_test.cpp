@@ -257,11 +257,11 @@ TEST_F(MonitorTest, ClosedOutputEndsIt) {
 }
 
 TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {
-  const std::string command = R"('exec 9>seen; ls /proc/self/fd >&9; for s in INT TERM PIPE; do )"
-                              R"(sh -c "kill -$s \$\$"; echo $? >&9; done')";
+  const std::string command =
+      "mirt-monitor once IsExistProcessPreCmd x 'exec 9>seen; ls /proc/self/fd >&9; for s in INT "
+      R"(TERM PIPE; do sh -c "kill -$s \$\$"; echo $? >&9; done' 'no such words')";
   for (const std::string redirections : {"", "<&- >&- 2>&- "}) {
-    Monitor monitor(folder_, redirections + "mirt-monitor once IsExistProcessPreCmd x " + command +
-                                 " 'no such words'");
+    Monitor monitor(folder_, redirections + command);
     monitor.end(0);
     // The three that everybody has, the folder that ls reads, and the 9 of this very command; then
     // 128 and the signal that killed a shell.
