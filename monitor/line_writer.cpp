@@ -22,6 +22,7 @@ void LineWriter::write_line(std::string line) {
       written += static_cast<size_t>(got);
     } else if (errno != EINTR && errno != EAGAIN) {
       closed_ = true;
+      if (errno != EPIPE && errno != EIO) error_ = errno;  // EIO: the terminal has gone
     }
   }
 }

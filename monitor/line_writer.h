@@ -16,12 +16,16 @@ class LineWriter {
   // True once the reader has gone or the output failed: there is nobody left to talk to.
   bool closed() const { return closed_; }
 
+  // Why it failed; 0 as long as it has not, and when the reader has merely gone.
+  int error() const { return error_; }
+
  private:
   bool wait_until_writable() const;
 
   int fd_;
   int stop_fd_;
   bool closed_ = false;
+  int error_ = 0;
 };
 
 #endif

@@ -1,5 +1,6 @@
 // mirt-monitor: loads the inspection plug-in and runs its items.
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -209,6 +210,8 @@ int parse_and_run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   fill_standard_descriptors();
+  // What we were started with is not for the commands that items start.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   std::signal(SIGCHLD, SIG_DFL);  // inherited as ignored, it would take our children's exit codes
   try {
     return parse_and_run(argc, argv);

@@ -88,7 +88,11 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
   }
   reports.connect();
   scheduler.run(StopSignal::fd());
-  const int code = request.fail_on_invalid && !scheduler.all_valid() ? kExitFailed : kExitOk;
+  if (out.error() != 0) {
+    complain(std::string("cannot write standard output: ") + std::strerror(out.error()));
+  }
+  const bool failed = out.error() != 0 || (request.fail_on_invalid && !scheduler.all_valid());
+  const int code = failed ? kExitFailed : kExitOk;
   // A thread that is still inside an item goes on using the records and the library until the very
   // end, so nothing may be destroyed under it. All output is out: it was never buffered.
   if (!scheduler.stop()) _exit(code);
