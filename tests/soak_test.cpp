@@ -138,6 +138,14 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
   EXPECT_LE(mallinfo2().uordblks, heap + 24 * (kSeconds - kWarmUpSeconds));
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_FALSE(has_zombie());
+  // The tables of hung threads belong to the contexts, and those to us.
+  for (const Instance& instance : instances) {
+    if (instance.item != CheckProcessStatusIsD &&
+        instance.item != CheckProcessStatusIsDForAppData) {
+      continue;
+    }
+    free(instance.call.overlay<process_status_context_t>().pthreadinfoset);
+  }
   g_crowd = nullptr;
 }
 
