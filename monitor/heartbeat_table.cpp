@@ -10,11 +10,17 @@
 #include "unique_fd.h"
 
 std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
-  const UniqueFd segment(shm_open("/" MIRT_AGENT_HEARTBEAT_NAME, O_RDONLY | O_CLOEXEC, 0));
+  // What is no file must not make the open wait.
+  const UniqueFd segment(
+      shm_open("/" MIRT_AGENT_HEARTBEAT_NAME, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0));
   struct stat status {};
   if (segment.get() < 0 || fstat(segment.get(), &status) != 0) {
     error = errno == ENOENT ? "no heartbeat table"
                             : std::string("no heartbeat table to read: ") + std::strerror(errno);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    error = "what stands in the heartbeat table's place is no file";
     return std::nullopt;
   }
   if (status.st_size != sizeof(MIRT_AGENT_HEART_INFO_SET_S)) {
