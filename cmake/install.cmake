@@ -31,5 +31,6 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/mirt_linux_plugin.pc.in
                ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-install(FILES ${PROJECT_SOURCE_DIR}/examples/this-machine.toml
+file(GLOB example_configurations ${PROJECT_SOURCE_DIR}/examples/*.toml)
+install(FILES ${example_configurations}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/mirt/examples)

@@ -160,7 +160,8 @@ void add_find(CLI::App& app, Arguments& arguments) {
 
 void add_kill(CLI::App& app, Arguments& arguments) {
   CLI::App* const kill = app.add_subcommand(
-      "kill", "Kill a process if NAME begins with its short name; exit code 1 if it does not");
+      "kill",
+      "Send SIGKILL to a process if NAME begins with its short name; exit code 1 if it does not");
   KillOptions& options = arguments.kill;
   kill->add_option("name", options.name, "What the process is called")
       ->required()

@@ -6,6 +6,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 seconds=${1:-30}
+if [[ ! $seconds =~ ^[1-9][0-9]*$ ]]; then
+  echo "usage: scripts/fuzz.sh [SECONDS], found '$seconds'" >&2
+  exit 2
+fi
 
 install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
 CC=clang CXX=clang++ build_in build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIRT_BUILD_FUZZ=ON \
