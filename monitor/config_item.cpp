@@ -60,9 +60,14 @@ ParamsReading read_params(TomlFields& fields, const ItemRow* item) {
     }
   }
   if (!item) return reading;
-  for (const ParamMistake& mistake : check_list(*item, reading.params)) {
+  blame(fields, reading, check_list(*item, reading.params));
+  return reading;
+}
+
+void blame(TomlFields& fields, const ParamsReading& reading,
+           const std::vector<ParamMistake>& mistakes) {
+  for (const ParamMistake& mistake : mistakes) {
     const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
     fields.mistake(line, mistake.text);
   }
-  return reading;
 }

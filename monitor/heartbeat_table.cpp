@@ -46,6 +46,22 @@ MIRT_AGENT_HEART_INFO_SET_S HeartbeatTable::read() const {
     to.processid = __atomic_load_n(&from.processid, __ATOMIC_ACQUIRE);
     to.heartbeat = __atomic_load_n(&from.heartbeat, __ATOMIC_ACQUIRE);
     to.flowid = __atomic_load_n(&from.flowid, __ATOMIC_ACQUIRE);
+    to.reserved = __atomic_load_n(&from.reserved, __ATOMIC_ACQUIRE);
   }
   return copy;
+}
+
+std::string HeartbeatTable::fault(const MIRT_AGENT_HEART_INFO_SET_S& table) {
+  static const MIRT_AGENT_HEART_INFO_SET_S kUntouched{};
+  // Its maker marks the first entry until the table is whole.
+  if (table.array[0].reserved != 0 || std::memcmp(&table, &kUntouched, sizeof table) == 0) {
+    return "the heartbeat table is not made yet";
+  }
+  for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
+    if (table.array[i].pid <= MIRT_AGENT_HEART_FREE) continue;
+    return "the heartbeat table is damaged: entry " + std::to_string(i) + " is of module " +
+           std::to_string(table.array[i].pid) + ", expected at most " +
+           std::to_string(MIRT_AGENT_HEART_FREE - 1);
+  }
+  return "";
 }

@@ -16,6 +16,9 @@ class HeartbeatTable {
   // A copy, no field of which is half of an old and half of a new value.
   MIRT_AGENT_HEART_INFO_SET_S read() const;
 
+  // Why what was read is no table to show; empty if it is one.
+  static std::string fault(const MIRT_AGENT_HEART_INFO_SET_S& table);
+
  private:
   explicit HeartbeatTable(const MIRT_AGENT_HEART_INFO_SET_S* shared) : shared_(shared) {}
 

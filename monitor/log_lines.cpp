@@ -6,7 +6,7 @@
 
 #include "clock_text.h"
 #include "kelv_log.h"
-#include "printable.h"
+#include "terminal_text.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -10,17 +11,20 @@ bool same_letter(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
 }
 
-// Insertions, deletions and replacements between the two; case does not count as a difference.
+// Insertions, deletions, replacements and swaps of two neighbours between the two; case does not
+// count as a difference.
 size_t edit_distance(std::string_view a, std::string_view b) {
-  std::vector<size_t> row(b.size() + 1);
+  std::vector<size_t> before_last, last, row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
   for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
+    before_last = std::exchange(last, row);
     row[0] = i;
     for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t replaced = diagonal + (same_letter(a[i - 1], b[j - 1]) ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+      const size_t replaced = last[j - 1] + (same_letter(a[i - 1], b[j - 1]) ? 0 : 1);
+      row[j] = std::min({replaced, last[j] + 1, row[j - 1] + 1});
+      if (i > 1 && j > 1 && same_letter(a[i - 1], b[j - 2]) && same_letter(a[i - 2], b[j - 1])) {
+        row[j] = std::min(row[j], before_last[j - 2] + 1);
+      }
     }
   }
   return row.back();

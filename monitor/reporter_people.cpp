@@ -3,25 +3,14 @@
 #include <cstring>
 
 #include "alarm.h"
-#include "printable.h"
 #include "reporter.h"
+#include "terminal_text.h"
 
 namespace {
 
 constexpr char kRed[] = "\033[31m";
 constexpr char kPlain[] = "\033[0m";
 constexpr size_t kValueWidth = 10;
-
-// Columns on a terminal that UTF-8 text takes, wide characters aside: bytes that begin one.
-size_t width_of(const std::string& text) {
-  return static_cast<size_t>(
-      std::count_if(text.begin(), text.end(), [](unsigned char c) { return (c & 0xC0) != 0x80; }));
-}
-
-std::string padded(const std::string& text, size_t width) {
-  const size_t taken = width_of(text);
-  return text + std::string(width > taken ? width - taken : 0, ' ');
-}
 
 std::string value_text(const ItemRow& item, double value) {
   char text[64];
@@ -58,7 +47,7 @@ class PeopleReporter final : public Reporter {
 
   void went_blind(const Blindness& blindness) override {
     std::string line = beginning(blindness.time, blindness.instance, "blind", "");
-    write(std::move(line) + "  " + red("blind since " + for_people(blindness.since)));
+    write(std::move(line) + "  " + red("no answer since " + for_people(blindness.since)));
   }
 
   void alarm_changed(const AlarmChange& change) override {
@@ -82,9 +71,8 @@ class PeopleReporter final : public Reporter {
   // Time, instance, value and unit.
   std::string beginning(WallTime time, const Instance& instance, const std::string& value,
                         const std::string& unit) const {
-    const size_t gap = kValueWidth > value.size() ? kValueWidth - value.size() : 0;
-    return for_people(time) + "  " + padded(printable(instance.name), name_width_) + "  " +
-           std::string(gap, ' ') + value + " " + padded(printable(unit), unit_width_);
+    return for_people(time) + "  " + left(printable(instance.name), name_width_) + "  " +
+           right(value, kValueWidth) + " " + left(printable(unit), unit_width_);
   }
 
   static std::string owner_text(const Answer& answer) {

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "log_lines.h"
 #include "stop_signal.h"
+#include "terminal_text.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ std::unique_ptr<Reporter> make_reporter(LineWriter& out, const std::vector<Insta
 }  // namespace
 
 void complain(const std::string& text) {
-  std::fprintf(stderr, "mirt-monitor: %s\n", text.c_str());
+  std::fprintf(stderr, "mirt-monitor: %s\n", printable(text).c_str());
 }
 
 int run_instances(const std::vector<Instance>& instances, const RunRequest& request) {

@@ -70,9 +70,16 @@ bool TomlFields::in_range(std::string_view key, const toml::node& node, double v
 std::optional<std::string> TomlFields::text(std::string_view key, Presence presence) {
   const toml::node* const node = find(key, presence, "a string");
   if (!node) return std::nullopt;
-  if (node->is_string()) return node->as_string()->get();
-  wrong_type(key, *node, "a string");
-  return std::nullopt;
+  if (!node->is_string()) {
+    wrong_type(key, *node, "a string");
+    return std::nullopt;
+  }
+  // Records, commands and terminals would end the text there.
+  if (node->as_string()->get().find('\0') != std::string::npos) {
+    mistake(line_of(*node), std::string(key) + " holds a NUL character, expected text without one");
+    return std::nullopt;
+  }
+  return node->as_string()->get();
 }
 
 std::optional<double> TomlFields::number(std::string_view key, Presence presence,

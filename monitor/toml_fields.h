@@ -32,7 +32,7 @@ class TomlFields {
   TomlFields(const toml::table& table, std::string where, Mistakes& mistakes)
       : table_(table), where_(std::move(where)), mistakes_(mistakes) {}
 
-  std::optional<std::string> text(std::string_view key, Presence presence);
+  std::optional<std::string> text(std::string_view key, Presence presence);  // without any NUL
   std::optional<double> number(std::string_view key, Presence presence, const Range& range);
   std::optional<unsigned> whole_number(std::string_view key, Presence presence, const Range& range);
   const toml::array* array(std::string_view key, const char* expected);
