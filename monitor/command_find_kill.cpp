@@ -1,3 +1,6 @@
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 
 #include "commands.h"
@@ -7,13 +10,15 @@
 int command_find(const FindOptions& options) {
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
-  const auto pids = options.mode == "exact"    ? library->find_exact(options.name)
-                    : options.mode == "prefix" ? library->find_prefix(options.name)
-                                               : library->find_wildcard(options.name);
+  auto pids = options.mode == "exact"    ? library->find_exact(options.name)
+              : options.mode == "prefix" ? library->find_prefix(options.name)
+                                         : library->find_wildcard(options.name);
   if (!pids) {
     complain("the processes cannot be searched");
     return kExitFailed;
   }
+  // A pattern that begins with a star matches the command line that holds it, too.
+  pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
   for (const pid_t pid : *pids) std::printf("%d\n", pid);
   return pids->empty() ? kExitFailed : kExitOk;
 }

@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "log_lines.h"
+#include "shell_command.h"
 #include "stop_signal.h"
 #include "terminal_text.h"
 
@@ -96,6 +97,9 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
   const int code = failed ? kExitFailed : kExitOk;
   // A thread that is still inside an item goes on using the records and the library until the very
   // end, so nothing may be destroyed under it. All output is out: it was never buffered.
-  if (!scheduler.stop()) _exit(code);
+  if (!scheduler.stop()) {
+    end_shell_commands();
+    _exit(code);
+  }
   return code;
 }

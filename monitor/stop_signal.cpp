@@ -31,6 +31,11 @@ bool handle(int number, void (*handler)(int)) {
   return sigaction(number, &action, nullptr) == 0;
 }
 
+bool is_ignored(int number) {
+  struct sigaction action {};
+  return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 }  // namespace
 
 bool StopSignal::install() {
@@ -38,7 +43,8 @@ bool StopSignal::install() {
   if (stop_fd < 0) return false;
   sigset_t unblocked;
   sigemptyset(&unblocked);
-  for (const int number : {SIGINT, SIGTERM}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    if (number == SIGHUP && is_ignored(number)) continue;  // nohup: meant to outlive its terminal
     if (!handle(number, ask_to_stop)) return false;
     sigaddset(&unblocked, number);
   }

@@ -1,4 +1,4 @@
-// SIGINT and SIGTERM as a readable descriptor.
+// SIGINT, SIGTERM and SIGHUP as a readable descriptor.
 #ifndef MONITOR_STOP_SIGNAL_H
 #define MONITOR_STOP_SIGNAL_H
 

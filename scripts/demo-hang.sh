@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
+help_if_asked "$@"
 . scripts/demo-common.sh
 if [ "$(id -u)" -ne 0 ] || [ ! -c /dev/kmsg ]; then
   echo "demo-hang.sh reads kernel stacks and the kernel log: run it as root, with /dev/kmsg." >&2

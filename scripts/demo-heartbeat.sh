@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
+help_if_asked "$@"
 . scripts/demo-common.sh
 
 if [ "${1:-}" != --own-table ]; then

@@ -7,6 +7,13 @@ build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-d
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
 fuzz_packages=(clang libclang-rt-14-dev)
 
+# help_if_asked [ARGUMENT...]: with --help prints what stands at the script's beginning, and ends.
+help_if_asked() {
+  [ "${1:-}" = --help ] || [ "${1:-}" = -h ] || return 0
+  sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/${0##*/}"
+  exit 0
+}
+
 # install_missing PACKAGE...
 install_missing() {
   local missing=() package

@@ -4,6 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
+help_if_asked "$@"
 
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 

@@ -2,6 +2,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
@@ -45,6 +46,21 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
     EXPECT_EQ(info.si_value.sival_int, allowed ? getpid() : 0) << log;
   }
   EXPECT_EQ(file_text(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
+}
+
+TEST_F(MonitorTest, TheCommandOfTheRecoveryEndsWithTheMonitor) {
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  configure(
+      "[recovery]\nredundancy = 'command'\ncommand = 'exec 8<>fifo; echo >&8; sleep 1000; :'\n" +
+      instance("reboot", "RebootAppData", {{"UserData", std::to_string(getpid())}}));
+  Monitor monitor(folder_, kRun);
+  {
+    std::ifstream fifo(folder_ / "fifo");
+    for (std::string line; std::getline(fifo, line);) {
+      if (line.empty()) kill(monitor.pid(), SIGTERM);
+    }
+  }  // the end of the FIFO: the shell and what it has started have gone
+  monitor.end(0);
 }
 
 TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
@@ -151,6 +167,14 @@ TEST_F(HeartTest, TableIsShownAndNeverMade) {
             "mirt-monitor: the heartbeat table has 10 bytes, expected 1200\n");
 
   HeartEntry* const entries = make_table();
+  entries[3].module = 65536;
+  EXPECT_EQ(Monitor(folder_, command).end(1),
+            "mirt-monitor: the heartbeat table is damaged: entry 3 is of module 65536, expected at "
+            "most 65534\n");
+  entries[3].module = 0xFFFF;
+  entries[0].reserved = 1;  // its maker is still at work
+  EXPECT_EQ(Monitor(folder_, command).end(1),
+            "mirt-monitor: the heartbeat table is not made yet\n");
   entries[0] = {process_, 60001, 0, 101, 0};
   entries[49] = {~0U, 0, ~0UL, ~0U, 0};
   std::atomic<bool> ends{false};

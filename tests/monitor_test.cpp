@@ -73,8 +73,7 @@ TEST_F(MonitorTest, BadConfigurationsAreRefusedWithEveryMistakeAndNothingStarted
   const std::pair<std::string, std::string> rows[] = {
       {"", "a.toml:1: no instance, expected at least one [[instance]]\n"},
       {"\n[[instance]\nname = 1\n",
-       "a.toml:2: no TOML: Error while parsing table header: expected ']', saw '\\n', "
-       "expected a TOML file\n"},
+       "a.toml:2: this is no TOML: Error while parsing table header: expected ']', saw '\\n'\n"},
       {"deadlin = 4\nworkers = 0.5\n"
        "[[instance]]\nname = 'a'\nitem = 'getsyscpu'\nperiod = 0\n"
        "[[instance]]\nname = 'a'\nitem = 'GetSysCPU'\nperiod = nan\n"
@@ -100,7 +99,7 @@ a.toml:13: redundancy is "maybe", expected "allow", "deny" or "command"
        R"(a.toml:5: no parameter "RetKeyWords" for IsExistProcessPreCmd, expected it as number 3
 a.toml:6: value is an integer, expected a string
 a.toml:6: parameter 2 of IsExistProcessPreCmd is named "Precmd", expected "PreCmd"
-a.toml:11: parameter value holds a NUL character, expected text without one
+a.toml:11: value holds a NUL character, expected text without one
 a.toml:11: no parameter "ProcessName" for ProcessHeartBeat, expected it
 a.toml:11: no parameter "ProcessMoudleId" for ProcessHeartBeat, expected it
 a.toml:11: superfluous parameter "x", expected at most 2 for ProcessHeartBeat
@@ -119,7 +118,20 @@ a.toml:19: item GetSysCPU sends no report, expected SendErrRpt or SendErrRptExte
 a.toml:20: placeholder {flowid} for GetProcessMemory, expected an item that reports a flow id
 a.toml:20: unknown placeholder "{value", expected {value}, {pid}, {flowid}, {instance} or {{
 a.toml:23: command without redundancy = "command", expected it only there
-)"}};
+)"},
+      {kTicking + "\"name\\u001b\" = 1\n[instance.alarm]\nabove = 1\n"
+                  "report = { item = 'SendErrRpt', params = [\n"
+                  "{ name = 'ErrCode', value = '4026532367' },\n"
+                  "{ name = 'ProcessMoudleId', value = '65536' }] }\n",
+       R"(a.toml:7: unknown key "name?" in [[instance]], did you mean "name"?
+a.toml:10: no parameter "ProcessName" for SendErrRpt, expected it with ErrCode 0xF000020F
+a.toml:12: ProcessMoudleId is "65536", expected a number from 0 to 65535, decimal or after 0x
+)"},
+      {kTicking + "[instance.alarm]\nabove = 1\nreport = { item = 'SendErrRpt', params = [\n"
+                  "{ name = 'ErrCode', value = '0xF0000205' },\n"
+                  "{ name = 'ProcessMoudleId', value = '{value}' }] }\n",
+       "a.toml:10: ErrCode 0xF0000205 is not supported by SendErrRpt, expected one of 0xF0000203, "
+       "0xF0000204, 0xF000020F\n"}};
   for (const auto& [text, errors] : rows) {
     configure(text);
     for (const std::string& command : {kRun, std::string("mirt-monitor check-config a.toml")}) {
@@ -148,6 +160,21 @@ TEST_F(MonitorTest, MissingFilesAndItemsAreNamed) {
                 ", expected a library that exports it\n");
   const std::string error = Monitor(folder_, kRun + "--plugin ./absent.so").end(2);
   EXPECT_NE(error.find("./absent.so: "), std::string::npos) << error;
+}
+
+TEST_F(MonitorTest, MisspeltCommandLinesAreAnsweredWithWhatWasExpected) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"rnu", "unknown command \"rnu\", did you mean \"run\"?\nRun \"mirt-monitor --help\""},
+      {"run --confg x", "unknown option \"--confg\", did you mean \"--config\"?\nRun \"mirt-m"},
+      {"kill x 2147483648", "pid: found \"2147483648\", expected a whole number from 1 to 21474"},
+      {"once GetSysCPU --every nan", "--every: found \"nan\", expected a number of seconds from"},
+      {"items \x1b", "superfluous argument \"?\"\nRun \"mirt-monitor items --help\" for more."}};
+  for (const auto& [arguments, expected] : rows) {
+    const std::string error = Monitor(folder_, std::string("mirt-monitor ") + arguments).end(2);
+    EXPECT_EQ(error.find(std::string("mirt-monitor: ") + expected), 0U) << error;
+  }
+  EXPECT_EQ(Monitor(folder_, "mirt-monitor items >/dev/full").end(1),
+            "mirt-monitor: cannot write standard output: No space left on device\n");
 }
 
 TEST_F(MonitorTest, OnceTellsTheOutcomeByItsExitCode) {
@@ -222,7 +249,7 @@ TEST_F(MonitorTest, SignalsEndItWhileItemsSleepAndHangAndNothingIsDue) {
             instance("sleeping", "GetProcessSysCPUFuzzyMatchCfgPeriod",
                      {{"ProcessName", "*" + config.string() + "*"}, {"Period", "240"}}) +
             instance_that_blocks(folder_ / "fifo", "1000"));
-  for (const int number : {SIGINT, SIGTERM}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     Monitor monitor(folder_, "mirt-monitor run --json --config " + config.string());
     monitor.await({{"instance", "rare"}, {"state", "ok"}});
     const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat

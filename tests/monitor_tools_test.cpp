@@ -78,6 +78,8 @@ TEST(MonitorFindAndKill, HaveExitCodesForScripts) {
   EXPECT_EQ(monitor("find prefix 'mirt tools fi'"), found);
   EXPECT_EQ(monitor("find wildcard 'mirt*f?nd -u'"), found);
   EXPECT_EQ(monitor("find exact 'mirt tools find'"), "exit 1\n");
+  setenv("PATTERN", "*mirt nobody*", 1);
+  EXPECT_EQ(monitor("find wildcard \"$PATTERN\""), "exit 1\n") << "though it finds its own command";
   EXPECT_EQ(monitor("kill cat 0"), "exit 2\n");
   EXPECT_NE(monitor("kill nobody " + pid).find("exit 1\n"), std::string::npos);
   EXPECT_EQ(kill(child.pid(), 0), 0);

@@ -1,0 +1,305 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+
+#include "commands.h"
+#include "config.h"
+#include "nearest.h"
+#include "run_instances.h"
+
+namespace {
+
+constexpr char kFooter[] =
+    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: what was asked for failed or is not there, or
+resources are missing; 2: wrong usage or configuration.)";
+
+constexpr char kRunFooter[] =
+    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or once nobody reads its
+output. Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
+configuration, or an item is missing.)";
+
+constexpr char kCheckFooter[] =
+    R"(Exit code 0: no mistakes; 2: mistakes, each on a line of its own as FILE:LINE: TEXT.)";
+
+constexpr char kPsFooter[] =
+    R"(Kernel threads have no command line and are left out. Exit code 0: listed; 1: /proc cannot be read;
+2: wrong usage.)";
+
+constexpr char kFindFooter[] =
+    R"(MODE "exact" gives the first process with just this command line, "prefix" and "wildcard" (* any
+text, ? any character) give all, this very one left out. Arguments are separated by single spaces.
+Exit code 0: found; 1: none; 2: wrong usage.)";
+
+constexpr char kKillFooter[] =
+    R"(The short name is what the kernel calls the process, 15 bytes at most (/proc/PID/comm).
+Exit code 0: the signal was sent; 1: no such process, or another name; 2: wrong usage.)";
+
+constexpr char kHeartbeatsFooter[] =
+    R"(One line for each module that has an entry: its process id, the name of that process now, the
+heartbeat, whether it moved within a second, the flow id, and whether supervision is paused.
+Nothing is created or changed. Exit code 0: shown; 1: there is no table, or none that fits.)";
+
+constexpr char kOnceFooter[] =
+    R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
+the name that the item expects at its place; a value that looks like NAME=VALUE itself needs its
+name: ProcessName=A=B. Without --every there is one call, and it may take as long as it takes.
+Exit code 0: each call gave a valid value; 1: one failed, or none ended; 2: wrong usage.)";
+
+// The parsed command line: which command, and what it needs.
+struct Arguments {
+  RunOptions run;
+  OnceOptions once;
+  bool heartbeats_json = false;
+  std::string checked_config;
+  PsOptions ps;
+  FindOptions find;
+  KillOptions kill;
+  int (*command)(const Arguments&) = nullptr;
+};
+
+// Asks for a value that `fits`; what is expected else is said beside what was found.
+template <typename Fits>
+CLI::Validator expecting(const std::string& expected, const Fits& fits) {
+  return CLI::Validator(
+      [expected, fits](std::string& text) {
+        return fits(text) ? "" : "found \"" + text + "\", expected " + expected;
+      },
+      "");
+}
+
+CLI::Validator seconds() {
+  return expecting("a number of seconds from 0.001 to 31622400", [](const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && value >= kLeastSeconds && value <= kMostSeconds;
+  });
+}
+
+CLI::Validator whole_number_from_one(long most) {
+  return expecting("a whole number from 1 to " + std::to_string(most),
+                   [most](const std::string& text) {
+                     long value = 0;
+                     const char* const end = text.data() + text.size();
+                     const auto [stop, error] = std::from_chars(text.data(), end, value);
+                     return error == std::errc() && stop == end && value >= 1 && value <= most;
+                   });
+}
+
+CLI::Validator one_of(const std::vector<std::string>& words) {
+  return expecting("one of " + CLI::detail::join(words, ", "), [words](const std::string& text) {
+    return std::find(words.begin(), words.end(), text) != words.end();
+  });
+}
+
+void add_plugin_option(CLI::App& command, std::string& plugin) {
+  command.add_option("--plugin", plugin, "The plug-in to load")->type_name("FILE");
+}
+
+void add_json_flag(CLI::App& command, bool& json) {
+  command.add_flag("--json", json, "One JSON object per line");
+}
+
+void add_run(CLI::App& app, Arguments& arguments) {
+  CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
+  RunOptions& options = arguments.run;
+  run->add_option("--config", options.config, "The configuration")->required()->type_name("FILE");
+  run->add_option("--rounds", options.rounds, "Call each instance N times, then end")
+      ->check(whole_number_from_one(LONG_MAX))
+      ->type_name("N");
+  add_plugin_option(*run, options.plugin);
+  add_json_flag(*run, options.json);
+  run->footer(kRunFooter);
+  run->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_run(given.run); };
+  });
+}
+
+void add_once(CLI::App& app, Arguments& arguments) {
+  CLI::App* const once = app.add_subcommand("once", "Call one item");
+  OnceOptions& options = arguments.once;
+  once->add_option("item", options.item, "The item, as \"items\" lists it")
+      ->required()
+      ->type_name("ITEM");
+  once->add_option("params", options.params, "The item's parameters, in their order")
+      ->type_name("NAME=VALUE|VALUE");
+  CLI::Option* const every =
+      once->add_option("--every", options.every_s,
+                       "Call it again and again with one context, without --rounds for ever")
+          ->check(seconds())
+          ->type_name("SECONDS");
+  once->add_option("--rounds", options.rounds, "End after N calls")
+      ->check(whole_number_from_one(LONG_MAX))
+      ->needs(every)
+      ->type_name("N");
+  add_plugin_option(*once, options.plugin);
+  add_json_flag(*once, options.json);
+  once->footer(kOnceFooter);
+  once->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_once(given.once); };
+  });
+}
+
+void add_items(CLI::App& app, Arguments& arguments) {
+  app.add_subcommand("items", "List every item with its parameters")->callback([&arguments] {
+    arguments.command = [](const Arguments&) { return command_items(); };
+  });
+}
+
+void add_heartbeats(CLI::App& app, Arguments& arguments) {
+  CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
+  add_json_flag(*heartbeats, arguments.heartbeats_json);
+  heartbeats->footer(kHeartbeatsFooter);
+  heartbeats->callback([&arguments] {
+    arguments.command = [](const Arguments& given) {
+      return command_heartbeats(given.heartbeats_json);
+    };
+  });
+}
+
+void add_check_config(CLI::App& app, Arguments& arguments) {
+  CLI::App* const check =
+      app.add_subcommand("check-config", "Check a configuration and start nothing");
+  check->add_option("file", arguments.checked_config, "The configuration")
+      ->required()
+      ->type_name("FILE");
+  check->footer(kCheckFooter);
+  check->callback([&arguments] {
+    arguments.command = [](const Arguments& given) {
+      return command_check_config(given.checked_config);
+    };
+  });
+}
+
+void add_ps(CLI::App& app, Arguments& arguments) {
+  CLI::App* const ps = app.add_subcommand("ps", "List all user processes");
+  PsOptions& options = arguments.ps;
+  ps->add_flag("--cpu", options.cpu, "With CPU usage in percent of one core; takes a minute");
+  ps->add_option("--sort", options.sort, "Largest first, or by PID (the default); cpu needs --cpu")
+      ->check(one_of({"pid", "rss", "cpu"}))
+      ->type_name("pid|rss|cpu");
+  ps->add_option("--match", options.pattern,
+                 "Only command lines that match, as for FuzzyMatch items")
+      ->type_name("PATTERN");
+  add_json_flag(*ps, options.json);
+  add_plugin_option(*ps, options.plugin);
+  ps->footer(kPsFooter);
+  ps->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_ps(given.ps); };
+  });
+}
+
+void add_find(CLI::App& app, Arguments& arguments) {
+  CLI::App* const find = app.add_subcommand("find", "Print the PIDs of processes by command line");
+  FindOptions& options = arguments.find;
+  find->add_option("mode", options.mode, "How the command line is compared")
+      ->required()
+      ->check(one_of({"exact", "prefix", "wildcard"}))
+      ->type_name("exact|prefix|wildcard");
+  find->add_option("name", options.name, "The command line, its beginning, or a pattern")
+      ->required()
+      ->type_name("NAME");
+  add_plugin_option(*find, options.plugin);
+  find->footer(kFindFooter);
+  find->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_find(given.find); };
+  });
+}
+
+void add_kill(CLI::App& app, Arguments& arguments) {
+  CLI::App* const kill =
+      app.add_subcommand("kill", "Send SIGKILL to a process if NAME begins with its short name");
+  KillOptions& options = arguments.kill;
+  kill->add_option("name", options.name, "What the process is called")
+      ->required()
+      ->type_name("NAME");
+  kill->add_option("pid", options.pid, "The process")
+      ->required()
+      ->check(whole_number_from_one(INT_MAX))
+      ->type_name("PID");
+  add_plugin_option(*kill, options.plugin);
+  kill->footer(kKillFooter);
+  kill->callback([&arguments] {
+    arguments.command = [](const Arguments& given) { return command_kill(given.kill); };
+  });
+}
+
+std::vector<std::string_view> names_of_commands(const CLI::App& app) {
+  std::vector<std::string_view> names;
+  for (const CLI::App* const command : app.get_subcommands({})) {
+    names.emplace_back(command->get_name());
+  }
+  return names;
+}
+
+std::vector<std::string> names_of_options(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* const option : command.get_options()) {
+    if (!option->get_positional()) names.push_back(option->get_name());
+  }
+  return names;
+}
+
+// The command that was asked for, the program itself if none was.
+const CLI::App& command_of(const CLI::App& app) {
+  const std::vector<CLI::App*> commands = app.get_subcommands();
+  return commands.empty() ? app : *commands.front();
+}
+
+std::string unknown(const char* what, const std::string& word,
+                    const std::vector<std::string_view>& known) {
+  const std::string hint = did_you_mean(word, known);
+  return std::string("unknown ") + what + " \"" + word + "\"" +
+         (hint.empty() ? ", expected one of " + CLI::detail::join(known, ", ") : hint);
+}
+
+// What is wrong. A word that nothing took comes first: often it is what something else now lacks.
+std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App& command = command_of(app);
+  const std::vector<std::string_view> commands = names_of_commands(app);
+  const std::vector<std::string> extras = app.remaining(true), options = names_of_options(command);
+  const bool has_command = &command != &app;
+  if (extras.empty() && has_command) return error.what();
+  if (extras.empty()) return "no command, expected one of " + CLI::detail::join(commands, ", ");
+  const std::string& word = extras.front();
+  if (word.rfind('-', 0) == 0) return unknown("option", word, {options.begin(), options.end()});
+  return has_command ? "superfluous argument \"" + word + "\"" : unknown("command", word, commands);
+}
+
+// The exit code for a command line that asks for help, or cannot be understood.
+int explain(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_exit_code() == 0) return app.exit(error);
+  const CLI::App& command = command_of(app);
+  complain(parse_mistake(app, error));
+  std::fprintf(stderr, "Run \"mirt-monitor%s --help\" for more.\n",
+               &command == &app ? "" : (" " + command.get_name()).c_str());
+  return kExitUsage;
+}
+
+}  // namespace
+
+int run_command_line(int argc, char** argv) {
+  CLI::App app("Runs the inspection items of the plug-in on this machine.", "mirt-monitor");
+  Arguments arguments;
+  app.set_version_flag("--version", "mirt-monitor " MIRT_VERSION);
+  app.require_subcommand(1);
+  app.footer(kFooter);
+  add_run(app, arguments);
+  add_once(app, arguments);
+  add_items(app, arguments);
+  add_heartbeats(app, arguments);
+  add_check_config(app, arguments);
+  add_ps(app, arguments);
+  add_find(app, arguments);
+  add_kill(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return explain(app, error);
+  }
+  return arguments.command(arguments);
+}
