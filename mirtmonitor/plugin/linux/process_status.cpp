@@ -129,22 +129,33 @@ int MIRT_Linux_Plugin::check_process_status_is_D_Fuzzy(const char* task_name,
   return dstatuspid != 0 || dstatustid != 0 ? 1 : 0;
 }
 
+namespace {
+
+// The instance's table, made at its first call and in its context from then on, so that even a call
+// that never returns leaves it where the next one finds it. Null when there is no memory.
+thread_info_set_t* table_of(FI_CONTEXT_S& context) {
+  ContextOverlay<process_status_context_t> overlay(context);
+  if (overlay->pthreadinfoset == nullptr) {
+    overlay->pthreadinfoset = allocate_zeroed<thread_info_set_t>().release();
+  }
+  return overlay->pthreadinfoset;
+}
+
+}  // namespace
+
 float CheckProcessStatusIsDIntenal(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                                    FI_RESULT_S* result, bool checkappstatus) {
   MIRT_Linux_Plugin plugin;
   if (!plugin.input_para_check(argc, argv, context, result)) return 0.0F;
-  ContextOverlay<process_status_context_t> overlay(*context);
-  if (overlay->pthreadinfoset == nullptr) {
-    overlay->pthreadinfoset = allocate_zeroed<thread_info_set_t>().release();
-  }
-  if (overlay->pthreadinfoset == nullptr) {
+  thread_info_set_t* const table = table_of(*context);
+  if (table == nullptr) {
     set_failure(*result, "Allocate private data failed.");
     return 0.0F;
   }
-  plugin.clean_thread_info_set(overlay->pthreadinfoset);
+  plugin.clean_thread_info_set(table);
   pid_t pid = 0, tid = 0;
-  const int hung = plugin.check_process_status_is_D_Fuzzy(argv[0].value, overlay->pthreadinfoset,
-                                                          checkappstatus, pid, tid);
+  const int hung =
+      plugin.check_process_status_is_D_Fuzzy(argv[0].value, table, checkappstatus, pid, tid);
   result->result = 0;
   result->pid = tid;
   return static_cast<float>(hung);
@@ -234,13 +245,13 @@ int32_t MIRT_GetDStatusCheckRedundancy(bool* redundancyStatus) {
 
 namespace {
 
-// Does the framework allow recovery? If not, says so in the item's name.
-bool recovery_allowed(const char* item) {
+// Does the framework allow recovery? If not, says so in the item's name, at the item's line.
+bool recovery_allowed(const char* item, int line) {
   bool redundancyStatus = false;
   const int32_t rst = MIRT_GetDStatusCheckRedundancy(&redundancyStatus);
   const unsigned char status = as_byte(redundancyStatus);
   if (rst == 0 && status == 1) return true;
-  kelvlog(MY_PID, DBG_LOG_ERROR, kelvlog_base_name(__FILE__), __LINE__, item, 0,
+  kelvlog(MY_PID, DBG_LOG_ERROR, kelvlog_base_name(__FILE__), line, item, 0,
           "Exec MIRT_GetDStatusCheckRedundancy rst(%d), redundancyStatus(%d).", rst, status);
   return false;
 }
@@ -251,7 +262,7 @@ float CheckProcessStatusIsDForAppData(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* 
                                       FI_RESULT_S* result) {
   const float hung = CheckProcessStatusIsDIntenal(argc, argv, context, result, true);
   if (static_cast<int>(hung) != 1) return hung;
-  if (!recovery_allowed(__func__)) return 0.0F;
+  if (!recovery_allowed(__func__, __LINE__)) return 0.0F;
   process_print_stack();
   const int tid = result->pid;
   if (send_sigusr1(tid) != 0) {
@@ -269,7 +280,7 @@ bool MIRT_Linux_Plugin::input_para_check_RebootAppData(int argc, FI_PARAM_S* arg
 }
 
 int RebootAppData(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-  if (!recovery_allowed(__func__)) return -1;
+  if (!recovery_allowed(__func__, __LINE__)) return -1;
   auto pPids = allocate_zeroed<process_cpu_context_t>(kMaxProcesses);
   if (pPids == nullptr) return -1;
   pid_t target = 0;
