@@ -61,13 +61,6 @@ void PrintTo(const Row& row, std::ostream* out) {
   *out << row.scenario.name;
 }
 
-std::vector<std::string> split(const char* text, char at) {
-  std::vector<std::string> parts;
-  std::istringstream stream(text);
-  for (std::string part; std::getline(stream, part, at);) parts.push_back(part);
-  return parts;
-}
-
 class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
  public:
   // The processes "app 10" and "app 11" of a machine that has been up for 10,000 ticks.
@@ -153,8 +146,9 @@ TEST_P(OutOf, MemoryOrDescriptors) {
   expect(whole, {row.whole});
   expect(run_refusing(row.scenario, kAll), {row.without_memory});
   expect(run_without_descriptors(row.scenario), {row.without_descriptors});
-  std::vector<std::string> partly = split(row.partly, '|');
-  partly.insert(partly.end(), {row.whole, row.without_memory});
+  std::vector<std::string> partly{row.whole, row.without_memory};
+  std::istringstream further(row.partly);
+  for (std::string outcome; std::getline(further, outcome, '|');) partly.push_back(outcome);
   for (size_t number = 0; number < whole.allocations; ++number) {
     SCOPED_TRACE("allocation " + std::to_string(number) + " refused");
     expect(run_refusing(row.scenario, {number, number + 1}), partly);
@@ -169,12 +163,7 @@ std::optional<ItemCall> g_records;
 // parameters: "name=value;name=value".
 void prepare(const char* parameters, void (*before)()) {
   OutOf::put_ticks_at_start();
-  std::vector<FI_PARAM_S> records;
-  for (const std::string& text : split(parameters, ';')) {
-    const size_t equals = text.find('=');
-    records.push_back(parameter(text.substr(0, equals), text.substr(equals + 1)));
-  }
-  g_records.emplace(records);
+  g_records.emplace(params(parameters));
   if (before != nullptr) before();
 }
 

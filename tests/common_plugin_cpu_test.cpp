@@ -5,7 +5,6 @@
 
 #include "common_plugin.h"
 #include "interposed.h"
-#include "private_access.h"
 #include "proc_fixture.h"
 
 namespace {
@@ -27,7 +26,7 @@ constexpr auto kBusy = measure<sys_cpu_context_t, &Plugin::get_sys_cpu>;
 constexpr auto kUser = measure<sys_usr_cpu_context_t, &Plugin::get_sys_usr_cpu>;
 
 float process_share(Ticks& total, Ticks& part) {
-  return private_access::get_pcpu(7, total, part);
+  return Plugin().get_pcpu(7, total, part);
 }
 
 struct Case {
@@ -39,45 +38,45 @@ struct Case {
   float percent;
   Ticks total_after, part_after;
 };
-class Share : public ProcFixture, public testing::WithParamInterface<Case> {};
-
-TEST_P(Share, ReplacesTheSampleOnlyWhenItMeasures) {
-  const Case& row = GetParam();
-  if (row.counters != nullptr) {
-    put("stat", "cpu  "s + row.counters + "\ncpu0 1 1 1 1 1 1 1 0 0 0\n");
-  }
-  // The blank in the name moves the items by one.
-  if (row.process != nullptr) put("7/stat", "7 (a b) S 1 1 1 0 -1 0 0 0 0 "s + row.process);
-  Ticks total = row.total, part = row.part;
-  EXPECT_EQ(row.sampler(total, part), row.percent);
-  EXPECT_EQ(total, row.total_after);
-  EXPECT_EQ(part, row.part_after);
-}
-
 constexpr char kSeven[] = "100 100 200 1000 9 9 9";  // a process has a share of the first four
-INSTANTIATE_TEST_SUITE_P(
-    Stat, Share,
-    testing::Values(
-        Case{"SevenOfTen", kBusy, "10 10 10 40 10 10 10 500 600", nullptr, 0, 0, 60, 100, 40},
-        Case{"Interval", kBusy, "150 0 150 850 50 0 0", nullptr, 1000, 800, 75, 1200, 850},
-        Case{"NoTickPassed", kBusy, "100 0 100 800 0 0 0", nullptr, 1000, 700, 0, 1000, 700},
-        Case{"NoFile", kBusy, nullptr, nullptr, 1000, 700, 0, 1000, 700},
-        Case{"FourCounters", kBusy, "100 0 100 800", nullptr, 0, 0, 20, 1000, 800},
-        Case{"IdleWentBack", kBusy, "300 0 100 799 0 0 0", nullptr, 1000, 800, 0, 1199, 799},
-        Case{"TotalWentBack", kBusy, "1 0 1 8 0 0 0", nullptr, 1000, 8, 0, 10, 8},
-        Case{"IowaitWentBack", kBusy, "0 0 0 1000 0 0 0", nullptr, 900, 800, 0, 1000, 1000},
-        Case{"UserInterval", kUser, "150 0 50 900 50 25 25", nullptr, 1000, 100, 25, 1200, 150},
-        Case{"UserNoTickPassed", kUser, "100 0 100 800 0 0 0", nullptr, 1000, 50, 0, 1000, 50},
-        Case{"UserWentBack", kUser, "99 0 101 900 0 0 0", nullptr, 1000, 100, 0, 1100, 99},
-        Case{"ProcessInterval", process_share, kSeven, "60 30 5", 1000, 50, 10, 1400, 90},
-        Case{"NoMachine", process_share, nullptr, "60 30", 1000, 50, 0, 1000, 50},
-        Case{"NoProcess", process_share, kSeven, nullptr, 1000, 50, 0, 1000, 50},
-        Case{"NeverRan", process_share, kSeven, "0 0", 1000, 50, 0, 1000, 50},
-        Case{"ProcessNoTickPassed", process_share, "100 100 200 600", "90 0", 1000, 50, 0, 1000,
-             50},
-        // A younger process under a reused PID: the next call measures again.
-        Case{"ProcessWentBack", process_share, kSeven, "49 0", 1000, 50, 0, 1400, 49}),
-    [](const auto& row) { return std::string(row.param.name); });
+constexpr Case kCases[] = {
+    {"SevenOfTen", kBusy, "10 10 10 40 10 10 10 500 600", nullptr, 0, 0, 60, 100, 40},
+    {"Interval", kBusy, "150 0 150 850 50 0 0", nullptr, 1000, 800, 75, 1200, 850},
+    {"NoTickPassed", kBusy, "100 0 100 800 0 0 0", nullptr, 1000, 700, 0, 1000, 700},
+    {"NoFile", kBusy, nullptr, nullptr, 1000, 700, 0, 1000, 700},
+    {"FourCounters", kBusy, "100 0 100 800", nullptr, 0, 0, 20, 1000, 800},
+    {"IdleWentBack", kBusy, "300 0 100 799 0 0 0", nullptr, 1000, 800, 0, 1199, 799},
+    {"TotalWentBack", kBusy, "1 0 1 8 0 0 0", nullptr, 1000, 8, 0, 10, 8},
+    {"IowaitWentBack", kBusy, "0 0 0 1000 0 0 0", nullptr, 900, 800, 0, 1000, 1000},
+    {"UserInterval", kUser, "150 0 50 900 50 25 25", nullptr, 1000, 100, 25, 1200, 150},
+    {"UserNoTickPassed", kUser, "100 0 100 800 0 0 0", nullptr, 1000, 50, 0, 1000, 50},
+    {"UserWentBack", kUser, "99 0 101 900 0 0 0", nullptr, 1000, 100, 0, 1100, 99},
+    {"ProcessInterval", process_share, kSeven, "60 30 5", 1000, 50, 10, 1400, 90},
+    {"NoMachine", process_share, nullptr, "60 30", 1000, 50, 0, 1000, 50},
+    {"NoProcess", process_share, kSeven, nullptr, 1000, 50, 0, 1000, 50},
+    {"NeverRan", process_share, kSeven, "0 0", 1000, 50, 0, 1000, 50},
+    {"ProcessNoTickPassed", process_share, "100 100 200 600", "90 0", 1000, 50, 0, 1000, 50},
+    // A younger process under a reused PID: the next call measures again.
+    {"ProcessWentBack", process_share, kSeven, "49 0", 1000, 50, 0, 1400, 49}};
+
+using Share = ProcFixture;
+
+TEST_F(Share, ReplacesTheSampleOnlyWhenItMeasures) {
+  for (const Case& row : kCases) {
+    SCOPED_TRACE(row.name);
+    remove("stat");
+    remove("7");
+    if (row.counters != nullptr) {
+      put("stat", "cpu  "s + row.counters + "\ncpu0 1 1 1 1 1 1 1 0 0 0\n");
+    }
+    // The blank in the name moves the items by one.
+    if (row.process != nullptr) put("7/stat", "7 (a b) S 1 1 1 0 -1 0 0 0 0 "s + row.process);
+    Ticks total = row.total, part = row.part;
+    EXPECT_EQ(row.sampler(total, part), row.percent);
+    EXPECT_EQ(total, row.total_after);
+    EXPECT_EQ(part, row.part_after);
+  }
+}
 
 TEST(CoreCount, IsAskedOncePerProcess) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(Plugin::get_cpu_core_num(), kCores);

@@ -117,19 +117,6 @@ TEST_P(Items, GiveZeroForAProcessThatIsNotThere) {
   EXPECT_TRUE(row_.pid == kNobody || followed_by(call_) == 0);
 }
 
-TEST_P(Items, SurviveALackOfDescriptors) {
-  // The sanitizers look through a pipe at an object with virtual functions: not at this one here.
-  const auto run_without = [](ItemCall& call, Item item) {
-    const NoDescriptors exhausted;
-    return call.run(item);
-  };
-  // A command that cannot be started gates the search; statfs() needs no descriptor.
-  const bool gated = &row_.parameters == &kGated, of_disk = &row_.parameters == &kDirectory;
-  EXPECT_EQ(run_without(call_, row_.item), gated || of_disk ? row_.value : 0.0F);
-  expect_success(call_, compares_ ? 0 : -5);
-  EXPECT_EQ(call_.run(row_.item), row_.value) << "afterwards";
-}
-
 TEST_P(Items, RefuseBadArgumentsWithTheContextUntouched) {
   const ItemCall before = call_;
   const int argc = static_cast<int>(call_.argv.size());

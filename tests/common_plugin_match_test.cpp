@@ -2,12 +2,10 @@
 #include <unistd.h>
 
 #include "common_plugin.h"
-#include "private_access.h"
 #include "proc_fixture.h"
 
 namespace {
 
-using private_access::str_fuzzy_match;
 using Plugin = MIRT_Linux_Plugin;
 using Pids = std::vector<int>;
 
@@ -18,14 +16,14 @@ TEST(Wildcard, FollowsItsOwnRules) {
         Row("*?*", "x"), Row("ab?", "abc"), Row("", ""), Row("*app_d*", "/bin/./app_d 12"),
         // After a partial match it is tried further on, and a '?' is one.
         Row("abc", "abxabc"), Row("?bc", "xabc")}) {
-    EXPECT_TRUE(str_fuzzy_match(text, pattern)) << pattern << " against " << text;
+    EXPECT_TRUE(Plugin::str_fuzzy_match(text, pattern)) << pattern << " against " << text;
   }
   for (const auto& [pattern, text] :
        {Row("abc", "abcd"), Row("abc", "ab"), Row("*?", ""), Row("*app_d", "/bin/./app_d 12"),
         Row("", "a"), Row("\\*", "*"), Row("A", "a"), Row("*", nullptr), Row(nullptr, ""),
         // The very first comparison decides; a star takes the shortest run, and never another.
         Row("abc", "xabc"), Row("a*b", "abxb")}) {
-    EXPECT_FALSE(str_fuzzy_match(text, pattern));
+    EXPECT_FALSE(Plugin::str_fuzzy_match(text, pattern));
   }
 }
 
@@ -34,9 +32,9 @@ TEST(Wildcard, EndsOnPatternsMadeToBacktrack) {
   const std::string text(1022, 'a');
   std::string pattern;
   while (pattern.size() < 396) pattern += "a*a?";
-  EXPECT_FALSE(str_fuzzy_match(text.c_str(), (pattern + "b").c_str()));
-  EXPECT_TRUE(str_fuzzy_match(text.c_str(), (pattern + "*").c_str()));
-  EXPECT_FALSE(str_fuzzy_match(text.c_str(), ("*" + std::string(390, 'a') + "b").c_str()));
+  EXPECT_FALSE(Plugin::str_fuzzy_match(text.c_str(), (pattern + "b").c_str()));
+  EXPECT_TRUE(Plugin::str_fuzzy_match(text.c_str(), (pattern + "*").c_str()));
+  EXPECT_FALSE(Plugin::str_fuzzy_match(text.c_str(), ("*" + std::string(390, 'a') + "b").c_str()));
 }
 
 class Match : public ProcFixture {

@@ -11,13 +11,10 @@
 
 #include "common_plugin.h"
 #include "interposed.h"
-#include "private_access.h"
 #include "proc_fixture.h"
 
 namespace {
 
-using private_access::get_handle_count;
-using private_access::get_handle_usage;
 using Plugin = MIRT_Linux_Plugin;
 
 using Resources = ProcFixture;
@@ -54,12 +51,12 @@ TEST_F(Resources, HandlesAreWholePercentOfTheSoftLimit) {
         Row{3, "0", 0}, Row{0, "1024", 0}}) {
     remove("7");
     put_process({7, {"app"}, 0, 0, 0, handles, soft_limit});
-    EXPECT_EQ(get_handle_count(7), static_cast<unsigned int>(handles));
-    EXPECT_EQ(get_handle_usage(7), usage) << handles << " of " << soft_limit;
+    EXPECT_EQ(Plugin().get_handle_count(7), static_cast<unsigned int>(handles));
+    EXPECT_EQ(Plugin().get_handle_usage(7), usage) << handles << " of " << soft_limit;
   }
   put("7/fd/0", "");
   put("7/limits", "Limit Soft Limit\nMax open files 3 3 files\n");
-  EXPECT_EQ(get_handle_usage(7), 0U) << "it is the ninth line or nothing";
+  EXPECT_EQ(Plugin().get_handle_usage(7), 0U) << "it is the ninth line or nothing";
 }
 
 // The kernel's size of the fd directory and the entries themselves have to tell the same.
@@ -67,7 +64,7 @@ TEST(RealHandles, AreThoseOfTheListing) {
   std::vector<int> held;
   for (int i = 0; i < 500; ++i) held.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
-  EXPECT_EQ(get_handle_count(getpid()), std::distance(begin(entries), end(entries)) + 1);
+  EXPECT_EQ(Plugin().get_handle_count(getpid()), std::distance(begin(entries), end(entries)) + 1);
   for (const int fd : held) close(fd);
 }
 
@@ -78,7 +75,7 @@ TEST(RealHandles, OfAProcessThatMayNotBeLookedAtAreNone) {
     // Fails where we are no real root; then PID 1 is another user's anyway.
     static_cast<void>(setresuid(65534, 65534, 65534) == 0);
     struct stat status {};
-    _exit(stat("/proc/1/fd", &status) == 0 && get_handle_count(1) == 0 ? 0 : 1);
+    _exit(stat("/proc/1/fd", &status) == 0 && Plugin().get_handle_count(1) == 0 ? 0 : 1);
   }
   int status = -1;
   EXPECT_EQ(waitpid(observer, &status, 0), observer);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <tuple>
+
 #include "child.h"
 #include "interposed.h"
 #include "item_call.h"
@@ -30,37 +32,25 @@ TEST(Checks, CompareWholeNamesInTheirOrder) {
   }
 }
 
-struct CommandCase {
-  const char* script;
-  const char* keywords;
-  int outcome;
-};
-class PreCommand : public testing::TestWithParam<CommandCase> {};
-
-TEST_P(PreCommand, ComparesTheBeginningOfTheOutput) {
+TEST(PreCommand, ComparesTheBeginningOfTheOutput) {
   const int descriptors = open_descriptors();
-  std::string script = GetParam().script, keywords = GetParam().keywords;
-  EXPECT_EQ(MIRT_Linux_Plugin::exec_pre_cmd(script.data(), keywords.data()), GetParam().outcome);
-  EXPECT_EQ(open_descriptors(), descriptors);
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
+  using Row = std::tuple<std::string, std::string, int>;
+  for (auto [script, keywords, outcome] :
+       {Row("echo up and more", "up", 0), Row("echo up", "upx", -1), Row("echo Up", "up", -1),
+        Row("echo ' up'", "up", -1), Row("true", "", 0), Row("true", "x", -1),
+        Row("echo up; exit 3", "up", 0), Row("/nonexistent/command 2>/dev/null", "", 0),
+        // 31 characters are kept.
+        Row("echo 1234567890abcdefghij1234567890a", "1234567890abcdefghij1234567890a", 0),
+        Row("echo 1234567890abcdefghij1234567890ab", "1234567890abcdefghij1234567890ab", -1),
+        // More than one pipe holds: the command must not be waited for with it full.
+        Row("yes up | head -c 200000", "up", 0),
+        // In two writes: one read of a pipe would see the first alone.
+        Row("printf a; sleep 0.05; printf b", "ab", 0)}) {
+    EXPECT_EQ(MIRT_Linux_Plugin::exec_pre_cmd(script.data(), keywords.data()), outcome) << script;
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, PreCommand,
-    testing::Values(CommandCase{"echo up and more", "up", 0}, CommandCase{"echo up", "upx", -1},
-                    CommandCase{"echo Up", "up", -1}, CommandCase{"echo ' up'", "up", -1},
-                    CommandCase{"true", "", 0}, CommandCase{"true", "x", -1},
-                    CommandCase{"echo up; exit 3", "up", 0},
-                    CommandCase{"/nonexistent/command 2>/dev/null", "", 0},
-                    // 31 characters are kept.
-                    CommandCase{"echo 1234567890abcdefghij1234567890a",
-                                "1234567890abcdefghij1234567890a", 0},
-                    CommandCase{"echo 1234567890abcdefghij1234567890ab",
-                                "1234567890abcdefghij1234567890ab", -1},
-                    // More than one pipe holds: the command must not be waited for with it full.
-                    CommandCase{"yes up | head -c 200000", "up", 0},
-                    // In two writes: one read of a pipe would see the first alone.
-                    CommandCase{"printf a; sleep 0.05; printf b", "ab", 0}));
 
 TEST(PreCommandStart, FailsWithoutScriptKeywordsOrShell) {
   char text[] = "echo up", empty[] = "";

@@ -3,6 +3,7 @@
 #define ITEM_CALL_H
 
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,17 @@ inline FI_PARAM_S parameter(const std::string& name, const std::string& value) {
   name.copy(record.name, sizeof record.name - 1);
   value.copy(record.value, sizeof record.value - 1);
   return record;
+}
+
+// "A=1;B=;C=x y" as parameters.
+inline std::vector<FI_PARAM_S> params(const std::string& text) {
+  std::vector<FI_PARAM_S> records;
+  std::istringstream pairs(text);
+  for (std::string pair; std::getline(pairs, pair, ';');) {
+    const size_t equals = pair.find('=');
+    records.push_back(parameter(pair.substr(0, equals), pair.substr(equals + 1)));
+  }
+  return records;
 }
 
 // Filled with marks, so that a test sees what an item wrote and what it left alone.

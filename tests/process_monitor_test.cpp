@@ -91,17 +91,6 @@ MIRT_AGENT_HEART_INFO_S* MIRT_AgentShmInit(uint16_t module) {
 
 namespace {
 
-// "A=1 B= C=%s" as parameters.
-std::vector<FI_PARAM_S> params(const std::string& text) {
-  std::vector<FI_PARAM_S> parameters;
-  std::istringstream words(text);
-  for (std::string word; words >> word;) {
-    const size_t equals = word.find('=');
-    parameters.push_back(parameter(word.substr(0, equals), word.substr(equals + 1)));
-  }
-  return parameters;
-}
-
 class ProcessMonitor : public testing::Test {
  protected:
   void SetUp() override {
@@ -133,7 +122,7 @@ void expect_outcome(AnyItem* item, const std::vector<FI_PARAM_S>& parameters,
 TEST_F(ProcessMonitor, HeartbeatIsJudgedByItsEntry) {
   Child process{{"supervised"}};  // a cat under another command line: the kernel's name counts
   const auto id = static_cast<uint32_t>(process.pid());
-  ItemCall call(params("Other=x ProcessMoudleId=12abc ProcessName=cat"));
+  ItemCall call(params("Other=x;ProcessMoudleId=12abc;ProcessName=cat"));
   for (int attempt = 0; attempt < 2; ++attempt) EXPECT_EQ(call.run(ProcessHeartBeat), 1.0F);
   MIRT_AGENT_HEART_INFO_S entry{};
   g_host.entry = &entry;
@@ -172,14 +161,14 @@ TEST_F(ProcessMonitor, BadInputReachesNoHost) {
   const struct {
     const char *parameters, *reason;
   } kReports[] = {
-      {"errcode=1 ProcessMoudleId=5", "Get para 'ErrCode' failed."},
+      {"errcode=1;ProcessMoudleId=5", "Get para 'ErrCode' failed."},
       {"ErrCode=0xFFFFFFFF", "Get para 'ErrCode' failed."},
       {"ErrCode=none", "ErrCode 0x0 is not supported."},
       {"ErrCode=0xf000020e", "ErrCode 0xF000020E is not supported."},
       {"ErrCode=0xF0000203", "Get para 'ProcessMoudleId' failed."},
-      {"ErrCode=0xF0000204 ProcessMoudleId=5", "Get para 'ResId' failed."},
+      {"ErrCode=0xF0000204;ProcessMoudleId=5", "Get para 'ResId' failed."},
       {"ErrCode=0xF000020F", "Get para 'ProcessName' failed."},
-      {"ErrCode=0xF000020F ProcessName=a", "Get para 'ProcessMoudleId' failed."},
+      {"ErrCode=0xF000020F;ProcessName=a", "Get para 'ProcessMoudleId' failed."},
   };
   for (const auto& row : kReports) expect_outcome(SendErrRpt, params(row.parameters), row.reason);
   expect_outcome(SendErrRptExtend, params("x=1"), "Get para 'ErrCode' failed.");
@@ -212,15 +201,15 @@ TEST_F(ProcessMonitor, ReportIsMadeSentAndDestroyed) {
   const struct {
     std::string parameters, key, added;
   } kRows[] = {
-      {"ErrCode=0xF0000203 ProcessMoudleId=5 ResId=cpu0 UserData=17",
+      {"ErrCode=0xF0000203;ProcessMoudleId=5;ResId=cpu0;UserData=17",
        key_bytes(0xF005, 0xF0000203, "cpu0"), ""},
-      {"ResId=" + kHundred + " ProcessMoudleId=0x1A123 ErrCode=8321499652",
+      {"ResId=" + kHundred + ";ProcessMoudleId=0x1A123;ErrCode=8321499652",
        key_bytes(0xF123, 0xF0000204, kHundred), ""},
-      {"UserData=17 RecoverCmd=reboot ErrCode=0xF000020F ProcessMoudleId=9 ProcessName=app "
+      {"UserData=17;RecoverCmd=reboot;ErrCode=0xF000020F;ProcessMoudleId=9;ProcessName=app;"
        "Extra=%s",
        key_bytes(0xF009, 0xF000020F, "app:17"),
        "add UserData=17;add ProcessMoudleId=9;add ProcessName=app;add Extra=%s;"},
-      {"ErrCode=0xF000020F ProcessMoudleId=9 UserData= ProcessName=" + kHundred,
+      {"ErrCode=0xF000020F;ProcessMoudleId=9;UserData=;ProcessName=" + kHundred,
        key_bytes(0xF009, 0xF000020F, kHundred),
        "add ProcessMoudleId=9;add UserData=;add ProcessName=" + kHundred + ";"},
   };
@@ -239,7 +228,7 @@ TEST_F(ProcessMonitor, ReportIsMadeSentAndDestroyed) {
 TEST_F(ProcessMonitor, ReportThatCannotBeMadeOrFilledIsNotSent) {
   const std::string refused(99, 'n'), longest = refused + "=" + std::string(399, 'v');
   const auto parameters =
-      params("ErrCode=0xF000020F ProcessMoudleId=5 ProcessName=a " + longest + " Third=3");
+      params("ErrCode=0xF000020F;ProcessMoudleId=5;ProcessName=a;" + longest + ";Third=3");
   g_host.refused_parameter = refused;
   expect_outcome(SendErrRpt, parameters, "Add param " + longest + " fail.");
   const std::string created = "create " + key_bytes(0xF005, 0xF000020F, "a") + ";";

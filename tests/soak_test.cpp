@@ -53,40 +53,41 @@ float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* r
 }
 
 std::vector<Instance> all_instances() {
-  const FI_PARAM_S exact = parameter("ProcessName", "soak worker -u");
-  const FI_PARAM_S prefix = parameter("ProcessName", "soak w");
-  const FI_PARAM_S pattern = parameter("ProcessName", "*oak wor?er*");
-  const FI_PARAM_S module_id = parameter("ProcessMoudleId", "17");
+  constexpr char kExact[] = "ProcessName=soak worker -u", kPrefix[] = "ProcessName=soak w",
+                 kPattern[] = "ProcessName=*oak wor?er*",
+                 kPeriodic[] = "ProcessName=*oak wor?er*;Period=30";
+  const std::pair<Item, const char*> kRows[] = {
+      {GetSysCPU, ""},
+      {GetSysUsrCPU, ""},
+      {GetSysMemory, ""},
+      {GetSysFreeMemory, ""},
+      {GetDiskUsage, "Dir=/"},
+      {GetProcessSysCPU, kExact},
+      {GetProcessSysCPUExtern, kPrefix},
+      {GetProcessSysCPUFuzzyMatch, kPattern},
+      {GetProcessSysCPUFuzzyMatchCfgPeriod, kPeriodic},
+      {GetProcessCoreCPU, kExact},
+      {GetProcessCoreCPUExtern, kPrefix},
+      {GetProcessCoreCPUFuzzyMatch, kPattern},
+      {GetProcessCoreCPUFuzzyMatchCfgPeriod, kPeriodic},
+      {GetProcessMemory, kExact},
+      {GetProcessMemoryExtern, kPrefix},
+      {GetProcessMemoryFuzzyMatch, kPattern},
+      {GetProcessHandle, kExact},
+      {GetProcessHandleExtern, kPrefix},
+      {GetProcessHandleFuzzyMatch, kPattern},
+      {IsExistProcess, kExact},
+      {IsExistProcessExtern, kPrefix},
+      {IsExistProcessPreCmd, "ProcessName=soak worker -u;PreCmd=echo yes;RetKeyWords=yes"},
+      {ProcessHeartBeat, "ProcessName=soak worker -u;ProcessMoudleId=17"},
+      {as_float<SendErrRpt>, "ErrCode=0xF000020F;ProcessName=app;ProcessMoudleId=17"},
+      {as_float<SendErrRptExtend>, "ErrCode=1;nodeId="},
+      {as_float<RebootAppData>, ""},
+      {CheckProcessStatusIsD, kPattern},
+      {CheckProcessStatusIsDForAppData, kPattern}};
   std::vector<Instance> instances;
-  const auto add = [&instances](Item item, std::vector<FI_PARAM_S> parameters) {
-    instances.push_back({item, ItemCall(std::move(parameters))});
-    instances.back().call.context = {};
-  };
-  for (const Item item :
-       {GetProcessSysCPU, GetProcessCoreCPU, GetProcessMemory, GetProcessHandle, IsExistProcess}) {
-    add(item, {exact});
-  }
-  for (const Item item : {GetProcessSysCPUExtern, GetProcessCoreCPUExtern, GetProcessMemoryExtern,
-                          GetProcessHandleExtern, IsExistProcessExtern}) {
-    add(item, {prefix});
-  }
-  for (const Item item :
-       {GetProcessSysCPUFuzzyMatch, GetProcessCoreCPUFuzzyMatch, GetProcessMemoryFuzzyMatch,
-        GetProcessHandleFuzzyMatch, CheckProcessStatusIsD, CheckProcessStatusIsDForAppData}) {
-    add(item, {pattern});
-  }
-  for (const Item item :
-       {GetProcessSysCPUFuzzyMatchCfgPeriod, GetProcessCoreCPUFuzzyMatchCfgPeriod}) {
-    add(item, {pattern, parameter("Period", "30")});
-  }
-  for (const Item item : {GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory}) add(item, {});
-  add(GetDiskUsage, {parameter("Dir", "/")});
-  add(IsExistProcessPreCmd,
-      {exact, parameter("PreCmd", "echo yes"), parameter("RetKeyWords", "yes")});
-  add(ProcessHeartBeat, {exact, module_id});
-  add(as_float<SendErrRpt>, {parameter("ErrCode", "0xF000020F"), exact, module_id});
-  add(as_float<SendErrRptExtend>, {parameter("ErrCode", "1"), parameter("nodeId", "")});
-  add(as_float<RebootAppData>, {});
+  for (const auto& [item, parameters] : kRows)
+    instances.push_back({item, ItemCall(params(parameters))});
   return instances;
 }
 
