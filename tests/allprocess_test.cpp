@@ -141,6 +141,19 @@ TEST_F(Snapshot, FilesAreReadOnceAndTheProcessInsideTheMachinesInterval) {
   EXPECT_EQ(entries.at(10).name, "app_data" + std::string(23, 'n'));
   EXPECT_EQ(entries.at(10).cmdline, std::string(700, 'a') + ' ' + std::string(321, 'b'));
 
+  // One that ends between its two files is none any more; one without memory to show is.
+  for (const int pid : {20, 21}) {
+    put_cmdline(pid, {"app"});
+    put(std::to_string(pid) + "/status", "Name:\tapp\nState:\tZ\n");
+  }
+  hooks_->open = [](const std::string& path) {
+    if (path == "/proc/20/status") put_cmdline(20, {});
+  };
+  ASSERT_EQ(GetAllProcessRssMem(&head.list), 0);
+  const auto listed = take(head);
+  EXPECT_EQ(listed.count(20) + listed.count(21) * 10, 10U);
+
+  for (const char* gone : {"20", "21"}) remove(gone);
   trace_.clear();
   hooks_->open = [this](const std::string& path) {
     if (path.substr(path.size() - 5) == "/stat") trace_.push_back(path);

@@ -141,6 +141,7 @@ TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {
 TEST_F(HeartTable, LaterAttachesFindOrClaimUntilItIsFull) {
   std::vector<Entry> entries;
   for (uint32_t module = 100; module < 148; ++module) entries.push_back({4711, module, 12, 31, 0});
+  entries[0].reserved = 0x5452494D;  // the mark of an unfinished table, which this one cannot be
   write_file(kSegment, table_of(entries));
   EXPECT_EQ(attach(0), "48\n") << "0 is a module like any other";
   EXPECT_EQ(attach(65535), "49\n") << "the mark of a free entry";

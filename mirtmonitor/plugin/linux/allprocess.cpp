@@ -103,8 +103,9 @@ void add_to_list(HeapRecord<PROCESS_BASICDATA_S> sample, void* head) {
   kelv_list_add_tail(&sample.release()->stEntry, static_cast<list_head*>(head));
 }
 
-// Name and memory from one reading of the status file. False when it has no name.
-bool read_name_and_memory(PROCESS_BASICDATA_S& sample) {
+// Name and memory from one reading of the status file. False when it has no name, or no memory
+// because the process has ended since its command line was read.
+bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
   LineReader status(ProcPath<64>("/proc/%d/status", sample.pid).get());
   char line[256];
   int rss_kb = 0;
@@ -114,17 +115,17 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample) {
     has_rss = has_rss || scan_rss_kb(line, rss_kb);
   }
   sample.rss = rss_kb / 1024;
-  return has_name;
+  return has_name && (has_rss || IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get()));
 }
 
 // What a memory listing needs of a process, and no more: every file is read once. A process without
 // a command line is none of the users'.
-void GetProcessMemoryData(const char* /*procPath*/, pid_t pid, void* pContext,
+void GetProcessMemoryData(const char* procPath, pid_t pid, void* pContext,
                           const bool /*isFirstCpuCheck*/) {
   auto sample = new_sample(pid);
   if (sample == nullptr ||
       MIRT_Linux_Plugin::get_cmdline_bypid(pid, sample->cmdline, sizeof sample->cmdline) != 0 ||
-      !read_name_and_memory(*sample)) {
+      !read_name_and_memory(*sample, procPath)) {
     return;
   }
   add_to_list(std::move(sample), pContext);

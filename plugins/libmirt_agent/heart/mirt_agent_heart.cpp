@@ -6,10 +6,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "kelv_log.h"
 #include "kelv_securec.h"
@@ -48,6 +50,15 @@ void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   mark = 0;
 }
 
+// Did the maker of the table die over it? An entry that has an owner says no, whatever else does:
+// the first is claimed once the table is whole.
+bool is_unfinished(const MIRT_AGENT_HEART_INFO_SET_S& table) {
+  return table.array[0].reserved == kUnfinished &&
+         std::all_of(std::begin(table.array), std::end(table.array), [](const auto& entry) {
+           return entry.pid == 0 || entry.pid == MIRT_AGENT_HEART_FREE;
+         });
+}
+
 // The first entry with that module id, or null.
 MIRT_AGENT_HEART_INFO_S* find_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t pid) {
   for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
@@ -67,7 +78,7 @@ MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
     return nullptr;
   }
   auto* const table = static_cast<MIRT_AGENT_HEART_INFO_SET_S*>(memory);
-  if (isCreate || table->array[0].reserved == kUnfinished) initialise(*table);
+  if (isCreate || is_unfinished(*table)) initialise(*table);
   return table;
 }
 
@@ -90,14 +101,14 @@ void MIRT_AgentSetLockFileOwner(int32_t fd) {
   char* const buffer = static_cast<char*>(malloc(kLookupSize));
   if (buffer == nullptr) {
     KELV_LOG(MY_PID, DBG_LOG_ERROR, "Allocate get name buffer failed, error:%d:%s.", errno,
-             strerrordesc_np(errno));
+             strerror(errno));
     return;
   }
   memset_s(buffer, kLookupSize, 0, kLookupSize);
   passwd record{};
   passwd* found = nullptr;
   if (getpwnam_r("daemon", &record, buffer, kLookupSize, &found) != 0) {
-    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Get name failed, error:%d:%s.", errno, strerrordesc_np(errno));
+    KELV_LOG(MY_PID, DBG_LOG_ERROR, "Get name failed, error:%d:%s.", errno, strerror(errno));
   } else if (found == nullptr) {
     KELV_LOG(MY_PID, DBG_LOG_ERROR, "Not found user.");
   } else {
