@@ -1,4 +1,4 @@
-// Real child processes with chosen command lines, and what the process holds open.
+// Real child processes with chosen command lines, files, and what the process holds open.
 #ifndef CHILD_H
 #define CHILD_H
 
@@ -27,6 +27,10 @@ class Child {
   pid_t pid_ = -1;
   int end_ = -1;  // of the socket that is its input and output
 };
+
+// All bytes of a file; none if it is not there.
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& content);
 
 // How many descriptors this process has open.
 int open_descriptors();

@@ -49,6 +49,7 @@ constexpr Case kCases[] = {
     {"TotalWentBack", kBusy, "1 0 1 8 0 0 0", nullptr, 1000, 8, 0, 10, 8},
     {"IowaitWentBack", kBusy, "0 0 0 1000 0 0 0", nullptr, 900, 800, 0, 1000, 1000},
     {"UserInterval", kUser, "150 0 50 900 50 25 25", nullptr, 1000, 100, 25, 1200, 150},
+    {"UserOutgrewTotal", kUser, "200 0 0 800 50 0 0", nullptr, 1000, 100, 200, 1050, 200},
     {"UserNoTickPassed", kUser, "100 0 100 800 0 0 0", nullptr, 1000, 50, 0, 1000, 50},
     {"UserWentBack", kUser, "99 0 101 900 0 0 0", nullptr, 1000, 100, 0, 1100, 99},
     {"ProcessInterval", process_share, kSeven, "60 30 5", 1000, 50, 10, 1400, 90},

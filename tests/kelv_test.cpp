@@ -11,7 +11,6 @@
 
 #include "kelv_cmd.h"
 #include "kelv_jiffies.h"
-#include "kelv_list.h"
 #include "kelv_log.h"
 #include "kelv_process.h"
 #include "kelv_securec.h"
@@ -167,17 +166,6 @@ TEST(Scan, CutsTextsToTheirBuffers) {
   EXPECT_EQ(std::string(text, 8), std::string("lon\0####", 8));
   EXPECT_EQ(number, 7) << "reading goes on after the whole word";
   EXPECT_EQ(sscanf_s("xyz", "%3c", text, 2U), 0) << "no room";
-}
-
-TEST(List, KeepsTheOrderAndPoisonsWhatIsRemoved) {
-  list_head head, nodes[3];
-  kelv_list_init(&head);
-  for (list_head& node : nodes) kelv_list_add_tail(&node, &head);
-  kelv_list_del(&nodes[1]);
-  EXPECT_EQ(head.next->next, &nodes[2]);
-  EXPECT_EQ(head.prev->prev, &nodes[0]);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(nodes[1].next), KELV_LIST_POISON_NEXT);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(nodes[1].prev), KELV_LIST_POISON_PREV);
 }
 
 }  // namespace

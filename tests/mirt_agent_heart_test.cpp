@@ -19,11 +19,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "child.h"
 #include "item_call.h"
 #include "kelv_log.h"
 #include "mirt_comm.h"
@@ -60,15 +60,6 @@ Entry claimed_by(uint32_t module) {
 std::string table_of(std::vector<Entry> entries) {
   entries.resize(50, claimed_by(0xFFFF));
   return {reinterpret_cast<const char*>(entries.data()), 1200};
-}
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void write_file(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
 }
 
 std::string g_logged;  // the last text; the host library says first what is wrong with the segment

@@ -45,7 +45,7 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
     sigtimedwait(&signals, &info, &now);
     EXPECT_EQ(info.si_value.sival_int, allowed ? getpid() : 0) << log;
   }
-  EXPECT_EQ(file_text(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
+  EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
 }
 
 TEST_F(MonitorTest, TheCommandOfTheRecoveryEndsWithTheMonitor) {
@@ -74,9 +74,9 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
       for (;;) pause();
     }
   });
-  const auto stat = [&] { return file_text("/proc/self/task/" + std::to_string(tid) + "/stat"); };
+  const auto stat = [&] { return read_file("/proc/self/task/" + std::to_string(tid) + "/stat"); };
   while (stat().find(") D ") == std::string::npos) std::this_thread::yield();
-  std::string command_line = file_text("/proc/self/cmdline");
+  std::string command_line = read_file("/proc/self/cmdline");
   command_line.pop_back();
   std::replace(command_line.begin(), command_line.end(), '\0', ' ');
   const Params process{{"ProcessName", command_line}};

@@ -18,14 +18,11 @@
 #include <utility>
 #include <vector>
 
+#include "child.h"
+
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using Params = std::vector<std::pair<std::string, std::string>>;
-
-inline std::string file_text(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 inline std::string params_text(const Params& params) {
   std::string text = "params = [";
@@ -97,7 +94,7 @@ class Monitor {
       if (!members.is_null() && has(all.back(), members)) return all;
     }
     if (members.is_null()) return all;
-    ADD_FAILURE() << "the output ended before " << members << '\n' << file_text(errors_);
+    ADD_FAILURE() << "the output ended before " << members << '\n' << read_file(errors_);
     return {Json::object()};
   }
   Json await(const Json& members) { return records(members).back(); }
@@ -106,8 +103,8 @@ class Monitor {
   std::string end(int exit_code) {
     int status = 0;
     waitpid(pid_, &status, 0);
-    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, exit_code) << file_text(errors_);
-    return file_text(errors_);
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, exit_code) << read_file(errors_);
+    return read_file(errors_);
   }
 
  private:

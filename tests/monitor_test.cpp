@@ -280,7 +280,7 @@ TEST_F(MonitorTest, ClosedOutputEndsIt) {
   Monitor monitor(folder_, "sh -c '{ " + kRun + "; echo $? >code; } | head -n 1'");
   EXPECT_EQ(monitor.records().size(), 1U);
   EXPECT_EQ(monitor.end(0), "");
-  EXPECT_EQ(file_text(folder_ / "code"), "0\n");
+  EXPECT_EQ(read_file(folder_ / "code"), "0\n");
 }
 
 TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {
@@ -292,7 +292,7 @@ TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {
     monitor.end(0);
     // The three that everybody has, the folder that ls reads, and the 9 of this very command; then
     // 128 and the signal that killed a shell.
-    EXPECT_EQ(file_text(folder_ / "seen"), "0\n1\n2\n3\n9\n130\n143\n141\n");
+    EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n9\n130\n143\n141\n");
   }
 }
 

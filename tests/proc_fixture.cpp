@@ -7,15 +7,8 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
-namespace {
-
-void write_file(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-}  // namespace
+#include "child.h"
 
 bool enter_private_namespace() {
   if (unshare(CLONE_NEWNS) != 0) {

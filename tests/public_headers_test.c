@@ -23,16 +23,9 @@ int main(void) {
 
   char text[4];
   if (snprintf_s(text, sizeof text, sizeof text - 1, "%d", 12345) != -1) return 2;
-  if (strcmp(text, "123") != 0 || kelv_str_tou64("0x10") != 16) return 3;
-
   list_head head, node;
   kelv_list_init(&head);
   kelv_list_add_tail(&node, &head);
-  if (head.next != &node || time_after_eq(kelv_get_jiffies(), 0) != 1) return 4;
-
-  TIME_S date;
-  const int64_t epoch = 0;
-  if (kelv_time_gmtime(&epoch, &date) != 0 || date.iYear != 1970) return 5;
-  if (kelv_cmd_exec("exit 3") != 0) return 6;
-  return sizeof(MIRT_COMM_INFO_S) == 24 ? 0 : 7;
+  if (head.next != &node || time_after_eq(kelv_get_jiffies(), 0) != 1) return 3;
+  return sizeof(MIRT_COMM_INFO_S) == 24 ? 0 : 4;
 }

@@ -2,6 +2,7 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <optional>
 
@@ -40,15 +41,6 @@ std::optional<double> growth_percent(unsigned long long part_before, unsigned lo
   if (part < part_before || whole < whole_before) return std::nullopt;
   return 100.0 * static_cast<double>(part - part_before) /
          static_cast<double>(whole - whole_before);
-}
-
-// The same for counters that are part of one whole. One that outgrew it shows that another went
-// backwards, as the kernel's iowait and idle counters do at times.
-std::optional<double> share_percent(unsigned long long part_before, unsigned long long part,
-                                    unsigned long long whole_before, unsigned long long whole) {
-  std::optional<double> share = growth_percent(part_before, part, whole_before, whole);
-  if (share.has_value() && *share > 100.0) share.reset();
-  return share;
 }
 
 struct SystemTicks {
@@ -156,17 +148,19 @@ int MIRT_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
 float MIRT_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* pstContext) {
   SystemTicks now;
   if (!read_system_ticks(now) || now.total == pstContext->totaltime) return 0.0F;
-  const auto idle = share_percent(pstContext->idletime, now.idle, pstContext->totaltime, now.total);
+  const auto idle =
+      growth_percent(pstContext->idletime, now.idle, pstContext->totaltime, now.total);
   pstContext->idletime = now.idle;
   pstContext->totaltime = now.total;
-  return static_cast<float>(100.0 - idle.value_or(100.0));
+  // Idle time outgrows the whole when the kernel corrects its iowait counter downwards: no fault.
+  return static_cast<float>(std::max(100.0 - idle.value_or(100.0), 0.0));
 }
 
 float MIRT_Linux_Plugin::get_sys_usr_cpu(sys_usr_cpu_context_t* pstUsrContext) {
   SystemTicks now;
   if (!read_system_ticks(now) || now.total == pstUsrContext->totaltime) return 0.0F;
   const auto user =
-      share_percent(pstUsrContext->uesrtime, now.user, pstUsrContext->totaltime, now.total);
+      growth_percent(pstUsrContext->uesrtime, now.user, pstUsrContext->totaltime, now.total);
   pstUsrContext->uesrtime = now.user;
   pstUsrContext->totaltime = now.total;
   return static_cast<float>(user.value_or(0.0));
