@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "commands.h"
+#include "descendants.h"
 #include "log_lines.h"
-#include "shell_command.h"
 #include "stop_signal.h"
 #include "terminal_text.h"
 
@@ -98,7 +98,7 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
   // A thread that is still inside an item goes on using the records and the library until the very
   // end, so nothing may be destroyed under it. All output is out: it was never buffered.
   if (!scheduler.stop()) {
-    end_shell_commands();
+    kill_descendants();
     _exit(code);
   }
   return code;

@@ -11,19 +11,12 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
-#include <mutex>
-#include <set>
 
 #include "unique_fd.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// The shells that run, each the leader of a process group of its own.
-std::mutex mutex;
-std::set<pid_t> running;
-bool no_more = false;
 
 // The shell's process id, which is also its group's; nothing if it cannot be started.
 std::optional<pid_t> start_shell(const std::string& command) {
@@ -61,33 +54,13 @@ bool ends_in_time(pid_t process, Clock::time_point deadline) {
   }
 }
 
-std::optional<pid_t> start_running(const std::string& command) {
-  const std::lock_guard lock(mutex);
-  const std::optional<pid_t> shell = no_more ? std::nullopt : start_shell(command);
-  if (shell) running.insert(*shell);
-  return shell;
-}
-
-// To be called before the shell is waited for: after that its number may be another's.
-void stop_running(pid_t shell, bool in_time) {
-  const std::lock_guard lock(mutex);
-  if (!in_time) kill(-shell, SIGKILL);
-  running.erase(shell);
-}
-
 }  // namespace
 
-void end_shell_commands() {
-  const std::lock_guard lock(mutex);
-  no_more = true;
-  for (const pid_t shell : running) kill(-shell, SIGKILL);
-}
-
 std::optional<int> run_shell_command(const std::string& command, std::chrono::seconds limit) {
-  const std::optional<pid_t> shell = start_running(command);
+  const std::optional<pid_t> shell = start_shell(command);
   if (!shell) return std::nullopt;
   const bool in_time = ends_in_time(*shell, Clock::now() + limit);
-  stop_running(*shell, in_time);
+  if (!in_time) kill(-*shell, SIGKILL);
   int status = 0;
   pid_t waited;
   do waited = waitpid(*shell, &status, 0);

@@ -9,11 +9,7 @@
 // Runs the command by /bin/sh, waits for it, and gives its exit code: 128 and more if a signal
 // ended it, as shells have it. Nothing if it could not be run, or took longer than `limit` and was
 // killed with all that it had started. It inherits no descriptor; it reads nothing, and what it
-// prints goes to standard error. Any thread may call it.
+// prints goes to standard error.
 std::optional<int> run_shell_command(const std::string& command, std::chrono::seconds limit);
-
-// Kills every command that runs, with all that it has started; from here on none is started. For
-// the end of the program, which does not wait for the threads that wait for them.
-void end_shell_commands();
 
 #endif

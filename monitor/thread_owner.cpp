@@ -8,15 +8,6 @@ namespace {
 
 constexpr size_t kLongestCommandLine = 4096;
 
-// "Tgid:\t1234" -> "1234": what stands behind the key, nothing if there is no such line.
-std::optional<std::string> status_value(int tid, const std::string& key) {
-  std::ifstream status("/proc/" + std::to_string(tid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.compare(0, key.size() + 2, key + ":\t") == 0) return line.substr(key.size() + 2);
-  }
-  return std::nullopt;
-}
-
 std::string command_line_of(int pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
   std::string text(kLongestCommandLine, '\0');
@@ -28,6 +19,14 @@ std::string command_line_of(int pid) {
 }
 
 }  // namespace
+
+std::optional<std::string> status_value(int tid, const std::string& key) {
+  std::ifstream status("/proc/" + std::to_string(tid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, key.size() + 2, key + ":\t") == 0) return line.substr(key.size() + 2);
+  }
+  return std::nullopt;
+}
 
 std::optional<ThreadOwner> owner_of_thread(int tid) {
   const std::optional<std::string> pid = status_value(tid, "Tgid");

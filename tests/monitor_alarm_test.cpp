@@ -48,18 +48,20 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
   EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
 }
 
-TEST_F(MonitorTest, TheCommandOfTheRecoveryEndsWithTheMonitor) {
+TEST_F(MonitorTest, CommandsEndWithTheMonitor) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
-  configure(
-      "[recovery]\nredundancy = 'command'\ncommand = 'exec 8<>fifo; echo >&8; sleep 1000; :'\n" +
-      instance("reboot", "RebootAppData", {{"UserData", std::to_string(getpid())}}));
+  const std::string command = "exec 8<>fifo; echo >&8; sleep 1000; :";
+  configure("[recovery]\nredundancy = 'command'\ncommand = '" + command + "'\n" +
+            instance("reboot", "RebootAppData", {{"UserData", std::to_string(getpid())}}) +
+            instance("ask", "IsExistProcessPreCmd",
+                     {{"ProcessName", "x"}, {"PreCmd", command}, {"RetKeyWords", "x"}}));
   Monitor monitor(folder_, kRun);
-  {
-    std::ifstream fifo(folder_ / "fifo");
-    for (std::string line; std::getline(fifo, line);) {
-      if (line.empty()) kill(monitor.pid(), SIGTERM);
-    }
-  }  // the end of the FIFO: the shell and what it has started have gone
+  std::ifstream fifo(folder_ / "fifo");
+  int begun = 0;
+  for (std::string line; std::getline(fifo, line);) {
+    if (++begun == 2) kill(monitor.pid(), SIGTERM);
+  }
+  EXPECT_EQ(begun, 2) << "and the FIFO has ended: both shells have gone, and their sleeps";
   monitor.end(0);
 }
 

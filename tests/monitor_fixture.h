@@ -72,7 +72,7 @@ class Monitor {
   Monitor& operator=(Monitor&&) = delete;  // neither copied nor moved
   ~Monitor() {
     fclose(output_);
-    kill(-pid_, SIGKILL);  // pre-commands that hang outlive the monitor
+    kill(-pid_, SIGKILL);  // with what it has started, should it have failed
     waitpid(pid_, nullptr, 0);
   }
 
