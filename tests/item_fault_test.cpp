@@ -28,36 +28,31 @@ FAILS(get_sys_free_mem())
 
 namespace {
 
-struct Fault {
-  Item item;
-  const char* text;
-  size_t argc = 1;
-};
+const std::pair<const char*, std::vector<Item>> kFaults[] = {
+    {"Process Cpu Usage",
+     {GetProcessSysCPU, GetProcessCoreCPU, GetProcessSysCPUExtern, GetProcessCoreCPUExtern}},
+    {"Process Array Sys Cpu Usage",
+     {GetProcessSysCPUFuzzyMatch, GetProcessCoreCPUFuzzyMatch, GetProcessSysCPUFuzzyMatchCfgPeriod,
+      GetProcessCoreCPUFuzzyMatchCfgPeriod}},
+    {"Process Mem Usage", {GetProcessMemory, GetProcessMemoryExtern}},
+    {"Process Array Mem Usage", {GetProcessMemoryFuzzyMatch}},
+    {"Process Handle Usage",
+     {GetProcessHandle, GetProcessHandleExtern, GetProcessHandleFuzzyMatch}},
+    {"Disk Usage", {GetDiskUsage}},
+    {"Sys CPU Usage", {GetSysCPU, GetSysUsrCPU}},
+    {"Sys Memory", {GetSysMemory, GetSysFreeMemory}}};
 
 TEST(ItemFault, IsReportedWithTheSampleAsTaken) {
-  for (const auto& [item, text, argc] :
-       {Fault{GetProcessSysCPU, "Process Cpu Usage"}, Fault{GetProcessCoreCPU, "Process Cpu Usage"},
-        Fault{GetProcessSysCPUExtern, "Process Cpu Usage"},
-        Fault{GetProcessCoreCPUExtern, "Process Cpu Usage"},
-        Fault{GetProcessSysCPUFuzzyMatch, "Process Array Sys Cpu Usage"},
-        Fault{GetProcessCoreCPUFuzzyMatch, "Process Array Sys Cpu Usage"},
-        Fault{GetProcessSysCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage", 2},
-        Fault{GetProcessCoreCPUFuzzyMatchCfgPeriod, "Process Array Sys Cpu Usage", 2},
-        Fault{GetProcessMemory, "Process Mem Usage"},
-        Fault{GetProcessMemoryExtern, "Process Mem Usage"},
-        Fault{GetProcessMemoryFuzzyMatch, "Process Array Mem Usage"},
-        Fault{GetProcessHandle, "Process Handle Usage"},
-        Fault{GetProcessHandleExtern, "Process Handle Usage"},
-        Fault{GetProcessHandleFuzzyMatch, "Process Handle Usage"},
-        Fault{GetDiskUsage, "Disk Usage"}, Fault{GetSysCPU, "Sys CPU Usage"},
-        Fault{GetSysUsrCPU, "Sys CPU Usage"}, Fault{GetSysMemory, "Sys Memory"},
-        Fault{GetSysFreeMemory, "Sys Memory"}}) {
-    ItemCall call({parameter("ProcessName", "app"), parameter("Period", "1")});
-    call.argv.resize(argc);
-    EXPECT_EQ(call.run(item), -1.0F);
-    EXPECT_EQ(call.result.result, -1);
-    EXPECT_EQ(call.result.reason, "Get " + std::string(text) + " Fault, Return -2.500000.");
-    EXPECT_EQ(call.result.pid, -5) << "left alone";
+  for (const auto& [text, items] : kFaults) {
+    for (const Item item : items) {
+      const bool with_period = item == GetProcessSysCPUFuzzyMatchCfgPeriod ||
+                               item == GetProcessCoreCPUFuzzyMatchCfgPeriod;
+      ItemCall call(params(with_period ? "ProcessName=app;Period=1" : "ProcessName=app"));
+      EXPECT_EQ(call.run(item), -1.0F);
+      EXPECT_EQ(call.result.result, -1);
+      EXPECT_EQ(call.result.reason, "Get " + std::string(text) + " Fault, Return -2.500000.");
+      EXPECT_EQ(call.result.pid, -5) << "left alone";
+    }
   }
 }
 

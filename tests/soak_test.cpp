@@ -56,35 +56,23 @@ std::vector<Instance> all_instances() {
   constexpr char kExact[] = "ProcessName=soak worker -u", kPrefix[] = "ProcessName=soak w",
                  kPattern[] = "ProcessName=*oak wor?er*",
                  kPeriodic[] = "ProcessName=*oak wor?er*;Period=30";
+  // clang-format off
   const std::pair<Item, const char*> kRows[] = {
-      {GetSysCPU, ""},
-      {GetSysUsrCPU, ""},
-      {GetSysMemory, ""},
-      {GetSysFreeMemory, ""},
-      {GetDiskUsage, "Dir=/"},
-      {GetProcessSysCPU, kExact},
-      {GetProcessSysCPUExtern, kPrefix},
-      {GetProcessSysCPUFuzzyMatch, kPattern},
-      {GetProcessSysCPUFuzzyMatchCfgPeriod, kPeriodic},
-      {GetProcessCoreCPU, kExact},
-      {GetProcessCoreCPUExtern, kPrefix},
-      {GetProcessCoreCPUFuzzyMatch, kPattern},
-      {GetProcessCoreCPUFuzzyMatchCfgPeriod, kPeriodic},
-      {GetProcessMemory, kExact},
-      {GetProcessMemoryExtern, kPrefix},
-      {GetProcessMemoryFuzzyMatch, kPattern},
-      {GetProcessHandle, kExact},
-      {GetProcessHandleExtern, kPrefix},
-      {GetProcessHandleFuzzyMatch, kPattern},
-      {IsExistProcess, kExact},
-      {IsExistProcessExtern, kPrefix},
+      {GetSysCPU, ""}, {GetSysUsrCPU, ""}, {GetSysMemory, ""}, {GetSysFreeMemory, ""},
+      {GetDiskUsage, "Dir=/"}, {GetProcessSysCPU, kExact}, {GetProcessSysCPUExtern, kPrefix},
+      {GetProcessSysCPUFuzzyMatch, kPattern}, {GetProcessSysCPUFuzzyMatchCfgPeriod, kPeriodic},
+      {GetProcessCoreCPU, kExact}, {GetProcessCoreCPUExtern, kPrefix},
+      {GetProcessCoreCPUFuzzyMatch, kPattern}, {GetProcessCoreCPUFuzzyMatchCfgPeriod, kPeriodic},
+      {GetProcessMemory, kExact}, {GetProcessMemoryExtern, kPrefix},
+      {GetProcessMemoryFuzzyMatch, kPattern}, {GetProcessHandle, kExact},
+      {GetProcessHandleExtern, kPrefix}, {GetProcessHandleFuzzyMatch, kPattern},
+      {IsExistProcess, kExact}, {IsExistProcessExtern, kPrefix},
       {IsExistProcessPreCmd, "ProcessName=soak worker -u;PreCmd=echo yes;RetKeyWords=yes"},
       {ProcessHeartBeat, "ProcessName=soak worker -u;ProcessMoudleId=17"},
       {as_float<SendErrRpt>, "ErrCode=0xF000020F;ProcessName=app;ProcessMoudleId=17"},
-      {as_float<SendErrRptExtend>, "ErrCode=1;nodeId="},
-      {as_float<RebootAppData>, ""},
-      {CheckProcessStatusIsD, kPattern},
-      {CheckProcessStatusIsDForAppData, kPattern}};
+      {as_float<SendErrRptExtend>, "ErrCode=1;nodeId="}, {as_float<RebootAppData>, ""},
+      {CheckProcessStatusIsD, kPattern}, {CheckProcessStatusIsDForAppData, kPattern}};
+  // clang-format on
   std::vector<Instance> instances;
   for (const auto& [item, parameters] : kRows)
     instances.push_back({item, ItemCall(params(parameters))});
