@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 namespace paired_detail {
@@ -36,7 +37,7 @@ int calls_per_batch(Work& work) {
 
 // The value below which share of all values lie; values are sorted.
 inline double quantile(const std::vector<double>& values, double share) {
-  return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+  return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 }  // namespace paired_detail

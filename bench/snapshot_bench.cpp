@@ -108,7 +108,7 @@ void match_passes(benchmark::State& state, bool reversed) {
   Pass first(1000), second(2000);
   if (reversed) second.reverse();
   size_t matched = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores)
     list_head result;
     kelv_list_init(&result);
     CalcAllProcessCoreCPU(first.head(), second.head(), &result);

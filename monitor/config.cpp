@@ -24,7 +24,7 @@ constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 constexpr char kInstancesForm[] = "at least one [[instance]]";
 
 // What no configuration comes near: a device that never ends must not fill the memory.
-constexpr size_t kMostBytes = 16 * 1024 * 1024;
+constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
 
 // The file's bytes; nothing, with errno set, if it cannot be read.
 std::optional<std::string> read_whole(const std::string& path) {

@@ -186,7 +186,8 @@ void put_almost_hung_thread() {
   auto* const table = static_cast<thread_info_set_t*>(calloc(1, sizeof(thread_info_set_t)));
   table->thread_info_unused = 1;
   table->thread_info[0] = {10, 100, 10, 5, 6, 5, 6};
-  memcpy(g_records->context.contextbuff, &table, sizeof table);
+  const process_status_context_t overlay{table};
+  memcpy(g_records->context.contextbuff, &overlay, sizeof overlay);
 }
 
 #define ITEM_WITH(name, parameters, before, release, kept, ...)                               \

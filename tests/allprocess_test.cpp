@@ -262,7 +262,7 @@ TEST_F(Lookup, SingleProcessesAreFoundByNameOrPid) {
 TEST_F(Lookup, SearchesFillWhatTheyAreGiven) {
   const std::vector<int> order = in_listing_order({11, 12, 13, 14, 15});
   for (const auto& [search, name] :
-       {std::pair(GetProcessPidExtern, "app"), {GetProcessPidFuzzy, "*p ?*"}}) {
+       {std::pair(&GetProcessPidExtern, "app"), {&GetProcessPidFuzzy, "*p ?*"}}) {
     pid_t pids[6] = {-1, -1, -1, -1, -1, -1};
     unsigned int used = 77;
     EXPECT_EQ(search(nullptr, pids, 6, &used), -1);

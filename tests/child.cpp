@@ -14,6 +14,7 @@ namespace {
 
 [[noreturn]] void run_cat(const std::vector<std::string>& arguments, int socket) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
   dup2(socket, STDIN_FILENO);

@@ -61,8 +61,8 @@ TEST_F(Resources, HandlesAreWholePercentOfTheSoftLimit) {
 
 // The kernel's size of the fd directory and the entries themselves have to tell the same.
 TEST(RealHandles, AreThoseOfTheListing) {
-  std::vector<int> held;
-  for (int i = 0; i < 500; ++i) held.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  std::vector<int> held(500);
+  for (int& fd : held) fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
   const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
   EXPECT_EQ(Plugin().get_handle_count(getpid()), std::distance(begin(entries), end(entries)) + 1);
   for (const int fd : held) close(fd);

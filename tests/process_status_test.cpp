@@ -177,6 +177,7 @@ TEST_F(HungThreads, ARecoveryAsksCollectsWaitsSignalsAndSaysSo) {
   // Every byte: nodes and modules, code, length, time limit, no retry; payload; an empty answer.
   const std::string request =
       "request 3012a7013012a6010c000070040000001e00000000000000 00000000 " + std::string(32, '0');
+  const std::string said_before = reported(100, 101, 11) + request;
   using Row = std::pair<RecordedSystem::Answers, std::string>;
   for (const auto& [answers, done] : {
            Row{{1, 0, 0, 0}, R"(
@@ -215,7 +216,7 @@ error CheckProcessStatusIsDForAppData: Exec MIRT_GetDStatusCheckRedundancy rst(1
     entry(0).times = 10;
     EXPECT_EQ(call_.run(CheckProcessStatusIsDForAppData), signalled ? 1.0F : 0.0F);
     EXPECT_EQ(call_.result.pid, 101);
-    EXPECT_EQ(system_.take(), reported(100, 101, 11) + request + done);
+    EXPECT_EQ(system_.take(), said_before + done);
   }
 }
 

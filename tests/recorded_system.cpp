@@ -14,7 +14,7 @@
 #include "mirt_comm.h"
 
 // What this program has hidden by a definition of its own.
-#define NEXT(function) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function))
+#define NEXT(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
 
 static RecordedSystem*& g_system = RecordedSystem::current;
 

@@ -124,7 +124,7 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
     }
   }
   // The allocator's caches breathe; one smallest block lost a second would be more than that.
-  EXPECT_LE(mallinfo2().uordblks, heap + 24 * (kSeconds - kWarmUpSeconds));
+  EXPECT_LE(mallinfo2().uordblks, heap + 24UL * (kSeconds - kWarmUpSeconds));
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_FALSE(has_zombie());
   // The tables of hung threads belong to the contexts, and those to us.
