@@ -1,13 +1,15 @@
 #include "descendants.h"
 
 #include <dirent.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <set>
+#include <thread>
 
 #include "thread_owner.h"
 
@@ -15,34 +17,44 @@ namespace {
 
 using ByParent = std::multimap<pid_t, pid_t>;
 
+constexpr int kMostRounds = 100;  // one that hangs in the kernel outlasts any number of them
+constexpr std::chrono::milliseconds kBetweenRounds{1};
+
 ByParent all_processes() {
   ByParent processes;
   const std::unique_ptr<DIR, int (*)(DIR*)> proc(opendir("/proc"), closedir);
   while (const dirent* const entry = proc ? readdir(proc.get()) : nullptr) {
     const pid_t pid = std::atoi(entry->d_name);
-    const std::optional<std::string> parent =
-        pid > 0 ? status_value(pid, "PPid") : std::nullopt;  // gone, or no process at all
-    if (parent) processes.emplace(std::atoi(parent->c_str()), pid);
+    if (pid <= 0) continue;
+    if (const auto parent = status_value(pid, "PPid")) {
+      processes.emplace(std::atoi(parent->c_str()), pid);
+    }
   }
   return processes;
 }
 
-void add_descendants(pid_t process, const ByParent& processes, std::set<pid_t>& found) {
+bool has_ended(pid_t process) {
+  return status_value(process, "State").value_or("Z").front() == 'Z';
+}
+
+// Kills what descends from the process. True if nothing of it is left but ended processes.
+bool kill_below(pid_t process, const ByParent& processes) {
+  bool all_ended = true;
   const auto [begin, end] = processes.equal_range(process);
   for (auto child = begin; child != end; ++child) {
-    if (found.insert(child->second).second) add_descendants(child->second, processes, found);
+    all_ended = has_ended(child->second) && all_ended;
+    kill(child->second, SIGKILL);
+    all_ended = kill_below(child->second, processes) && all_ended;
   }
+  return all_ended;
 }
 
 }  // namespace
 
 void kill_descendants() {
-  std::set<pid_t> found, stopped;
-  do {
-    stopped = found;
-    add_descendants(getpid(), all_processes(), found);
-    // Stopped, they start nothing more; what they had started before shows in the next round.
-    for (const pid_t pid : found) kill(pid, SIGSTOP);
-  } while (found != stopped);
-  for (const pid_t pid : found) kill(pid, SIGKILL);
+  // What loses its parent from here on becomes our own child: no fork can slip through.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  for (int round = 0; round < kMostRounds && !kill_below(getpid(), all_processes()); ++round) {
+    std::this_thread::sleep_for(kBetweenRounds);
+  }
 }
