@@ -1,8 +1,9 @@
-// read_file() beside the C library's own line reader.
+// read_file() beside the C library's own line reader, and the reader by key beside that by line.
 #include <cstring>
 
 #include "common_plugin.h"
 #include "fuzz_input.h"
+#include "proc_file.h"
 
 namespace {
 
@@ -20,6 +21,18 @@ int expected(const std::string& path, char* buf, unsigned int size, int line) {
   return found ? 0 : -1;
 }
 
+// The reader by key beside what it stands for.
+void check_keyed(const std::string& path, size_t limit) {
+  LineReader by_key(path.c_str()), by_line(path.c_str());
+  char found[kMaxSize], line[kMaxSize];
+  for (bool more = true; more;) {
+    while ((more = by_line.next(line, limit)) && strstr(line, "Key:") == nullptr) {
+    }
+    FUZZ_CHECK(by_key.next_with("Key:", found, limit) == more);
+    FUZZ_CHECK(!more || strcmp(found, line) == 0);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -33,5 +46,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(MIRT_Linux_Plugin::read_file(file.path().c_str(), ours, buf_size, line) ==
              expected(file.path(), theirs, buf_size, line));
   FUZZ_CHECK(memcmp(ours, theirs, sizeof ours) == 0);
+  check_keyed(file.path(), buf_size);
   return 0;
 }

@@ -113,8 +113,9 @@ int snprintf_s(char* destination, size_t size, size_t count, const char* format,
 
 namespace {
 
+// As isspace() in the C locale, without a call for each character.
 bool is_blank(char c) {
-  return isspace(static_cast<unsigned char>(c)) != 0;
+  return c == ' ' || (c >= '\t' && c <= '\r');
 }
 bool is_digit(char c) {
   return isdigit(static_cast<unsigned char>(c)) != 0;

@@ -110,9 +110,12 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
   char line[256];
   int rss_kb = 0;
   bool has_name = false, has_rss = false;
-  while (!(has_name && has_rss) && status.next(line, sizeof line)) {
-    has_name = has_name || scan_name(line, sample.name, sizeof sample.name);
+  while (!has_name && status.next(line, sizeof line)) {  // it is the first line of all
+    has_name = scan_name(line, sample.name, sizeof sample.name);
     has_rss = has_rss || scan_rss_kb(line, rss_kb);
+  }
+  if (!has_rss && status.next_with(kRssKey, line, sizeof line)) {
+    has_rss = scan_rss_kb(line, rss_kb);
   }
   sample.rss = rss_kb / 1024;
   return has_name && (has_rss || IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get()));

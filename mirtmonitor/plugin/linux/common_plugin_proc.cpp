@@ -40,10 +40,7 @@ int MIRT_Linux_Plugin::get_procname_bypid(pid_t p, char* name, size_t size) {
   LineReader status(ProcPath<64>("/proc/%u/status", static_cast<unsigned int>(p)).get());
   if (!status.is_open() || name == nullptr) return -1;
   char line[256];
-  while (status.next(line, sizeof line)) {
-    if (scan_name(line, name, size)) return 0;
-  }
-  return -1;
+  return status.next_with(kNameKey, line, sizeof line) && scan_name(line, name, size) ? 0 : -1;
 }
 
 int MIRT_Linux_Plugin::get_cmdline_bypid(pid_t p, char* cmdline, size_t size) {

@@ -77,8 +77,7 @@ unsigned int MIRT_Linux_Plugin::get_phy_mem(pid_t p) {
   LineReader status(ProcPath<64>("/proc/%d/status", p).get());
   char line[kLineSize];
   int rss_kb = 0;
-  while (status.next(line, sizeof line) && !scan_rss_kb(line, rss_kb)) {
-  }
+  if (status.next_with(kRssKey, line, sizeof line)) scan_rss_kb(line, rss_kb);
   return static_cast<unsigned int>(rss_kb / 1024);
 }
 

@@ -22,18 +22,40 @@ bool LineReader::next(char* line, size_t limit) noexcept {
   return true;
 }
 
+bool LineReader::next_with(const char* key, char* line, size_t limit) noexcept {
+  skip_to(key);
+  while (next(line, limit)) {
+    if (strstr(line, key) != nullptr) return true;
+  }
+  return false;
+}
+
+// Passes over the lines before the one that holds the key, if that one is in the buffer. A NUL
+// before it is left to those who look at every line.
+void LineReader::skip_to(const char* key) noexcept {
+  if (begin_ == end_ && !refill(At::kLineStart)) return;
+  buffer_[end_] = '\0';
+  const char* const unread = buffer_ + begin_;
+  const char* const found = strstr(unread, key);
+  if (found == nullptr) return;
+  const void* const newline = memrchr(unread, '\n', static_cast<size_t>(found - unread));
+  if (newline != nullptr) {
+    begin_ = static_cast<size_t>(static_cast<const char*>(newline) + 1 - buffer_);
+  }
+}
+
 bool LineReader::refill(At position) noexcept {
   // A command line comes whole and ends in a NUL, so a short read that ends like that inside a line
   // is the end of the file: asking once more would cost a system call per process.
   if (drained_ || (position == At::kInsideLine && whole_cmdline_)) return false;
   ssize_t got;
   do {
-    got = read(file_.get(), buffer_, sizeof buffer_);
+    got = read(file_.get(), buffer_, kBufferSize);
   } while (got < 0 && errno == EINTR);
   drained_ = got <= 0;
   begin_ = 0;
   end_ = got > 0 ? static_cast<size_t>(got) : 0;
-  whole_cmdline_ = 0 < end_ && end_ < sizeof buffer_ && buffer_[end_ - 1] == '\0';
+  whole_cmdline_ = 0 < end_ && end_ < kBufferSize && buffer_[end_ - 1] == '\0';
   return end_ > 0;
 }
 

@@ -45,15 +45,21 @@ class LineReader {
   // when nothing is left, which includes a file that could not be opened or read.
   bool next(char* line, size_t limit) noexcept;
 
+  // The next line in which strstr() finds the key: what calling next() until then would give, but
+  // the lines before it are not looked at one by one.
+  bool next_with(const char* key, char* line, size_t limit) noexcept;
+
  private:
   enum class At { kLineStart, kInsideLine };
+  static constexpr size_t kBufferSize = 4096;
   bool refill(At position) noexcept;
+  void skip_to(const char* key) noexcept;
 
   UniqueFd file_;
   bool whole_cmdline_ = false;
   bool drained_ = false;
-  size_t begin_ = 0, end_ = 0;  // what refill() brought and next() has not handed out yet
-  char buffer_[4096];           // left uninitialised: clearing a page per file would show
+  size_t begin_ = 0, end_ = 0;    // what refill() brought and next() has not handed out yet
+  char buffer_[kBufferSize + 1];  // and a NUL; left uninitialised: clearing a page would show
 };
 
 // A path under /proc, at most kSize - 1 characters of it.
