@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "clock_text.h"
 #include "commands.h"
 #include "config.h"
 #include "nearest.h"
@@ -73,7 +74,8 @@ CLI::Validator expecting(const std::string& expected, const Fits& fits) {
 }
 
 CLI::Validator seconds() {
-  return expecting("a number of seconds from 0.001 to 31622400", [](const std::string& text) {
+  const std::string range = seconds_text(kLeastSeconds) + " to " + seconds_text(kMostSeconds);
+  return expecting("a number of seconds from " + range, [](const std::string& text) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
     return !text.empty() && *end == '\0' && value >= kLeastSeconds && value <= kMostSeconds;
