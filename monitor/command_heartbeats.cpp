@@ -1,19 +1,20 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "commands.h"
 #include "heartbeat_table.h"
+#include "json_text.h"
 #include "run_instances.h"
 #include "terminal_text.h"
 
 namespace {
 
 using Entry = MIRT_AGENT_HEART_INFO_S;
-using Json = nlohmann::ordered_json;
 
 constexpr std::chrono::seconds kBetweenReads{1};
 
@@ -47,10 +48,6 @@ Json fields_of(const Entry& before, const Entry& now) {
   fields["flowid"] = now.flowid == MIRT_AGENT_HEART_NO_FLOW ? Json() : Json(now.flowid);
   fields["paused"] = is_paused(now);
   return fields;
-}
-
-std::string json_text(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 std::string cell_text(const Json& value) {

@@ -10,8 +10,8 @@
 #include "clock_text.h"
 #include "commands.h"
 #include "config.h"
-#include "nearest.h"
 #include "run_instances.h"
+#include "wording.h"
 
 namespace {
 
@@ -48,7 +48,8 @@ Nothing is created or changed. Exit code 0: shown; 1: there is no table, or none
 constexpr char kOnceFooter[] =
     R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
 the name that the item expects at its place; a value that looks like NAME=VALUE itself needs its
-name: ProcessName=A=B. Without --every there is one call, and it may take as long as it takes.
+name: ProcessName=A=B, and one that begins with - has to stand behind a --.
+Without --every there is one call, and it may take as long as it takes.
 Exit code 0: each call gave a valid value; 1: one failed, or none ended; 2: wrong usage.)";
 
 // The parsed command line: which command, and what it needs.
@@ -63,12 +64,40 @@ struct Arguments {
   int (*command)(const Arguments&) = nullptr;
 };
 
+// CLI11 takes a value in brackets for a list and drops them. No argument can hold a NUL, so one
+// behind such a value keeps it whole until its option has it.
+std::vector<std::string> shielded(int argc, char** argv) {
+  std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  for (std::string& text : arguments) {
+    if (!text.empty() && text.front() == '[' && text.back() == ']') text += '\0';
+  }
+  return arguments;
+}
+
+std::string unshielded(std::string text) {
+  if (!text.empty() && text.back() == '\0') text.pop_back();
+  return text;
+}
+
+// An option or argument for text, one or several.
+template <typename Text>
+CLI::Option* add_text(CLI::App& command, const char* name, Text& text, const char* meaning,
+                      const char* type) {
+  const auto unshield = [](std::string& value) {
+    value = unshielded(value);
+    return std::string();
+  };
+  return command.add_option(name, text, meaning)
+      ->transform(CLI::Validator(unshield, ""))
+      ->type_name(type);
+}
+
 // Asks for a value that `fits`; what is expected else is said beside what was found.
 template <typename Fits>
 CLI::Validator expecting(const std::string& expected, const Fits& fits) {
   return CLI::Validator(
       [expected, fits](std::string& text) {
-        return fits(text) ? "" : "found \"" + text + "\", expected " + expected;
+        return fits(text) ? "" : "found " + in_quotes(text) + ", expected " + expected;
       },
       "");
 }
@@ -88,18 +117,19 @@ CLI::Validator whole_number_from_one(long most) {
                      long value = 0;
                      const char* const end = text.data() + text.size();
                      const auto [stop, error] = std::from_chars(text.data(), end, value);
-                     return error == std::errc() && stop == end && value >= 1 && value <= most;
+                     return error == std::errc() && stop == end && value >= 1 && value <= most &&
+                            text.front() != '0';  // which CLI11 would take for octal
                    });
 }
 
-CLI::Validator one_of(const std::vector<std::string>& words) {
-  return expecting("one of " + CLI::detail::join(words, ", "), [words](const std::string& text) {
+CLI::Validator one_of(const std::vector<std::string_view>& words) {
+  return expecting("one of " + joined(words), [words](const std::string& text) {
     return std::find(words.begin(), words.end(), text) != words.end();
   });
 }
 
 void add_plugin_option(CLI::App& command, std::string& plugin) {
-  command.add_option("--plugin", plugin, "The plug-in to load")->type_name("FILE");
+  add_text(command, "--plugin", plugin, "The plug-in to load", "FILE");
 }
 
 void add_json_flag(CLI::App& command, bool& json) {
@@ -109,7 +139,7 @@ void add_json_flag(CLI::App& command, bool& json) {
 void add_run(CLI::App& app, Arguments& arguments) {
   CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
   RunOptions& options = arguments.run;
-  run->add_option("--config", options.config, "The configuration")->required()->type_name("FILE");
+  add_text(*run, "--config", options.config, "The configuration", "FILE")->required();
   run->add_option("--rounds", options.rounds, "Call each instance N times, then end")
       ->check(whole_number_from_one(LONG_MAX))
       ->type_name("N");
@@ -124,11 +154,9 @@ void add_run(CLI::App& app, Arguments& arguments) {
 void add_once(CLI::App& app, Arguments& arguments) {
   CLI::App* const once = app.add_subcommand("once", "Call one item");
   OnceOptions& options = arguments.once;
-  once->add_option("item", options.item, "The item, as \"items\" lists it")
-      ->required()
-      ->type_name("ITEM");
-  once->add_option("params", options.params, "The item's parameters, in their order")
-      ->type_name("NAME=VALUE|VALUE");
+  add_text(*once, "item", options.item, "The item, as \"items\" lists it", "ITEM")->required();
+  add_text(*once, "params", options.params, "The item's parameters, in their order",
+           "NAME=VALUE|VALUE");
   CLI::Option* const every =
       once->add_option("--every", options.every_s,
                        "Call it again and again with one context, without --rounds for ever")
@@ -166,9 +194,7 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration and start nothing");
-  check->add_option("file", arguments.checked_config, "The configuration")
-      ->required()
-      ->type_name("FILE");
+  add_text(*check, "file", arguments.checked_config, "The configuration", "FILE")->required();
   check->footer(kCheckFooter);
   check->callback([&arguments] {
     arguments.command = [](const Arguments& given) {
@@ -184,9 +210,8 @@ void add_ps(CLI::App& app, Arguments& arguments) {
   ps->add_option("--sort", options.sort, "Largest first, or by PID (the default); cpu needs --cpu")
       ->check(one_of({"pid", "rss", "cpu"}))
       ->type_name("pid|rss|cpu");
-  ps->add_option("--match", options.pattern,
-                 "Only command lines that match, as for FuzzyMatch items")
-      ->type_name("PATTERN");
+  add_text(*ps, "--match", options.pattern,
+           "Only command lines that match, as for FuzzyMatch items", "PATTERN");
   add_json_flag(*ps, options.json);
   add_plugin_option(*ps, options.plugin);
   ps->footer(kPsFooter);
@@ -202,9 +227,8 @@ void add_find(CLI::App& app, Arguments& arguments) {
       ->required()
       ->check(one_of({"exact", "prefix", "wildcard"}))
       ->type_name("exact|prefix|wildcard");
-  find->add_option("name", options.name, "The command line, its beginning, or a pattern")
-      ->required()
-      ->type_name("NAME");
+  add_text(*find, "name", options.name, "The command line, its beginning, or a pattern", "NAME")
+      ->required();
   add_plugin_option(*find, options.plugin);
   find->footer(kFindFooter);
   find->callback([&arguments] {
@@ -216,9 +240,7 @@ void add_kill(CLI::App& app, Arguments& arguments) {
   CLI::App* const kill =
       app.add_subcommand("kill", "Send SIGKILL to a process if NAME begins with its short name");
   KillOptions& options = arguments.kill;
-  kill->add_option("name", options.name, "What the process is called")
-      ->required()
-      ->type_name("NAME");
+  add_text(*kill, "name", options.name, "What the process is called", "NAME")->required();
   kill->add_option("pid", options.pid, "The process")
       ->required()
       ->check(whole_number_from_one(INT_MAX))
@@ -252,13 +274,6 @@ const CLI::App& command_of(const CLI::App& app) {
   return commands.empty() ? app : *commands.front();
 }
 
-std::string unknown(const char* what, const std::string& word,
-                    const std::vector<std::string_view>& known) {
-  const std::string hint = did_you_mean(word, known);
-  return std::string("unknown ") + what + " \"" + word + "\"" +
-         (hint.empty() ? ", expected one of " + CLI::detail::join(known, ", ") : hint);
-}
-
 // What is wrong. A word that nothing took comes first: often it is what something else now lacks.
 std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = command_of(app);
@@ -266,10 +281,14 @@ std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
   const std::vector<std::string> extras = app.remaining(true), options = names_of_options(command);
   const bool has_command = &command != &app;
   if (extras.empty() && has_command) return error.what();
-  if (extras.empty()) return "no command, expected one of " + CLI::detail::join(commands, ", ");
-  const std::string& word = extras.front();
-  if (word.rfind('-', 0) == 0) return unknown("option", word, {options.begin(), options.end()});
-  return has_command ? "superfluous argument \"" + word + "\"" : unknown("command", word, commands);
+  if (extras.empty()) return "no command, expected one of " + joined(commands);
+  const std::string word = unshielded(extras.front());
+  if (word.rfind('-', 0) == 0) {
+    return "unknown option " + in_quotes(word) +
+           expected_one_of(word, {options.begin(), options.end()});
+  }
+  if (has_command) return "superfluous argument " + in_quotes(word);
+  return "unknown command " + in_quotes(word) + expected_one_of(word, commands);
 }
 
 // The exit code for a command line that asks for help, or cannot be understood.
@@ -299,7 +318,9 @@ int run_command_line(int argc, char** argv) {
   add_find(app, arguments);
   add_kill(app, arguments);
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = shielded(argc, argv);
+    std::reverse(words.begin(), words.end());  // as CLI11 wants them
+    app.parse(words);
   } catch (const CLI::ParseError& error) {
     return explain(app, error);
   }

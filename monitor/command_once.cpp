@@ -5,15 +5,14 @@
 
 #include "commands.h"
 #include "config.h"
-#include "nearest.h"
 #include "run_instances.h"
 
 namespace {
 
 // The length of "NAME" in "NAME=VALUE", 0 if the text is a bare value. A name is one word of
 // letters, digits and underscores that begins with a letter, so "/usr/bin/app --mode=fast" and
-// "--mode=fast" are values as they stand, while a command line such as "A=B" has to be given as
-// "ProcessName=A=B".
+// "--mode=fast" (behind "--") are values as they stand, while a command line such as "A=B" has to
+// be given as "ProcessName=A=B".
 size_t name_length(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0) return 0;
@@ -48,9 +47,7 @@ int command_once(const OnceOptions& options) {
   Instance instance;
   instance.item = find_item(options.item);
   if (!instance.item) {
-    const std::string hint = did_you_mean(options.item, all_item_names());
-    complain("unknown item \"" + options.item + "\"" +
-             (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint));
+    complain(unknown_item_text(options.item));
     return kExitUsage;
   }
   instance.name = instance.item->name;

@@ -5,12 +5,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <nlohmann/json.hpp>
 #include <thread>
 #include <unordered_set>
 
 #include "commands.h"
+#include "json_text.h"
 #include "process_library.h"
 #include "run_instances.h"
 #include "terminal_text.h"
@@ -107,13 +106,11 @@ void print_people(const Listing& listing, bool with_cpu) {
 
 void print_json(const Listing& listing, bool with_cpu) {
   for (const ProcessRow& row : listing.processes) {
-    nlohmann::ordered_json object{{"pid", row.pid}, {"rss_mib", row.rss_mib}};
+    Json object{{"pid", row.pid}, {"rss_mib", row.rss_mib}};
     if (with_cpu) object["core_percent"] = row.core_percent;
     object["name"] = row.name;
     object["cmdline"] = row.cmdline;
-    // A command line need not be UTF-8; what is not comes out as U+FFFD.
-    std::printf("%s\n",
-                object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    std::printf("%s\n", json_text(object).c_str());
   }
   if (with_cpu) std::printf("{\"user_percent\":%d}\n", listing.user_percent);
 }

@@ -1,6 +1,5 @@
 // An item and its parameters, as instances and alarms name them.
 #include "config_parts.h"
-#include "nearest.h"
 
 namespace {
 
@@ -41,10 +40,7 @@ const ItemRow* read_item(TomlFields& fields) {
   if (!name) return nullptr;
   const ItemRow* const item = find_item(*name);
   if (item) return item;
-  const std::string hint = did_you_mean(*name, all_item_names());
-  fields.mistake(fields.line("item"),
-                 "unknown item \"" + *name + "\"" +
-                     (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint));
+  fields.mistake(fields.line("item"), unknown_item_text(*name));
   return nullptr;
 }
 

@@ -11,7 +11,7 @@
 #include <memory>
 #include <thread>
 
-#include "thread_owner.h"
+#include "proc_status.h"
 
 namespace {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "wording.h"
+
 namespace {
 
 using Name = ParamRow::Name;
@@ -152,8 +154,10 @@ const ItemRow* find_item(std::string_view name) {
   return found == std::end(kItems) ? nullptr : found;
 }
 
-std::vector<std::string_view> all_item_names() {
+std::string unknown_item_text(const std::string& name) {
   std::vector<std::string_view> names;
   for (const ItemRow& row : kItems) names.emplace_back(row.name);
-  return names;
+  const std::string hint = did_you_mean(name, names);
+  return "unknown item " + in_quotes(name) +
+         (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint);
 }

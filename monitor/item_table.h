@@ -3,6 +3,7 @@
 #define MONITOR_ITEM_TABLE_H
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -56,6 +57,7 @@ const std::vector<ItemRow>& all_items();
 // The row of that name, or null. Names are case-sensitive.
 const ItemRow* find_item(std::string_view name);
 
-std::vector<std::string_view> all_item_names();
+// What to say of a name that no row has.
+std::string unknown_item_text(const std::string& name);
 
 #endif

@@ -3,15 +3,11 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "nearest.h"
+#include "wording.h"
 
 namespace {
 
 using Mistakes = std::vector<ParamMistake>;
-
-std::string quoted(const std::string& text) {
-  return "\"" + text + "\"";
-}
 
 void check_text(const char* what, const std::string& text, size_t field_size,
                 std::vector<std::string>& mistakes) {
@@ -40,7 +36,7 @@ void check_positions(const ItemRow& item, const std::vector<Param>& params, Mist
     const ParamRow& row = list.rows[i];
     if (row.naming == ParamRow::Name::kFixed && params[i].name != row.name) {
       mistakes.push_back({i, "parameter " + std::to_string(i + 1) + " of " + item.name +
-                                 " is named " + quoted(params[i].name) + ", expected \"" +
+                                 " is named " + in_quotes(params[i].name) + ", expected \"" +
                                  row.name + "\""});
     }
   }
@@ -66,7 +62,7 @@ void check_unknown_name(const ItemRow& item, const Param& param, size_t index, M
   for (const ParamRow& row : *item.params) names.emplace_back(row.name);
   if (std::find(names.begin(), names.end(), param.name) == names.end()) {
     mistakes.push_back(
-        {index, superfluous(item, quoted(param.name)) + did_you_mean(param.name, names)});
+        {index, superfluous(item, in_quotes(param.name)) + did_you_mean(param.name, names)});
   }
 }
 
@@ -81,7 +77,7 @@ void check_names(const ItemRow& item, const std::vector<Param>& params, Mistakes
     if (params[i].name.empty()) continue;  // a mistake of its own
     if (has(before, params[i].name)) {
       mistakes.push_back(
-          {i, "second parameter " + quoted(params[i].name) + ", expected each name once"});
+          {i, "second parameter " + in_quotes(params[i].name) + ", expected each name once"});
     }
     before.push_back(params[i]);
     if (item.params->further == ParamList::Further::kRefused) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "kelv_string.h"
+#include "wording.h"
 
 namespace {
 
@@ -48,26 +49,26 @@ std::optional<uint64_t> literal_number(const std::vector<Param>& params, const c
   if (is_number(value) && kelv_str_tou64(value.c_str()) <= most) {
     return kelv_str_tou64(value.c_str());
   }
-  mistakes.push_back({place, std::string(name) + " is \"" + value +
-                                 "\", expected a number from 0 to " + std::to_string(most) +
+  mistakes.push_back({place, std::string(name) + " is " + in_quotes(value) +
+                                 ", expected a number from 0 to " + std::to_string(most) +
                                  ", decimal or after 0x"});
   return std::nullopt;
 }
 
 void check_code(const std::vector<Param>& params, uint64_t code, Mistakes& mistakes) {
-  std::string known;
+  std::vector<std::string_view> known;
   for (const CodeRow& row : kCodes) {
-    known += (known.empty() ? "" : ", ") + std::string(row.text);
+    known.emplace_back(row.text);
     if (row.code != code) continue;
     if (place_of(params, row.needs)) return;
-    mistakes.push_back({std::nullopt, std::string("no parameter \"") + row.needs +
-                                          "\" for SendErrRpt, expected it with ErrCode " +
-                                          row.text});
+    mistakes.push_back({std::nullopt, "no parameter " + in_quotes(row.needs) +
+                                          " for SendErrRpt, expected it with ErrCode " + row.text});
     return;
   }
   const std::optional<size_t> place = place_of(params, "ErrCode");
   mistakes.push_back({place, "ErrCode " + params[*place].value +
-                                 " is not supported by SendErrRpt, expected one of " + known});
+                                 " is not supported by SendErrRpt, expected one of " +
+                                 joined(known)});
 }
 
 }  // namespace

@@ -1,14 +1,12 @@
 #include <charconv>
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "alarm.h"
+#include "json_text.h"
 #include "log_lines.h"
 #include "reporter.h"
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // Items measure in float: 12.3F is to be written as 12.3, not as 12.300000190734863.
 double shortest(double value) {
@@ -110,10 +108,7 @@ class JsonReporter final : public Reporter {
     return line;
   }
 
-  // A reason can hold any bytes, such as a name cut in the middle of a character.
-  void write(const Json& line) {
-    out_.write_line(line.dump(-1, ' ', false, Json::error_handler_t::replace));
-  }
+  void write(const Json& line) { out_.write_line(json_text(line)); }
 
   LineWriter& out_;
 };

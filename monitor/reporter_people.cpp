@@ -12,7 +12,7 @@ constexpr char kRed[] = "\033[31m";
 constexpr char kPlain[] = "\033[0m";
 constexpr size_t kValueWidth = 10;
 
-std::string value_text(const ItemRow& item, double value) {
+std::string rounded(const ItemRow& item, double value) {
   char text[64];
   std::snprintf(text, sizeof text, "%.*f", item.returns == Returns::kInt ? 0 : 2, value);
   return text;
@@ -32,7 +32,7 @@ class PeopleReporter final : public Reporter {
     const bool has_value = answer.valid();
     std::string line =
         has_value ? beginning(answer.time, answer.instance,
-                              value_text(*answer.instance.item, answer.value), answer.instance.unit)
+                              rounded(*answer.instance.item, answer.value), answer.instance.unit)
                   : beginning(answer.time, answer.instance, "failed", "");
     line += owner_text(answer);
     if (answer.flow_id()) line += "  flow " + std::to_string(*answer.flow_id());
@@ -58,7 +58,7 @@ class PeopleReporter final : public Reporter {
     const std::string reason = (change.raised ? ": " : ": not ") + condition_text(rule) + " for " +
                                std::to_string(calls) + (calls == 1 ? " call" : " calls");
     std::string line =
-        beginning(answer.time, answer.instance, value_text(*answer.instance.item, answer.value),
+        beginning(answer.time, answer.instance, rounded(*answer.instance.item, answer.value),
                   answer.instance.unit);
     write(std::move(line) + "  " + (change.raised ? red(text) : text) + reason);
   }

@@ -1,8 +1,10 @@
 #include "thread_owner.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
-#include <iterator>
+
+#include "proc_status.h"
 
 namespace {
 
@@ -19,14 +21,6 @@ std::string command_line_of(int pid) {
 }
 
 }  // namespace
-
-std::optional<std::string> status_value(int tid, const std::string& key) {
-  std::ifstream status("/proc/" + std::to_string(tid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.compare(0, key.size() + 2, key + ":\t") == 0) return line.substr(key.size() + 2);
-  }
-  return std::nullopt;
-}
 
 std::optional<ThreadOwner> owner_of_thread(int tid) {
   const std::optional<std::string> pid = status_value(tid, "Tgid");

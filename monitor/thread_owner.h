@@ -14,8 +14,4 @@ struct ThreadOwner {
 // which can be for good where a thread of the process hangs: not for the main thread.
 std::optional<ThreadOwner> owner_of_thread(int tid);
 
-// "Tgid:\t1234" -> "1234": what stands behind the key in the status file of a thread or process;
-// nothing if there is no such line, or no such thread.
-std::optional<std::string> status_value(int tid, const std::string& key);
-
 #endif

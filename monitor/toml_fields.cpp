@@ -3,24 +3,7 @@
 #include <algorithm>
 
 #include "clock_text.h"
-#include "nearest.h"
-
-namespace {
-
-std::string quoted(std::string_view text) {
-  return "\"" + std::string(text) + "\"";
-}
-
-std::string joined(std::vector<std::string_view> words) {
-  std::sort(words.begin(), words.end());
-  std::string text;
-  for (const std::string_view word : words) {
-    text += (text.empty() ? "" : ", ") + std::string(word);
-  }
-  return text;
-}
-
-}  // namespace
+#include "wording.h"
 
 unsigned line_of(const toml::node& node) {
   return node.source().begin.line;
@@ -49,7 +32,8 @@ const toml::node* TomlFields::find(std::string_view key, Presence presence, cons
   known_keys_.push_back(key);
   const toml::node* const node = table_.get(key);
   if (!node && presence == Presence::kRequired) {
-    mistake(line_of(table_), "no key " + quoted(key) + " in " + where_ + ", expected " + expected);
+    mistake(line_of(table_),
+            "no key " + in_quotes(key) + " in " + where_ + ", expected " + expected);
   }
   return node;
 }
@@ -128,11 +112,11 @@ unsigned TomlFields::line(std::string_view key) const {
 }
 
 void TomlFields::refuse_other_keys() {
+  std::vector<std::string_view> keys = known_keys_;
+  std::sort(keys.begin(), keys.end());
   for (const auto& [key, node] : table_) {
     if (std::find(known_keys_.begin(), known_keys_.end(), key.str()) != known_keys_.end()) continue;
-    const std::string hint = did_you_mean(key.str(), known_keys_);
-    mistake(key.source().begin.line,
-            "unknown key " + quoted(key.str()) + " in " + where_ +
-                (hint.empty() ? ", expected one of " + joined(known_keys_) : hint));
+    mistake(key.source().begin.line, "unknown key " + in_quotes(key.str()) + " in " + where_ +
+                                         expected_one_of(key.str(), keys));
   }
 }

@@ -1,4 +1,4 @@
-#include "nearest.h"
+#include "wording.h"
 
 #include <algorithm>
 #include <cctype>
@@ -50,5 +50,21 @@ std::string_view nearest(std::string_view word, const std::vector<std::string_vi
 std::string did_you_mean(std::string_view word, const std::vector<std::string_view>& candidates) {
   const std::string_view guess = nearest(word, candidates);
   if (guess.empty()) return "";
-  return ", did you mean \"" + std::string(guess) + "\"?";
+  return ", did you mean " + in_quotes(guess) + "?";
+}
+
+std::string expected_one_of(std::string_view word,
+                            const std::vector<std::string_view>& candidates) {
+  const std::string hint = did_you_mean(word, candidates);
+  return hint.empty() ? ", expected one of " + joined(candidates) : hint;
+}
+
+std::string in_quotes(std::string_view text) {
+  return "\"" + std::string(text) + "\"";
+}
+
+std::string joined(const std::vector<std::string_view>& words) {
+  std::string text;
+  for (const std::string_view word : words) text += (text.empty() ? "" : ", ") + std::string(word);
+  return text;
 }
