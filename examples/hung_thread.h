@@ -13,6 +13,7 @@
 
 // The thread waits in vfork() for its child to exec or to end, which the kernel does in
 // uninterruptible sleep; the child only waits to be killed. It dies with its parent in any case.
+// Where no child can be started the thread ends at once.
 class HungThread {
  public:
   HungThread() : thread_([this] { hang(); }) {
@@ -21,7 +22,7 @@ class HungThread {
   HungThread(const HungThread&) = delete;
   HungThread& operator=(const HungThread&) = delete;
   ~HungThread() {
-    kill(child_, SIGKILL);
+    if (child_ > 0) kill(child_, SIGKILL);
     thread_.join();
   }
 
@@ -37,7 +38,8 @@ class HungThread {
       child_ = getpid();
       for (;;) pause();
     }
-    waitpid(child, nullptr, 0);
+    if (child < 0) child_ = -1;
+    if (child > 0) waitpid(child, nullptr, 0);
   }
 
   std::atomic<pid_t> child_{0};

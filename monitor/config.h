@@ -31,7 +31,7 @@ struct Instance {
 struct Config {
   std::vector<Instance> instances;
   Recovery recovery;
-  unsigned workers = 0;  // the most calls at one time; 0: one per instance
+  unsigned workers = 0;  // the most calls at one time; 0: as many as there can be
 };
 
 // What a file gave: a configuration to use if there are no mistakes, else every mistake in the

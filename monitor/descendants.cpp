@@ -17,7 +17,9 @@ namespace {
 
 using ByParent = std::multimap<pid_t, pid_t>;
 
-constexpr int kMostRounds = 100;  // one that hangs in the kernel outlasts any number of them
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kLongest{1};  // one that hangs in the kernel outlasts any time
 constexpr std::chrono::milliseconds kBetweenRounds{1};
 
 ByParent all_processes() {
@@ -52,9 +54,10 @@ bool kill_below(pid_t process, const ByParent& processes) {
 }  // namespace
 
 void kill_descendants() {
-  // What loses its parent from here on becomes our own child: no fork can slip through.
+  // What loses its parent from here on becomes our own child: no fork of theirs slips through.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  for (int round = 0; round < kMostRounds && !kill_below(getpid(), all_processes()); ++round) {
+  const Clock::time_point deadline = Clock::now() + kLongest;
+  while (!kill_below(getpid(), all_processes()) && Clock::now() < deadline) {
     std::this_thread::sleep_for(kBetweenRounds);
   }
 }

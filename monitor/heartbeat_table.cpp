@@ -53,8 +53,8 @@ MIRT_AGENT_HEART_INFO_SET_S HeartbeatTable::read() const {
 
 std::string HeartbeatTable::fault(const MIRT_AGENT_HEART_INFO_SET_S& table) {
   static const MIRT_AGENT_HEART_INFO_SET_S kUntouched{};
-  // Its maker marks the first entry until the table is whole.
-  if (table.array[0].reserved != 0 || std::memcmp(&table, &kUntouched, sizeof table) == 0) {
+  if (mirt_agent_heart_is_unfinished(&table) != 0 ||
+      std::memcmp(&table, &kUntouched, sizeof table) == 0) {
     return "the heartbeat table is not made yet";
   }
   for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {

@@ -10,11 +10,13 @@
 
 namespace {
 
-// "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..."
-void write_record(const KELV_LOG_RECORD_S* record) {
+// "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..." Called from C:
+// nothing may be thrown through it.
+void write_record(const KELV_LOG_RECORD_S* record) try {
   log_line(kelvlog_level_name(record->level), std::to_string(record->module) + " " + record->file +
                                                   ":" + std::to_string(record->line) + " " +
                                                   record->function + ": " + record->text);
+} catch (...) {  // no memory: the record is lost
 }
 
 }  // namespace

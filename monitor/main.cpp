@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <string>
 
 #include "command_line.h"
 #include "commands.h"
@@ -38,7 +39,9 @@ int flush_output(int code) {
 int main(int argc, char** argv) {
   fill_standard_descriptors();
   // What we were started with is not for the commands that items start.
-  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
+    complain(std::string("commands will inherit descriptors: ") + std::strerror(errno));
+  }
   std::signal(SIGCHLD, SIG_DFL);  // inherited as ignored, it would take our children's exit codes
   try {
     return flush_output(run_command_line(argc, argv));

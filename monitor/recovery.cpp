@@ -29,14 +29,16 @@ bool allows(const Recovery& recovery, uint32_t limit_s) {
 }
 
 // On the thread of the item that asks. Refusal is an answer too, so that the log can tell it from a
-// request that nobody answers.
+// request that nobody answers. Called from C: nothing may be thrown through it.
 int32_t answer(const MIRT_COMM_INFO_S* info, const void* /*payload*/, void* reply,
-               uint32_t* replyLen, void* user) {
+               uint32_t* replyLen, void* user) try {
   if (info->msgOPCode != MIRT_OP_EXECUT_FILTER_ERRRPT) return -1;
   const auto& recovery = *static_cast<const Recovery*>(user);
   *static_cast<unsigned char*>(reply) = allows(recovery, info->timeOut) ? 1 : 0;
   *replyLen = 1;
   return 0;
+} catch (...) {
+  return -1;
 }
 
 }  // namespace

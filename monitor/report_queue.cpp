@@ -63,7 +63,7 @@ int32_t ReportQueue::receive(const MIRT_HOST_REPORT_S* report, void* user) try {
   // Cannot fail in a way that matters: a full counter is readable as well.
   [[maybe_unused]] const ssize_t written = write(queue.fd(), &one, sizeof one);
   return 0;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   return -1;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "commands.h"
 #include "descendants.h"
@@ -62,6 +63,22 @@ std::unique_ptr<Reporter> make_reporter(LineWriter& out, const std::vector<Insta
   return json ? report_as_json(out) : report_to_people(out, instances, wants_colour());
 }
 
+// False, with the reason said, when it could not go on. Nothing may be thrown past the scheduler,
+// whose threads have to be stopped first.
+bool run_to_the_end(Scheduler& scheduler) try {
+  scheduler.run(StopSignal::fd());
+  return true;
+} catch (const std::exception& error) {  // no memory, in all likelihood
+  std::fprintf(stderr, "mirt-monitor: %s\n", error.what());
+  return false;
+}
+
+bool tell_lost_output(const LineWriter& out) {
+  if (out.error() == 0) return false;
+  complain(std::string("cannot write standard output: ") + std::strerror(out.error()));
+  return true;
+}
+
 }  // namespace
 
 void complain(const std::string& text) {
@@ -89,12 +106,12 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
     return kExitFailed;
   }
   reports.connect();
-  scheduler.run(StopSignal::fd());
-  if (out.error() != 0) {
-    complain(std::string("cannot write standard output: ") + std::strerror(out.error()));
+  int code = kExitFailed;
+  if (run_to_the_end(scheduler)) {
+    const bool failed =
+        tell_lost_output(out) || (request.fail_on_invalid && !scheduler.all_valid());
+    code = failed ? kExitFailed : kExitOk;
   }
-  const bool failed = out.error() != 0 || (request.fail_on_invalid && !scheduler.all_valid());
-  const int code = failed ? kExitFailed : kExitOk;
   // A thread that is still inside an item goes on using the records and the library until the very
   // end, so nothing may be destroyed under it. All output is out: it was never buffered.
   if (!scheduler.stop()) {

@@ -17,7 +17,7 @@
 
 struct Schedule {
   std::optional<unsigned long> rounds;  // calls of each instance; none: until told to stop
-  unsigned workers = 0;                 // the most calls at one time; 0: one per instance
+  unsigned workers = 0;                 // the most calls at one time; 0: as many as there can be
 };
 
 // An instance with its items, ready to be called.

@@ -27,17 +27,18 @@ std::optional<pid_t> start_shell(const std::string& command) {
     posix_spawn_file_actions_destroy(&actions);
     return std::nullopt;
   }
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-  posix_spawnattr_setpgroup(&attributes, 0);
+  const bool ready =
+      posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
+      posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO) == 0 &&
+      posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP) == 0 &&
+      posix_spawnattr_setpgroup(&attributes, 0) == 0;
   const char* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
   pid_t shell = -1;
-  const int error = posix_spawn(&shell, "/bin/sh", &actions, &attributes,
-                                const_cast<char* const*>(arguments), environ);
+  const bool started = ready && posix_spawn(&shell, "/bin/sh", &actions, &attributes,
+                                            const_cast<char* const*>(arguments), environ) == 0;
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
-  return error == 0 ? std::optional(shell) : std::nullopt;
+  return started ? std::optional(shell) : std::nullopt;
 }
 
 // True once the process has ended; false when the time is up.

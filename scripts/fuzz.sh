@@ -24,9 +24,9 @@ for target in read_file match text report_text config; do
   echo "== $target, $seconds s"
   build-fuzz/bin/fuzz_$target -max_total_time="$seconds" -max_len=8192 -verbosity=0 \
     -print_final_stats=1 -artifact_prefix="$found/" "$work" "fuzz/corpus/$target" 2>&1 |
-    grep -E 'number_of_executed_units|new_units_added|not true|ERROR|SUMMARY' || true
-  if [ -n "$(ls -A "$found")" ]; then
-    echo "found: $(ls "$found")" >&2
+    grep -E 'number_of_executed_units|new_units_added|not true|rror|SUMMARY' ||
+    [ "${PIPESTATUS[0]}" -eq 0 ] || { # whatever it printed
+    echo "fuzz_$target failed; found: $(ls "$found")" >&2
     exit 1
-  fi
+  }
 done

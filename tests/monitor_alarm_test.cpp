@@ -174,7 +174,7 @@ TEST_F(HeartTest, TableIsShownAndNeverMade) {
             "mirt-monitor: the heartbeat table is damaged: entry 3 is of module 65536, expected at "
             "most 65534\n");
   entries[3].module = 0xFFFF;
-  entries[0].reserved = 1;  // its maker is still at work
+  entries[0].reserved = 0x5452494D;  // its maker is still at work
   EXPECT_EQ(Monitor(folder_, command).end(1),
             "mirt-monitor: the heartbeat table is not made yet\n");
   entries[0] = {process_, 60001, 0, 101, 0};

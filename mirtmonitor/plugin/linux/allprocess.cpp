@@ -121,8 +121,8 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
   return has_name && (has_rss || IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get()));
 }
 
-// What a memory listing needs of a process, and no more: every file is read once. A process without
-// a command line is none of the users'.
+// What a memory listing needs of a process, and no more: every file is read once, but for the
+// command line of one that shows no memory. A process without a command line is none of the users'.
 void GetProcessMemoryData(const char* procPath, pid_t pid, void* pContext,
                           const bool /*isFirstCpuCheck*/) {
   auto sample = new_sample(pid);

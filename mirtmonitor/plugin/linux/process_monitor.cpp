@@ -63,10 +63,10 @@ bool CheckProcIdAndProcName(pid_t pid, const char* procName) {
 namespace {
 
 // The supervised process writes while we read: one load a field, so that no value is ever torn and
-// every test of a call sees the same heartbeat.
+// every test of a call sees the same heartbeat; and no other field is older than its process id.
 template <typename Field>
 Field load_shared(const Field& field) {
-  return __atomic_load_n(&field, __ATOMIC_RELAXED);
+  return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
 }
 
 }  // namespace

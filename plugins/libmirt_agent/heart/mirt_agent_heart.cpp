@@ -6,12 +6,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "kelv_log.h"
 #include "kelv_securec.h"
@@ -26,18 +24,16 @@ constexpr mode_t kLockFileMode = 0640;
 // The mapped table; null until the first successful attach, never unmapped.
 std::atomic<MIRT_AGENT_HEART_INFO_SET_S*> s_pstMirtAgentHeartInfoArr{nullptr};
 
-// Stands in the first entry's reserved field while a maker is at work. A maker that dies before it
-// writes that leaves a segment without content, which the host library takes for new.
-constexpr uint32_t kUnfinished = 0x5452494D;
-
 // The compiler keeps the stores on both sides apart; the processor does so by itself.
 void keep_order() {
   std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
+// A maker that dies before it has set the mark leaves a segment without content, which the host
+// library takes for new.
 void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   uint32_t& mark = table.array[0].reserved;
-  mark = kUnfinished;
+  mark = MIRT_AGENT_HEART_UNFINISHED;
   keep_order();
   for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
     entry.processid = MIRT_AGENT_HEART_NO_PROCESS;
@@ -48,15 +44,6 @@ void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   }
   keep_order();
   mark = 0;
-}
-
-// Did the maker of the table die over it? An entry that has an owner says no, whatever else does:
-// the first is claimed once the table is whole.
-bool is_unfinished(const MIRT_AGENT_HEART_INFO_SET_S& table) {
-  return table.array[0].reserved == kUnfinished &&
-         std::all_of(std::begin(table.array), std::end(table.array), [](const auto& entry) {
-           return entry.pid == 0 || entry.pid == MIRT_AGENT_HEART_FREE;
-         });
 }
 
 // The first entry with that module id, or null.
@@ -78,7 +65,7 @@ MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
     return nullptr;
   }
   auto* const table = static_cast<MIRT_AGENT_HEART_INFO_SET_S*>(memory);
-  if (isCreate || is_unfinished(*table)) initialise(*table);
+  if (isCreate || mirt_agent_heart_is_unfinished(table) != 0) initialise(*table);
   return table;
 }
 

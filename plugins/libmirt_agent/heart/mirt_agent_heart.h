@@ -16,6 +16,9 @@
 #define MIRT_AGENT_HEART_NO_FLOW 0xFFFFFFFFU          /* flowid: none */
 #define MIRT_AGENT_HEART_PAUSED 0xFFFFFFFFFFFFFFFFULL /* heartbeat: do not judge the entry */
 
+/* reserved of the first entry: the table's maker is at work on it, or died over it */
+#define MIRT_AGENT_HEART_UNFINISHED 0x5452494DU
+
 enum { MIRT_AGENT_HEART_MAX = 50 };
 
 /* The supervised process writes processid, heartbeat and flowid; pid is written once, by whoever
@@ -37,6 +40,17 @@ MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, pid) == 4);
 MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, heartbeat) == 8);
 MIRT_LAYOUT(__builtin_offsetof(MIRT_AGENT_HEART_INFO_S, flowid) == 16);
 MIRT_LAYOUT(sizeof(MIRT_AGENT_HEART_INFO_SET_S) == 1200);
+
+/* Is the table still, or for ever, in the making? An entry that has an owner says no, whatever else
+ * does: the first is claimed once the table is whole. */
+static inline int mirt_agent_heart_is_unfinished(const MIRT_AGENT_HEART_INFO_SET_S* table) {
+  if (table->array[0].reserved != MIRT_AGENT_HEART_UNFINISHED) return 0;
+  for (int i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
+    const uint32_t pid = table->array[i].pid;
+    if (pid != 0 && pid != MIRT_AGENT_HEART_FREE) return 0;
+  }
+  return 1;
+}
 
 /* The entry of module pid in the shared table: found, or claimed among the free ones; the table is
  * made if need be. The pointer holds for the life of the process. Null when the lock file or the
