@@ -32,7 +32,7 @@ Param split(const ItemRow& item, const std::string& text, size_t index) {
 bool params_fit(const ItemRow& item, const std::vector<Param>& params) {
   std::vector<std::string> mistakes;
   for (const Param& param : params) {
-    for (std::string& text : check_texts(param)) mistakes.push_back(std::move(text));
+    for (TextMistake& mistake : check_texts(param)) mistakes.push_back(std::move(mistake.text));
   }
   for (ParamMistake& mistake : check_list(item, params)) {
     mistakes.push_back(std::move(mistake.text));

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <optional>
+#include <utility>
 
 #include "config_parts.h"
 #include "terminal_text.h"

@@ -26,8 +26,8 @@ Param read_param(TomlFields& around, const toml::node& node, const std::string& 
   fields.refuse_other_keys();
   Param param{name.value_or(fallback), value.value_or("")};
   if (name) {
-    for (std::string& text : check_texts(param)) {
-      fields.mistake(fields.line("value"), std::move(text));
+    for (TextMistake& mistake : check_texts(param)) {
+      fields.mistake(fields.line(mistake.field), std::move(mistake.text));
     }
   }
   return param;

@@ -9,11 +9,12 @@ namespace {
 
 using Mistakes = std::vector<ParamMistake>;
 
-void check_text(const char* what, const std::string& text, size_t field_size,
-                std::vector<std::string>& mistakes) {
+void check_text(const char* field, const std::string& text, size_t field_size,
+                std::vector<TextMistake>& mistakes) {
   if (text.size() < field_size) return;
-  mistakes.push_back(std::string("parameter ") + what + " has " + std::to_string(text.size()) +
-                     " bytes, expected at most " + std::to_string(field_size - 1));
+  mistakes.push_back({field, std::string("parameter ") + field + " has " +
+                                 std::to_string(text.size()) + " bytes, expected at most " +
+                                 std::to_string(field_size - 1)});
 }
 
 std::string missing(const ItemRow& item, const ParamRow& row) {
@@ -88,9 +89,11 @@ void check_names(const ItemRow& item, const std::vector<Param>& params, Mistakes
 
 }  // namespace
 
-std::vector<std::string> check_texts(const Param& param) {
-  std::vector<std::string> mistakes;
-  if (param.name.empty()) mistakes.emplace_back("parameter name is empty, expected a name");
+std::vector<TextMistake> check_texts(const Param& param) {
+  std::vector<TextMistake> mistakes;
+  if (param.name.empty()) {
+    mistakes.push_back({"name", "parameter name is empty, expected a name"});
+  }
   check_text("name", param.name, FI_PARAM_NAME_LEN, mistakes);
   check_text("value", param.value, FI_PARAM_VALUE_LEN, mistakes);
   return mistakes;

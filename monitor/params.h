@@ -20,8 +20,14 @@ struct ParamMistake {
   std::string text;  // what was found, what was expected
 };
 
-// What would cut the parameter short in its record: one text a mistake.
-std::vector<std::string> check_texts(const Param& param);
+// What is wrong with one parameter's "name" or "value".
+struct TextMistake {
+  const char* field;
+  std::string text;
+};
+
+// What would cut the parameter short in its record.
+std::vector<TextMistake> check_texts(const Param& param);
 
 // Everything for which the item would refuse the list, whatever the values.
 std::vector<ParamMistake> check_list(const ItemRow& item, const std::vector<Param>& params);

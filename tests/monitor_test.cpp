@@ -167,6 +167,7 @@ TEST_F(MonitorTest, MisspeltCommandLinesAreAnsweredWithWhatWasExpected) {
       {"rnu", "unknown command \"rnu\", did you mean \"run\"?\nRun \"mirt-monitor --help\""},
       {"run --confg x", "unknown option \"--confg\", did you mean \"--config\"?\nRun \"mirt-m"},
       {"kill x 2147483648", "pid: found \"2147483648\", expected a whole number from 1 to 21474"},
+      {"kill x 010", "pid: found \"010\", expected a whole number from 1"},
       {"once GetSysCPU --every nan", "--every: found \"nan\", expected a number of seconds from"},
       {"items \x1b", "superfluous argument \"?\"\nRun \"mirt-monitor items --help\" for more."}};
   for (const auto& [arguments, expected] : rows) {
@@ -186,6 +187,7 @@ TEST_F(MonitorTest, OnceTellsTheOutcomeByItsExitCode) {
       {"GetDiskUsage " + std::string(400, '/'), 2},
       {"IsExistProcessPreCmd x 'echo --mode=ok' ok", 0},  // no single word before the =
       {"IsExistProcessPreCmd x 'Cmd=echo ok' ok", 2},
+      {"IsExistProcess '[x,y]'", 0},  // no list of two
       {"GetSysMemori", 2}};
   for (const auto& [arguments, exit_code] : rows) {
     Monitor monitor(folder_, "mirt-monitor once " + arguments);

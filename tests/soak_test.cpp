@@ -68,14 +68,13 @@ std::vector<Instance> all_instances() {
       {GetProcessHandleExtern, kPrefix}, {GetProcessHandleFuzzyMatch, kPattern},
       {IsExistProcess, kExact}, {IsExistProcessExtern, kPrefix},
       {IsExistProcessPreCmd, "ProcessName=soak worker -u;PreCmd=echo yes;RetKeyWords=yes"},
-      {ProcessHeartBeat, "ProcessName=soak worker -u;ProcessMoudleId=17"},
+      {ProcessHeartBeat, "ProcessName=soak_tests;ProcessMoudleId=17"},
       {as_float<SendErrRpt>, "ErrCode=0xF000020F;ProcessName=app;ProcessMoudleId=17"},
       {as_float<SendErrRptExtend>, "ErrCode=1;nodeId="}, {as_float<RebootAppData>, ""},
       {CheckProcessStatusIsD, kPattern}, {CheckProcessStatusIsDForAppData, kPattern}};
   // clang-format on
   std::vector<Instance> instances;
-  for (const auto& [item, parameters] : kRows)
-    instances.push_back({item, ItemCall(params(parameters))});
+  for (const auto& [item, text] : kRows) instances.push_back({item, ItemCall(params(text))});
   return instances;
 }
 
@@ -108,6 +107,10 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
   g_crowd = &crowd;
   std::vector<Instance> instances = all_instances();
   ASSERT_EQ(instances.size(), 28U);
+  MIRT_AGENT_HEART_INFO_S* const stopped_heart = MIRT_AgentShmInit(17);
+  ASSERT_NE(stopped_heart, nullptr);
+  stopped_heart->processid = static_cast<uint32_t>(getpid());
+  stopped_heart->flowid = 31;
 
   size_t heap = 0;
   int descriptors = 0;
@@ -116,6 +119,8 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
     for (Instance& instance : instances) {
       instance.call.result = {};
       instance.call.run(instance.item);
+      EXPECT_EQ(instance.call.result.result, 0) << instance.call.result.reason;
+      EXPECT_EQ(instance.call.result.hangflowid, instance.item == ProcessHeartBeat ? 31U : 0U);
     }
     if (second % 10 == 0) run_plain_functions();
     if (second == kWarmUpSeconds) {

@@ -1,11 +1,9 @@
 // One-shot measurements: memory, handles, disk, existence.
 #include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <sys/vfs.h>
 
 #include <cmath>
-#include <cstring>
 
 #include "common_plugin.h"
 #include "kelv_securec.h"
