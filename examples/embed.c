@@ -27,7 +27,8 @@ static int fail(const char* what, const char* which) {
   return 2;
 }
 
-static void call_once(instance* one) {
+/* 0, or 1 when the item could not do its work. */
+static int call_once(instance* one) {
   FI_RESULT_S result;
   memset(&result, 0, sizeof result);
   const float value = one->item(one->argc, one->argv, &one->context, &result);
@@ -36,6 +37,7 @@ static void call_once(instance* one) {
   } else {
     printf("failed: %s\n", result.reason);
   }
+  return result.result == 0 ? 0 : 1;
 }
 
 int main(int argc, char** argv) {
@@ -56,9 +58,10 @@ int main(int argc, char** argv) {
     snprintf(parameter->value, sizeof parameter->value, "%s", argv[i]);
   }
 
+  int failed = 0;
   for (int round = 0; round < kRounds; ++round) {
     if (round > 0) sleep(1);
-    call_once(&one);
+    failed |= call_once(&one);
   }
-  return 0;
+  return failed;
 }

@@ -12,6 +12,7 @@
 #ifndef MIRT_HEARTBEAT_CLIENT_H
 #define MIRT_HEARTBEAT_CLIENT_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <unistd.h>
 
@@ -24,7 +25,8 @@ typedef struct mirt_heartbeat {
 
 /* Finds or claims the entry of the module and makes this process its owner: without a flow id, and
  * with a heartbeat that goes on from the last owner's, so that a restarted process is not taken for
- * one that stands still. 0, or -1 when there is no entry to be had (the log tells why). */
+ * one that stands still. 0, or -1 when there is no entry to be had: the log tells why, but for
+ * module 65535, which is the mark of a free entry. */
 static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id);
 
 /* Shows that the process is alive. */
@@ -50,7 +52,7 @@ static inline void mirt_heartbeat_pause(mirt_heartbeat_t* heartbeat) {
 }
 
 static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id) {
-  heartbeat->entry = MIRT_AgentShmInit(module_id);
+  heartbeat->entry = module_id != MIRT_AGENT_HEART_FREE ? MIRT_AgentShmInit(module_id) : NULL;
   if (!heartbeat->entry) return -1;
   heartbeat->count = __atomic_load_n(&heartbeat->entry->heartbeat, __ATOMIC_ACQUIRE);
   mirt_heartbeat_clear_flow(heartbeat);

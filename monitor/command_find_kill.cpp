@@ -1,7 +1,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include "commands.h"
 #include "process_library.h"
@@ -27,6 +30,11 @@ int command_kill(const KillOptions& options) {
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
   const std::string pid = std::to_string(options.pid);
+  // The library starts the killing and does not wait to see whether it was allowed.
+  if (::kill(options.pid, 0) != 0 && errno == EPERM) {
+    complain("process " + pid + " cannot be killed: " + std::strerror(EPERM));
+    return kExitFailed;
+  }
   switch (library->kill(options.name, options.pid)) {
     case 0:
       return kExitOk;

@@ -20,8 +20,8 @@ constexpr char kFooter[] =
 resources are missing; 2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or once nobody reads its
-output. Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
+    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when it writes and nobody
+reads; an instance that is blind after its rounds is not waited for. Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
 configuration, or an item is missing.)";
 
 constexpr char kCheckFooter[] =
@@ -33,12 +33,14 @@ constexpr char kPsFooter[] =
 
 constexpr char kFindFooter[] =
     R"(MODE "exact" gives the first process with just this command line, "prefix" and "wildcard" (* any
-text, ? any character) give all, this very one left out. Arguments are separated by single spaces.
+text, ? any character) give all, this very one left out. Arguments are separated by single spaces. A NAME that begins with -
+has to stand behind a --.
 Exit code 0: found; 1: none; 2: wrong usage.)";
 
 constexpr char kKillFooter[] =
     R"(The short name is what the kernel calls the process, 15 bytes at most (/proc/PID/comm).
-Exit code 0: the signal was sent; 1: no such process, or another name; 2: wrong usage.)";
+A NAME that begins with - has to stand behind a --. Exit code 0: the signal is sent, in the
+background; 1: no such process, another name, or not permitted; 2: wrong usage.)";
 
 constexpr char kHeartbeatsFooter[] =
     R"(One line for each module that has an entry: its process id, the name of that process now, the
@@ -283,6 +285,9 @@ std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
   if (extras.empty() && has_command) return error.what();
   if (extras.empty()) return "no command, expected one of " + joined(commands);
   const std::string word = unshielded(extras.front());
+  if (std::find(options.begin(), options.end(), word) != options.end()) {
+    return "option " + in_quotes(word) + " before the command, expected it behind";
+  }
   if (word.rfind('-', 0) == 0) {
     return "unknown option " + in_quotes(word) +
            expected_one_of(word, {options.begin(), options.end()});

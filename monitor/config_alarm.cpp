@@ -1,7 +1,7 @@
 // [instance.alarm]: when an instance's values are worth a report.
 #include "config_parts.h"
 #include "placeholders.h"
-#include "report_check.h"
+#include "value_check.h"
 
 namespace {
 
@@ -46,7 +46,6 @@ AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
       fields.mistake(reading.lines[i], std::move(text));
     }
   }
-  if (report.item) blame(fields, reading, check_report(*report.item, reading.params));
   report.params = std::move(reading.params);
   fields.refuse_other_keys();
   return report;

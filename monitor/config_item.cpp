@@ -1,5 +1,6 @@
 // An item and its parameters, as instances and alarms name them.
 #include "config_parts.h"
+#include "value_check.h"
 
 namespace {
 
@@ -56,14 +57,12 @@ ParamsReading read_params(TomlFields& fields, const ItemRow* item) {
     }
   }
   if (!item) return reading;
-  blame(fields, reading, check_list(*item, reading.params));
-  return reading;
-}
-
-void blame(TomlFields& fields, const ParamsReading& reading,
-           const std::vector<ParamMistake>& mistakes) {
-  for (const ParamMistake& mistake : mistakes) {
-    const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
-    fields.mistake(line, mistake.text);
+  for (const auto& mistakes :
+       {check_list(*item, reading.params), check_values(*item, reading.params)}) {
+    for (const ParamMistake& mistake : mistakes) {
+      const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
+      fields.mistake(line, mistake.text);
+    }
   }
+  return reading;
 }

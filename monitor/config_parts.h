@@ -22,10 +22,6 @@ struct ParamsReading {
 // The array "params", checked against the item, unless that is null.
 ParamsReading read_params(TomlFields& fields, const ItemRow* item);
 
-// Notes mistakes in those parameters, each at the line of the parameter that is to blame.
-void blame(TomlFields& fields, const ParamsReading& reading,
-           const std::vector<ParamMistake>& mistakes);
-
 // [recovery]
 Recovery read_recovery(TomlFields& fields);
 

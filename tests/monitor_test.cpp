@@ -127,11 +127,14 @@ a.toml:23: command without redundancy = "command", expected it only there
 a.toml:10: no parameter "ProcessName" for SendErrRpt, expected it with ErrCode 0xF000020F
 a.toml:12: ProcessMoudleId is "65536", expected a number from 0 to 65535, decimal or after 0x
 )"},
-      {kTicking + "[instance.alarm]\nabove = 1\nreport = { item = 'SendErrRpt', params = [\n"
-                  "{ name = 'ErrCode', value = '0xF0000205' },\n"
-                  "{ name = 'ProcessMoudleId', value = '{value}' }] }\n",
+      {kTicking +
+           "[instance.alarm]\nabove = 1\nreport = { item = 'SendErrRpt', params = [\n"
+           "{ name = 'ErrCode', value = '0xF0000205' },\n"
+           "{ name = 'ProcessMoudleId', value = '{value}' }] }\n" +
+           instance("b", "ProcessHeartBeat", {{"ProcessName", "x"}, {"ProcessMoudleId", "0x5"}}),
        "a.toml:10: ErrCode 0xF0000205 is not supported by SendErrRpt, expected one of 0xF0000203, "
-       "0xF0000204, 0xF000020F\n"}};
+       "0xF0000204, 0xF000020F\n"
+       "a.toml:18: ProcessMoudleId is \"0x5\", expected a number from 0 to 65534, decimal\n"}};
   for (const auto& [text, errors] : rows) {
     configure(text);
     for (const std::string& command : {kRun, std::string("mirt-monitor check-config a.toml")}) {
@@ -167,6 +170,7 @@ TEST_F(MonitorTest, MisspeltCommandLinesAreAnsweredWithWhatWasExpected) {
       {"rnu", "unknown command \"rnu\", did you mean \"run\"?\nRun \"mirt-monitor --help\""},
       {"run --confg x", "unknown option \"--confg\", did you mean \"--config\"?\nRun \"mirt-m"},
       {"kill x 2147483648", "pid: found \"2147483648\", expected a whole number from 1 to 21474"},
+      {"--json heartbeats", "option \"--json\" before the command, expected it behind"},
       {"kill x 010", "pid: found \"010\", expected a whole number from 1"},
       {"once GetSysCPU --every nan", "--every: found \"nan\", expected a number of seconds from"},
       {"items \x1b", "superfluous argument \"?\"\nRun \"mirt-monitor items --help\" for more."}};
