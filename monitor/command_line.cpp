@@ -20,8 +20,9 @@ constexpr char kFooter[] =
 resources are missing; 2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when it writes and nobody
-reads; an instance that is blind after its rounds is not waited for. Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
+    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when it writes and
+nobody reads. Instances that are blind when all others have had their rounds are not waited for.
+Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
 configuration, or an item is missing.)";
 
 constexpr char kCheckFooter[] =
@@ -33,8 +34,8 @@ constexpr char kPsFooter[] =
 
 constexpr char kFindFooter[] =
     R"(MODE "exact" gives the first process with just this command line, "prefix" and "wildcard" (* any
-text, ? any character) give all, this very one left out. Arguments are separated by single spaces. A NAME that begins with -
-has to stand behind a --.
+text, ? any character) give all, this very one left out. Arguments are separated by single spaces.
+A NAME that begins with - has to stand behind a --.
 Exit code 0: found; 1: none; 2: wrong usage.)";
 
 constexpr char kKillFooter[] =
