@@ -286,6 +286,8 @@ void search(char* outcome, Search find, const char* name) {
   print(outcome, result, pids, used);
 }
 
+using Plugin = MIRT_Linux_Plugin;
+
 constexpr char kBoth[] = "0 10 11", kOneOfThem[] = "0 10|0 11";
 
 #define FUNCTION(name, release, kept, print, ...)                                               \
@@ -319,9 +321,31 @@ const Row kFunctions[] = {
     FUNCTION("MIRT_GetDStatusCheckRedundancy", nullptr, 0, bool status = false;
              const int result = MIRT_GetDStatusCheckRedundancy(&status);
              sprintf(outcome, "%d %d", result, status), "0 1", "1 0", "0 1", ""),
+    // Those that take no memory at all answer as ever without it.
+    FUNCTION("Readers", nullptr, 0, char text[64] = ""; char name[8] = ""; int stat = 9;
+             unsigned long voluntary = 0; unsigned long nonvoluntary = 0;
+             const int read = Plugin::read_file("/proc/meminfo", text, sizeof text, 2);
+             const int named = Plugin::get_procname_bypid(10, name, sizeof name);
+             const int joined = Plugin::get_cmdline_bypid(10, text, sizeof text);
+             Plugin::get_proc_status_info(10, 100, stat, voluntary, nonvoluntary);
+             sprintf(outcome, "%d %d%s %d%s %d %lu %u %d", read, named, name, joined, text, stat,
+                     voluntary, Plugin::get_phy_mem(10), Plugin().is_match_pid_tid(10, 100)),
+             "0 0x 0app 10 1 5 3 1", "0 0x 0app 10 1 5 3 1", "-1 -1 -1 9 0 0 1", ""),
+    FUNCTION("Matching", nullptr, 0,
+             sprintf(outcome, "%d %d %d",
+                     Plugin::check_with_cmdline("/proc/10/cmdline", "*p 1?", kMatchWildcard),
+                     CheckProcessExist("x", 10), CheckProcIdAndProcName(10, "x")),
+             "1 0 1", "0 0 1", "0 -1 0", ""),
+    FUNCTION("ThreadTable", nullptr, 0, static thread_info_set_t table; Plugin plugin;
+             plugin.alloc_thread_info(&table, 10, 100, 5, 6);
+             plugin.alloc_thread_info(&table, 10, 200, 5, 6);
+             plugin.clean_thread_info_set(&table);
+             const bool found = plugin.find_thread_info(&table, 10, 100) != nullptr;
+             sprintf(outcome, "%u %d", table.thread_info_unused, found);
+             plugin.del_thread_info(&table, 0), "1 1", "1 1", "0 0", ""),
     FUNCTION("RawTicks", nullptr, 0,
-             const auto total = MIRT_Linux_Plugin::get_cpu_total_occupy();
-             sprintf(outcome, "%llu %llu", total, MIRT_Linux_Plugin::get_cpu_process_occupy(10)),
+             const auto total = Plugin::get_cpu_total_occupy();
+             sprintf(outcome, "%llu %llu", total, Plugin::get_cpu_process_occupy(10)),
              "10000 500", "0 0", "0 0", "0 500|10000 0"),
 };
 // clang-format on
