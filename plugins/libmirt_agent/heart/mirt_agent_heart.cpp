@@ -104,19 +104,18 @@ void MIRT_AgentSetLockFileOwner(int32_t fd) {
   free(buffer);
 }
 
-// An open descriptor of the lock file, or -1. A symbolic link is never followed: in a folder that
-// everybody may write to, it could lead anywhere.
+// An open descriptor of the lock file, or -1.
 int32_t MIRT_AgentShmInitCreateFile() {
   int32_t fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockFileMode);
   if (fd >= 0) {
     MIRT_AgentSetLockFileOwner(fd);
     return fd;
   }
-  fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockFileMode);
+  fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, kLockFileMode);
   // Where the kernel protects regular files in sticky folders, O_CREAT is refused to everybody but
   // the file's owner, and that is "daemon" by now.
   if (fd < 0 && errno == EACCES) {
-    fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CLOEXEC);
   }
   if (fd < 0) {
     KELV_LOG(MY_PID, DBG_LOG_ERROR, "Create or reopen %s failed.", MIRT_AGENT_LOCK_FILE);
