@@ -34,6 +34,15 @@ Param read_param(TomlFields& around, const toml::node& node, const std::string& 
   return param;
 }
 
+// Each mistake at the line of the parameter that is to blame.
+void blame(TomlFields& fields, const ParamsReading& reading,
+           const std::vector<ParamMistake>& mistakes) {
+  for (const ParamMistake& mistake : mistakes) {
+    const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
+    fields.mistake(line, mistake.text);
+  }
+}
+
 }  // namespace
 
 const ItemRow* read_item(TomlFields& fields) {
@@ -47,6 +56,7 @@ const ItemRow* read_item(TomlFields& fields) {
 
 ParamsReading read_params(TomlFields& fields, const ItemRow* item) {
   ParamsReading reading;
+  const size_t mistakes_before = fields.mistake_count();
   const toml::array* const params = fields.array("params", kParamsForm);
   if (!params && fields.has("params")) return reading;
   if (params) {
@@ -57,12 +67,8 @@ ParamsReading read_params(TomlFields& fields, const ItemRow* item) {
     }
   }
   if (!item) return reading;
-  for (const auto& mistakes :
-       {check_list(*item, reading.params), check_values(*item, reading.params)}) {
-    for (const ParamMistake& mistake : mistakes) {
-      const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
-      fields.mistake(line, mistake.text);
-    }
-  }
+  const bool all_read = fields.mistake_count() == mistakes_before;
+  blame(fields, reading, check_list(*item, reading.params));
+  if (all_read) blame(fields, reading, check_values(*item, reading.params));
   return reading;
 }

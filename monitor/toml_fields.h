@@ -52,6 +52,8 @@ class TomlFields {
   // Adds a mistake for each key that none of the readers above was asked for.
   void refuse_other_keys();
 
+  // Of this table and all others whose mistakes go to the same place.
+  size_t mistake_count() const { return mistakes_.size(); }
   void mistake(unsigned line, std::string text) { mistakes_.push_back({line, std::move(text)}); }
 
  private:
