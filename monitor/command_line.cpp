@@ -139,6 +139,13 @@ void add_json_flag(CLI::App& command, bool& json) {
   command.add_flag("--json", json, "One JSON object per line");
 }
 
+// What the command does when it is asked for, and what its help ends with.
+void set_action(CLI::App& command, Arguments& arguments, const char* footer,
+                int (*action)(const Arguments&)) {
+  command.footer(footer);
+  command.callback([&arguments, action] { arguments.command = action; });
+}
+
 void add_run(CLI::App& app, Arguments& arguments) {
   CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
   RunOptions& options = arguments.run;
@@ -148,10 +155,8 @@ void add_run(CLI::App& app, Arguments& arguments) {
       ->type_name("N");
   add_plugin_option(*run, options.plugin);
   add_json_flag(*run, options.json);
-  run->footer(kRunFooter);
-  run->callback([&arguments] {
-    arguments.command = [](const Arguments& given) { return command_run(given.run); };
-  });
+  set_action(*run, arguments, kRunFooter,
+             [](const Arguments& given) { return command_run(given.run); });
 }
 
 void add_once(CLI::App& app, Arguments& arguments) {
@@ -171,39 +176,28 @@ void add_once(CLI::App& app, Arguments& arguments) {
       ->type_name("N");
   add_plugin_option(*once, options.plugin);
   add_json_flag(*once, options.json);
-  once->footer(kOnceFooter);
-  once->callback([&arguments] {
-    arguments.command = [](const Arguments& given) { return command_once(given.once); };
-  });
+  set_action(*once, arguments, kOnceFooter,
+             [](const Arguments& given) { return command_once(given.once); });
 }
 
 void add_items(CLI::App& app, Arguments& arguments) {
-  app.add_subcommand("items", "List every item with its parameters")->callback([&arguments] {
-    arguments.command = [](const Arguments&) { return command_items(); };
-  });
+  set_action(*app.add_subcommand("items", "List every item with its parameters"), arguments, "",
+             [](const Arguments&) { return command_items(); });
 }
 
 void add_heartbeats(CLI::App& app, Arguments& arguments) {
   CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
   add_json_flag(*heartbeats, arguments.heartbeats_json);
-  heartbeats->footer(kHeartbeatsFooter);
-  heartbeats->callback([&arguments] {
-    arguments.command = [](const Arguments& given) {
-      return command_heartbeats(given.heartbeats_json);
-    };
-  });
+  set_action(*heartbeats, arguments, kHeartbeatsFooter,
+             [](const Arguments& given) { return command_heartbeats(given.heartbeats_json); });
 }
 
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration and start nothing");
   add_text(*check, "file", arguments.checked_config, "The configuration", "FILE")->required();
-  check->footer(kCheckFooter);
-  check->callback([&arguments] {
-    arguments.command = [](const Arguments& given) {
-      return command_check_config(given.checked_config);
-    };
-  });
+  set_action(*check, arguments, kCheckFooter,
+             [](const Arguments& given) { return command_check_config(given.checked_config); });
 }
 
 void add_ps(CLI::App& app, Arguments& arguments) {
@@ -217,10 +211,8 @@ void add_ps(CLI::App& app, Arguments& arguments) {
            "Only command lines that match, as for FuzzyMatch items", "PATTERN");
   add_json_flag(*ps, options.json);
   add_plugin_option(*ps, options.plugin);
-  ps->footer(kPsFooter);
-  ps->callback([&arguments] {
-    arguments.command = [](const Arguments& given) { return command_ps(given.ps); };
-  });
+  set_action(*ps, arguments, kPsFooter,
+             [](const Arguments& given) { return command_ps(given.ps); });
 }
 
 void add_find(CLI::App& app, Arguments& arguments) {
@@ -233,10 +225,8 @@ void add_find(CLI::App& app, Arguments& arguments) {
   add_text(*find, "name", options.name, "The command line, its beginning, or a pattern", "NAME")
       ->required();
   add_plugin_option(*find, options.plugin);
-  find->footer(kFindFooter);
-  find->callback([&arguments] {
-    arguments.command = [](const Arguments& given) { return command_find(given.find); };
-  });
+  set_action(*find, arguments, kFindFooter,
+             [](const Arguments& given) { return command_find(given.find); });
 }
 
 void add_kill(CLI::App& app, Arguments& arguments) {
@@ -249,10 +239,8 @@ void add_kill(CLI::App& app, Arguments& arguments) {
       ->check(whole_number_from_one(INT_MAX))
       ->type_name("PID");
   add_plugin_option(*kill, options.plugin);
-  kill->footer(kKillFooter);
-  kill->callback([&arguments] {
-    arguments.command = [](const Arguments& given) { return command_kill(given.kill); };
-  });
+  set_action(*kill, arguments, kKillFooter,
+             [](const Arguments& given) { return command_kill(given.kill); });
 }
 
 std::vector<std::string_view> names_of_commands(const CLI::App& app) {

@@ -30,7 +30,7 @@ int flush_output(int code) {
   errno = 0;
   const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
   if (written || errno == EPIPE) return code;
-  complain(std::string("cannot write standard output: ") + std::strerror(errno ? errno : EIO));
+  complain_of_output(errno != 0 ? errno : EIO);
   return kExitFailed;
 }
 

@@ -73,16 +73,14 @@ bool run_to_the_end(Scheduler& scheduler) try {
   return false;
 }
 
-bool tell_lost_output(const LineWriter& out) {
-  if (out.error() == 0) return false;
-  complain(std::string("cannot write standard output: ") + std::strerror(out.error()));
-  return true;
-}
-
 }  // namespace
 
 void complain(const std::string& text) {
   std::fprintf(stderr, "mirt-monitor: %s\n", printable(text).c_str());
+}
+
+void complain_of_output(int error) {
+  complain(std::string("cannot write standard output: ") + std::strerror(error));
 }
 
 int run_instances(const std::vector<Instance>& instances, const RunRequest& request) {
@@ -108,8 +106,8 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
   reports.connect();
   int code = kExitFailed;
   if (run_to_the_end(scheduler)) {
-    const bool failed =
-        tell_lost_output(out) || (request.fail_on_invalid && !scheduler.all_valid());
+    if (out.error() != 0) complain_of_output(out.error());
+    const bool failed = out.error() != 0 || (request.fail_on_invalid && !scheduler.all_valid());
     code = failed ? kExitFailed : kExitOk;
   }
   // A thread that is still inside an item goes on using the records and the library until the very

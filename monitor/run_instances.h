@@ -25,4 +25,7 @@ int run_instances(const std::vector<Instance>& instances, const RunRequest& requ
 // One line on standard error, with the program's name.
 void complain(const std::string& text);
 
+// The same, of output that was lost for this reason (an errno).
+void complain_of_output(int error);
+
 #endif
