@@ -1,7 +1,7 @@
 // The configuration file: whatever it holds, there is an answer, and every mistake has its place.
 #include <algorithm>
 
-#include "config.h"
+#include "config/config.h"
 #include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -10,9 +10,9 @@
 #include <exception>
 #include <string>
 
-#include "command_line.h"
-#include "commands.h"
-#include "run_instances.h"
+#include "command/command_line.h"
+#include "command/commands.h"
+#include "text/complaint.h"
 
 namespace {
 

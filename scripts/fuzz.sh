@@ -15,7 +15,7 @@ fi
 install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
 CC=clang CXX=clang++ build_in build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIRT_BUILD_FUZZ=ON \
   -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF -DMIRT_BUILD_EXAMPLES=OFF \
-  -DMIRT_BUILD_MONITOR=OFF -DMIRT_SANITIZE=address,undefined
+  -DMIRT_SANITIZE=address,undefined
 
 for target in read_file match text report_text config; do
   work=build-fuzz/corpus/$target

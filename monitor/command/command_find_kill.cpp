@@ -1,0 +1,48 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "command/commands.h"
+#include "item/process_library.h"
+#include "text/complaint.h"
+
+int command_find(const FindOptions& options) {
+  const auto library = ProcessLibrary::load(options.plugin);
+  if (!library) return kExitUsage;
+  auto pids = options.mode == "exact"    ? library->find_exact(options.name)
+              : options.mode == "prefix" ? library->find_prefix(options.name)
+                                         : library->find_wildcard(options.name);
+  if (!pids) {
+    complain("the processes cannot be searched");
+    return kExitFailed;
+  }
+  // A pattern that begins with a star matches the command line that holds it, too.
+  pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
+  for (const pid_t pid : *pids) std::printf("%d\n", pid);
+  return pids->empty() ? kExitFailed : kExitOk;
+}
+
+int command_kill(const KillOptions& options) {
+  const auto library = ProcessLibrary::load(options.plugin);
+  if (!library) return kExitUsage;
+  const std::string pid = std::to_string(options.pid);
+  // The library starts the killing and does not wait to see whether it was allowed.
+  if (::kill(options.pid, 0) != 0 && errno == EPERM) {
+    complain("process " + pid + " cannot be killed: " + std::strerror(EPERM));
+    return kExitFailed;
+  }
+  switch (library->kill(options.name, options.pid)) {
+    case 0:
+      return kExitOk;
+    case -2:
+      complain("process " + pid + " has another name than \"" + options.name + "\"");
+      return kExitFailed;
+    default:
+      complain("there is no process " + pid);
+      return kExitFailed;
+  }
+}

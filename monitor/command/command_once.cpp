@@ -1,0 +1,71 @@
+#include <algorithm>
+#include <cctype>
+#include <limits>
+#include <utility>
+
+#include "command/commands.h"
+#include "item/instance.h"
+#include "run/run_instances.h"
+#include "text/complaint.h"
+
+namespace {
+
+// The length of "NAME" in "NAME=VALUE", 0 if the text is a bare value. A name is one word of
+// letters, digits and underscores that begins with a letter, so "/usr/bin/app --mode=fast" and
+// "--mode=fast" (behind "--") are values as they stand, while a command line such as "A=B" has to
+// be given as "ProcessName=A=B".
+size_t name_length(const std::string& text) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0) return 0;
+  if (!std::isalpha(static_cast<unsigned char>(text[0]))) return 0;
+  const bool is_word =
+      std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(equals),
+                  [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+  return is_word ? equals : 0;
+}
+
+Param split(const ItemRow& item, const std::string& text, size_t index) {
+  const size_t length = name_length(text);
+  if (length == 0) return {name_at(item, index), text};
+  return {text.substr(0, length), text.substr(length + 1)};
+}
+
+bool params_fit(const ItemRow& item, const std::vector<Param>& params) {
+  std::vector<std::string> mistakes;
+  for (const Param& param : params) {
+    for (TextMistake& mistake : check_texts(param)) mistakes.push_back(std::move(mistake.text));
+  }
+  for (ParamMistake& mistake : check_list(item, params)) {
+    mistakes.push_back(std::move(mistake.text));
+  }
+  for (const std::string& text : mistakes) complain(text);
+  return mistakes.empty();
+}
+
+}  // namespace
+
+int command_once(const OnceOptions& options) {
+  Instance instance;
+  instance.item = find_item(options.item);
+  if (!instance.item) {
+    complain(unknown_item_text(options.item));
+    return kExitUsage;
+  }
+  instance.name = instance.item->name;
+  instance.unit = instance.item->unit;
+  for (const std::string& text : options.params) {
+    instance.params.push_back(split(*instance.item, text, instance.params.size()));
+  }
+  if (!params_fit(*instance.item, instance.params)) return kExitUsage;
+  instance.period_s = options.every_s.value_or(1.0);
+  // Somebody is waiting for this one answer and can end the wait at any time.
+  instance.deadline_s = std::numeric_limits<double>::infinity();
+
+  RunRequest request;
+  request.plugin = options.plugin;
+  request.schedule.rounds = options.rounds;
+  if (!options.rounds && !options.every_s) request.schedule.rounds = 1;
+  request.json = options.json;
+  request.fail_on_invalid = true;
+  return run_instances({instance}, request);
+}

@@ -1,0 +1,57 @@
+// The program's subcommands. Each returns the exit code.
+#ifndef MONITOR_COMMANDS_H
+#define MONITOR_COMMANDS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct RunOptions {
+  std::string config;
+  std::string plugin;  // empty: the one beside the program
+  std::optional<unsigned long> rounds;
+  bool json = false;
+};
+int command_run(const RunOptions& options);
+
+struct OnceOptions {
+  std::string item;
+  std::vector<std::string> params;  // NAME=VALUE or VALUE
+  std::string plugin;
+  std::optional<unsigned long> rounds;  // none: one, or without end if there is a period
+  std::optional<double> every_s;
+  bool json = false;
+};
+int command_once(const OnceOptions& options);
+
+int command_items();
+
+// The heartbeat table, looked at twice, a second apart.
+int command_heartbeats(bool json);
+
+int command_check_config(const std::string& path);
+
+struct PsOptions {
+  std::string plugin;
+  std::string sort = "pid";            // or "rss", "cpu"
+  std::optional<std::string> pattern;  // for command lines
+  bool cpu = false;                    // takes a minute
+  bool json = false;
+};
+int command_ps(const PsOptions& options);
+
+struct FindOptions {
+  std::string plugin;
+  std::string mode;  // "exact", "prefix" or "wildcard"
+  std::string name;
+};
+int command_find(const FindOptions& options);
+
+struct KillOptions {
+  std::string plugin;
+  std::string name;
+  int pid = 0;
+};
+int command_kill(const KillOptions& options);
+
+#endif

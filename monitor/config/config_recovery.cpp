@@ -1,0 +1,46 @@
+// [recovery]: who may have the data plane recovered.
+#include "config/config_parts.h"
+
+namespace {
+
+using Presence = TomlFields::Presence;
+using Redundancy = Recovery::Redundancy;
+
+constexpr char kWords[] = R"("allow", "deny" or "command")";
+
+std::optional<Redundancy> read_redundancy(TomlFields& fields) {
+  const std::optional<std::string> word = fields.text("redundancy", Presence::kRequired);
+  if (!word) return std::nullopt;
+  if (*word == "allow") return Redundancy::kAllow;
+  if (*word == "deny") return Redundancy::kDeny;
+  if (*word == "command") return Redundancy::kCommand;
+  fields.mistake(fields.line("redundancy"), "redundancy is \"" + *word + "\", expected " + kWords);
+  return std::nullopt;
+}
+
+void check_command(TomlFields& fields, Redundancy redundancy, const std::string& command) {
+  const unsigned line = fields.line("command");
+  if (redundancy != Redundancy::kCommand) {
+    fields.mistake(line, "command without redundancy = \"command\", expected it only there");
+  } else if (command.empty()) {
+    fields.mistake(line, "command is empty, expected a shell command");
+  }
+}
+
+}  // namespace
+
+Recovery read_recovery(TomlFields& fields) {
+  Recovery recovery;
+  const toml::table* const table = fields.table("recovery", "a table [recovery]");
+  if (!table) return recovery;
+  TomlFields own = fields.within(*table, "[recovery]");
+  const std::optional<Redundancy> redundancy = read_redundancy(own);
+  recovery.redundancy = redundancy.value_or(Redundancy::kDeny);
+  const bool needed = redundancy == Redundancy::kCommand;
+  const std::optional<std::string> command =
+      own.text("command", needed ? Presence::kRequired : Presence::kOptional);
+  if (command) recovery.command = *command;
+  if (command && redundancy) check_command(own, *redundancy, *command);
+  own.refuse_other_keys();
+  return recovery;
+}

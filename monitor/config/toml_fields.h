@@ -1,0 +1,70 @@
+// Typed reading of TOML tables that collects every mistake with its line.
+#ifndef MONITOR_TOML_FIELDS_H
+#define MONITOR_TOML_FIELDS_H
+
+#include <toml++/toml.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "text/mistake.h"
+
+unsigned line_of(const toml::node& node);
+
+// "an integer", for messages.
+std::string type_of(const toml::node& node);
+
+// One table of the file. Each reader adds a mistake and gives nothing when the key is missing but
+// required, or holds another type. The table and the mistakes must outlive this.
+class TomlFields {
+ public:
+  enum class Presence { kRequired, kOptional };
+
+  struct Range {
+    double least;
+    double most;
+    const char* what;  // "a number of seconds"
+  };
+
+  // `where` names the table in messages: "[[instance]]".
+  TomlFields(const toml::table& table, std::string where, Mistakes& mistakes)
+      : table_(table), where_(std::move(where)), mistakes_(mistakes) {}
+
+  std::optional<std::string> text(std::string_view key, Presence presence);  // without any NUL
+  std::optional<double> number(std::string_view key, Presence presence, const Range& range);
+  std::optional<unsigned> whole_number(std::string_view key, Presence presence, const Range& range);
+  const toml::array* array(std::string_view key, const char* expected);
+  const toml::table* table(std::string_view key, const char* expected);
+
+  // A table within this one, its mistakes with this one's.
+  TomlFields within(const toml::table& table, std::string where) const {
+    return {table, std::move(where), mistakes_};
+  }
+
+  // The line of the key's value; of the table if there is no such key.
+  unsigned line(std::string_view key) const;
+
+  bool has(std::string_view key) const { return table_.contains(key); }
+
+  // Adds a mistake for each key that none of the readers above was asked for.
+  void refuse_other_keys();
+
+  // Of this table and all others whose mistakes go to the same place.
+  size_t mistake_count() const { return mistakes_.size(); }
+  void mistake(unsigned line, std::string text) { mistakes_.push_back({line, std::move(text)}); }
+
+ private:
+  const toml::node* find(std::string_view key, Presence presence, const char* expected);
+  void wrong_type(std::string_view key, const toml::node& node, const char* expected);
+  bool in_range(std::string_view key, const toml::node& node, double value, const Range& range);
+
+  const toml::table& table_;
+  std::string where_;
+  Mistakes& mistakes_;
+  std::vector<std::string_view> known_keys_;
+};
+
+#endif

@@ -1,0 +1,163 @@
+#include "item/item_table.h"
+
+#include <algorithm>
+
+#include "text/wording.h"
+
+namespace {
+
+using Name = ParamRow::Name;
+using Presence = ParamRow::Presence;
+using Lookup = ParamList::Lookup;
+using Further = ParamList::Further;
+
+template <size_t N>
+constexpr ParamList list(const ParamRow (&rows)[N], Lookup lookup, Further further) {
+  return {rows, N, lookup, further};
+}
+
+constexpr ParamRow one_free(const char* name, const char* meaning) {
+  return {name, Name::kFree, Presence::kRequired, meaning};
+}
+
+constexpr ParamRow required(const char* name, const char* meaning) {
+  return {name, Name::kFixed, Presence::kRequired, meaning};
+}
+
+constexpr ParamRow optional(const char* name, const char* meaning) {
+  return {name, Name::kFixed, Presence::kOptional, meaning};
+}
+
+constexpr ParamRow kExactRows[] = {one_free("ProcessName", "the whole command line, exactly")};
+constexpr ParamRow kPrefixRows[] = {one_free("ProcessName", "the beginning of the command line")};
+constexpr ParamRow kPatternRows[] = {
+    one_free("ProcessName", "pattern for the command line: * any text, ? any character")};
+constexpr ParamRow kPatternPeriodRows[] = {
+    required("ProcessName", "pattern for the command line: * any text, ? any character"),
+    required("Period", "whole seconds to measure over, 1 to 240")};
+constexpr ParamRow kPreCmdRows[] = {
+    required("ProcessName", "the whole command line, exactly"),
+    required("PreCmd", "shell command that runs first, on every call"),
+    required("RetKeyWords", "what its output must begin with for the process to be looked for")};
+constexpr ParamRow kDirectoryRows[] = {one_free("Directory", "a directory of the file system")};
+constexpr ParamRow kHeartBeatRows[] = {
+    required("ProcessName", "name of the supervised process, exactly"),
+    required("ProcessMoudleId", "its module id, decimal: the entry of the heartbeat table")};
+constexpr ParamRow kReportRows[] = {
+    required("ErrCode", "0xF0000203 CPU high, 0xF0000204 memory high, 0xF000020F heartbeat lost"),
+    required("ProcessMoudleId", "module id that the report concerns"),
+    optional("ResId", "resource id; the first two codes need it"),
+    optional("ProcessName", "process whose heartbeat was lost; the third code needs it"),
+    optional("UserData", "flow id that the process left"),
+    optional("RecoverCmd", "never part of the report")};
+constexpr ParamRow kErrorRows[] = {required("ErrCode", "the error's code, decimal or after 0x")};
+constexpr ParamRow kTargetRows[] = {
+    optional("UserData", "decimal id to signal; without it app_data is looked up")};
+
+constexpr ParamList kNothing{nullptr, 0, Lookup::kByPosition, Further::kRefused};
+constexpr ParamList kExact = list(kExactRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kPrefix = list(kPrefixRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kPattern = list(kPatternRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kPatternPeriod =
+    list(kPatternPeriodRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kPreCmd = list(kPreCmdRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kDirectory = list(kDirectoryRows, Lookup::kByPosition, Further::kRefused);
+constexpr ParamList kHeartBeat = list(kHeartBeatRows, Lookup::kByName, Further::kRefused);
+constexpr ParamList kReport = list(kReportRows, Lookup::kByName, Further::kAccepted);
+// The item never copies its first parameter into the text, so the code has to be that one.
+constexpr ParamList kError = list(kErrorRows, Lookup::kByPosition, Further::kAccepted);
+constexpr ParamList kTarget = list(kTargetRows, Lookup::kByPosition, Further::kRefused);
+
+constexpr Returns kFloat = Returns::kFloat;
+constexpr Returns kInt = Returns::kInt;
+constexpr Reports kValue = Reports::kValue;
+constexpr Reports kPid = Reports::kValueAndPid;
+constexpr Reports kThread = Reports::kValueAndThread;
+constexpr Reports kFlowId = Reports::kValueAndFlowId;
+constexpr Context kNeeded = Context::kNeeded;
+constexpr Context kUnused = Context::kUnused;
+constexpr Interval kNone = Interval::kNone;
+constexpr Interval kHalf = Interval::kHalfSecond;
+constexpr Interval kPeriod = Interval::kPeriodParameter;
+
+// clang-format off
+constexpr ItemRow kItems[] = {
+    {"GetSysCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone,
+     "CPU use of the machine since the call before; the first call measures since start-up"},
+    {"GetSysUsrCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone,
+     "user-mode share of the machine's CPU time since the call before"},
+    {"GetSysMemory", kFloat, "%", &kNothing, kValue, kUnused, kNone,
+     "memory in use"},
+    {"GetSysFreeMemory", kFloat, "MiB", &kNothing, kValue, kUnused, kNone,
+     "free memory"},
+    {"GetDiskUsage", kFloat, "%", &kDirectory, kValue, kNeeded, kNone,
+     "used share of the file system that holds a directory"},
+    {"GetProcessSysCPU", kFloat, "%", &kExact, kValue, kNeeded, kNone,
+     "CPU of one process since the call before, of the whole machine"},
+    {"GetProcessSysCPUExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kHalf,
+     "highest CPU among processes with that beginning, over 0.5 s, of the whole machine"},
+    {"GetProcessSysCPUFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kHalf,
+     "highest CPU among matching processes, over 0.5 s, of the whole machine"},
+    {"GetProcessSysCPUFuzzyMatchCfgPeriod", kFloat, "%", &kPatternPeriod, kPid, kNeeded, kPeriod,
+     "highest CPU among matching processes, over a given time, of the whole machine"},
+    {"GetProcessCoreCPU", kFloat, "% core", &kExact, kValue, kNeeded, kNone,
+     "CPU of one process since the call before, of one core"},
+    {"GetProcessCoreCPUExtern", kFloat, "% core", &kPrefix, kPid, kNeeded, kHalf,
+     "highest CPU among processes with that beginning, over 0.5 s, of one core"},
+    {"GetProcessCoreCPUFuzzyMatch", kFloat, "% core", &kPattern, kPid, kNeeded, kHalf,
+     "highest CPU among matching processes, over 0.5 s, of one core"},
+    {"GetProcessCoreCPUFuzzyMatchCfgPeriod", kFloat, "% core", &kPatternPeriod, kPid, kNeeded,
+     kPeriod, "highest CPU among matching processes, over a given time, of one core"},
+    {"GetProcessMemory", kFloat, "MiB", &kExact, kValue, kNeeded, kNone,
+     "resident memory of one process"},
+    {"GetProcessMemoryExtern", kFloat, "MiB", &kPrefix, kPid, kNeeded, kNone,
+     "highest resident memory among processes with that beginning"},
+    {"GetProcessMemoryFuzzyMatch", kFloat, "MiB", &kPattern, kPid, kNeeded, kNone,
+     "highest resident memory among matching processes"},
+    {"GetProcessHandle", kFloat, "%", &kExact, kValue, kNeeded, kNone,
+     "open files of one process, of its limit"},
+    {"GetProcessHandleExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kNone,
+     "highest share of open files among processes with that beginning"},
+    {"GetProcessHandleFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kNone,
+     "highest share of open files among matching processes"},
+    {"IsExistProcess", kFloat, "", &kExact, kValue, kNeeded, kNone,
+     "1 if such a process runs, else 0"},
+    {"IsExistProcessExtern", kFloat, "", &kPrefix, kPid, kNeeded, kNone,
+     "1 if a process with that beginning runs, else 0"},
+    {"IsExistProcessPreCmd", kFloat, "", &kPreCmd, kValue, kNeeded, kNone,
+     "as IsExistProcess if the pre-command prints the expected words, else 1"},
+    {"ProcessHeartBeat", kFloat, "", &kHeartBeat, kFlowId, kNeeded, kNone,
+     "1 while a supervised process refreshes its heartbeat, 0 once it has stopped"},
+    {"SendErrRpt", kInt, "", &kReport, kValue, kUnused, kNone,
+     "sends an error report to the framework; 0 when it was sent"},
+    {"SendErrRptExtend", kInt, "", &kError, kValue, kUnused, kNone,
+     "sends an error with the values of the further parameters as its text; 0 when it was sent"},
+    {"CheckProcessStatusIsD", kFloat, "", &kPattern, kThread, kNeeded, kNone,
+     "1 if a thread of a matching process hangs in D state, else 0; reports the thread's id"},
+    {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kThread, kNeeded, kNone,
+     "as CheckProcessStatusIsD, then signals the hung thread if recovery is allowed"},
+    {"RebootAppData", kInt, "", &kTarget, kValue, kUnused, kNone,
+     "signals app_data if recovery is allowed; 0 when the signal was sent"},
+};
+// clang-format on
+
+}  // namespace
+
+const std::vector<ItemRow>& all_items() {
+  static const std::vector<ItemRow> items(std::begin(kItems), std::end(kItems));
+  return items;
+}
+
+const ItemRow* find_item(std::string_view name) {
+  const auto* const found = std::find_if(std::begin(kItems), std::end(kItems),
+                                         [&](const ItemRow& row) { return row.name == name; });
+  return found == std::end(kItems) ? nullptr : found;
+}
+
+std::string unknown_item_text(const std::string& name) {
+  std::vector<std::string_view> names;
+  for (const ItemRow& row : kItems) names.emplace_back(row.name);
+  const std::string hint = did_you_mean(name, names);
+  return "unknown item " + in_quotes(name) +
+         (hint.empty() ? ", expected one that \"mirt-monitor items\" lists" : hint);
+}

@@ -1,0 +1,14 @@
+// Whether a hung data plane may be recovered, as configured.
+#ifndef MONITOR_RECOVERY_H
+#define MONITOR_RECOVERY_H
+
+#include <string>
+
+struct Recovery {
+  enum class Redundancy { kDeny, kAllow, kCommand };
+
+  Redundancy redundancy = Redundancy::kDeny;
+  std::string command;  // with kCommand: exit code 0 allows
+};
+
+#endif

@@ -1,0 +1,75 @@
+#include "output/report_queue.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+Report copy_of(const MIRT_HOST_REPORT_S& sent) {
+  const MIRT_PRIMARY_KEY_S& key = sent.key;
+  Report report{std::chrono::system_clock::now(),
+                key.resType,
+                key.errCode,
+                std::string(key.resId, strnlen(key.resId, sizeof key.resId)),
+                key.rptType,
+                {},
+                sent.description,
+                std::nullopt,
+                sent.line};
+  for (uint32_t i = 0; i < sent.paramCount; ++i) {
+    report.params.push_back({sent.params[i].name, sent.params[i].value});
+  }
+  if (sent.funcName) report.function = sent.funcName;
+  return report;
+}
+
+}  // namespace
+
+std::string err_code_text(const Report& report) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", report.err_code);
+  return text;
+}
+
+std::string report_text(const Report& report) {
+  char type[16];
+  std::snprintf(type, sizeof type, "0x%04X", unsigned{report.res_type});
+  std::string text = "report " + err_code_text(report) + "  resType " + type;
+  if (!report.function) text += "  resId " + report.res_id;
+  text += "  rptType " + std::to_string(report.rpt_type);
+  for (const Param& param : report.params) text += "  " + param.name + "=" + param.value;
+  if (!report.description.empty()) text += "  \"" + report.description + "\"";
+  if (report.function) text += "  " + *report.function + ":" + std::to_string(report.line);
+  return text;
+}
+
+ReportQueue::ReportQueue() : filled_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void ReportQueue::connect() {
+  mirt_host_set_report_handler(receive, this);
+}
+
+// Called from C: nothing may be thrown through it. A report that cannot be kept is not accepted.
+int32_t ReportQueue::receive(const MIRT_HOST_REPORT_S* report, void* user) try {
+  auto& queue = *static_cast<ReportQueue*>(user);
+  Report copy = copy_of(*report);
+  const std::lock_guard lock(queue.mutex_);
+  queue.reports_.push_back(std::move(copy));
+  const uint64_t one = 1;
+  // Cannot fail in a way that matters: a full counter is readable as well.
+  [[maybe_unused]] const ssize_t written = write(queue.fd(), &one, sizeof one);
+  return 0;
+} catch (...) {
+  return -1;
+}
+
+std::vector<Report> ReportQueue::take() {
+  const std::lock_guard lock(mutex_);
+  uint64_t ignored;
+  [[maybe_unused]] const ssize_t got = read(fd(), &ignored, sizeof ignored);
+  return std::exchange(reports_, {});
+}

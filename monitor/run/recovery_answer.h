@@ -1,0 +1,11 @@
+// The answer to the plug-in's question whether a hung data plane may be recovered.
+#ifndef MONITOR_RECOVERY_ANSWER_H
+#define MONITOR_RECOVERY_ANSWER_H
+
+#include "item/recovery.h"
+
+// Has the host library answer the plug-in's question as `recovery` says, which must outlive every
+// item call. False if it takes no further handler.
+bool answer_redundancy(const Recovery& recovery);
+
+#endif

@@ -1,0 +1,89 @@
+// Threads that call items, and that can be given up on.
+#ifndef MONITOR_WORKER_POOL_H
+#define MONITOR_WORKER_POOL_H
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "item/plugin.h"
+#include "mirt_interface.h"
+#include "proc/thread_owner.h"
+#include "proc/unique_fd.h"
+
+// One item instance as a worker sees it. From start() until take_finished() it is the worker's
+// alone; at all other times it is the owner's.
+struct Call {
+  size_t owner;  // which instance it is, for whoever takes it back
+  Item item;
+  std::vector<FI_PARAM_S> params;
+  FI_CONTEXT_S context{};  // zero before the first call, then as the item left it
+  FI_RESULT_S result{};    // zeroed before each call
+  std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
+  double value = 0.0;
+  std::chrono::system_clock::time_point ended{};
+};
+
+// Runs calls, each on a worker of its own. start(), take_finished() and abandon() belong to one
+// thread. Workers are started as calls need them and reused; a call that never returns costs one
+// thread and delays nobody.
+class WorkerPool {
+ public:
+  // At most `limit` calls at one time; abandoned ones do not count.
+  explicit WorkerPool(size_t limit);
+  // Every worker must have been stopped.
+  ~WorkerPool() = default;
+  WorkerPool(const WorkerPool&) = delete;
+  WorkerPool& operator=(const WorkerPool&) = delete;
+
+  // False if no descriptor was left for fd().
+  bool ready() const { return finished_fd_.get() >= 0; }
+
+  // Becomes readable when a call has finished.
+  int fd() const { return finished_fd_.get(); }
+
+  // Has a worker run the call, which must stay where it is until it is taken back. False if the
+  // limit is reached or the system gives no further thread: try again later.
+  bool start(Call& call);
+
+  // The calls that have returned since the last time, abandoned ones among them.
+  std::vector<Call*> take_finished();
+
+  // Gives up on a call that takes too long and makes room for another worker. The thread that is
+  // stuck in it ends should it ever return. False if no thread is in it: it has returned in the
+  // meantime, or its worker has not woken up yet.
+  bool abandon(Call& call);
+
+  // Ends all workers. False if some are still inside an item: threads cannot be interrupted there,
+  // so the process then has to end by _exit(), without destroying anything that they use.
+  bool stop();
+
+ private:
+  struct Worker {
+    std::thread thread;
+    Call* call = nullptr;
+    bool abandoned = false;
+    bool ended = false;
+  };
+
+  void work(Worker& worker);
+  bool start_worker();
+  void join_ended();
+  void tell_finished(Call& call);
+
+  const size_t limit_;
+  UniqueFd finished_fd_;
+  std::mutex mutex_;  // guards all below
+  std::condition_variable wake_;
+  std::deque<Call*> ready_;
+  std::vector<Call*> finished_;
+  std::list<Worker> workers_;  // a list: threads hold references
+  bool stopping_ = false;
+};
+
+#endif

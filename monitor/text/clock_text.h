@@ -1,0 +1,16 @@
+// Times as text, in local time.
+#ifndef MONITOR_CLOCK_TEXT_H
+#define MONITOR_CLOCK_TEXT_H
+
+#include <chrono>
+#include <string>
+
+using WallTime = std::chrono::system_clock::time_point;
+
+// "2026-03-01 08:15:30"
+std::string for_people(WallTime time);
+
+// "2026-03-01T08:15:30.250+01:00"
+std::string iso8601(WallTime time);
+
+#endif
