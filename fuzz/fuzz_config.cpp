@@ -9,10 +9,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const MemoryFile file(content);
   const ConfigReading reading = read_config(file.path());
   const auto lines = static_cast<unsigned>(std::count(content.begin(), content.end(), '\n')) + 1;
-  for (const Mistake& mistake : reading.mistakes) {
-    FUZZ_CHECK(!mistake.text.empty() && mistake.line <= lines);
+  const Findings& findings = reading.findings;
+  for (const Mistakes& found : {findings.mistakes, findings.warnings}) {
+    for (const Mistake& one : found) FUZZ_CHECK(!one.text.empty() && one.line <= lines);
   }
-  if (!reading.mistakes.empty()) return 0;
+  if (!findings.mistakes.empty()) return 0;
   FUZZ_CHECK(!reading.config.instances.empty());
   for (const Instance& instance : reading.config.instances) {
     FUZZ_CHECK(instance.item != nullptr && instance.period_s > 0);

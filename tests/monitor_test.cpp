@@ -73,7 +73,8 @@ TEST_F(MonitorTest, BadConfigurationsAreRefusedWithEveryMistakeAndNothingStarted
   const std::pair<std::string, std::string> rows[] = {
       {"", "a.toml:1: no instance, expected at least one [[instance]]\n"},
       {"\n[[instance]\nname = 1\n",
-       "a.toml:2: this is no TOML: Error while parsing table header: expected ']', saw '\\n'\n"},
+       "a.toml:2: invalid TOML: the table header [[instance] does not close, expected ]] behind "
+       "the name\n"},
       {"deadlin = 4\nworkers = 0.5\n"
        "[[instance]]\nname = 'a'\nitem = 'getsyscpu'\nperiod = 0\n"
        "[[instance]]\nname = 'a'\nitem = 'GetSysCPU'\nperiod = nan\n"
@@ -82,12 +83,12 @@ TEST_F(MonitorTest, BadConfigurationsAreRefusedWithEveryMistakeAndNothingStarted
        R"(a.toml:1: unknown key "deadlin" in the file, did you mean "deadline"?
 a.toml:2: workers is a floating-point number, expected a whole number
 a.toml:5: unknown item "getsyscpu", did you mean "GetSysCPU"?
-a.toml:6: period is 0, expected a number of seconds from 0.001 to 31622400
+a.toml:6: period is 0, expected 0.001 to 31622400 seconds
 a.toml:8: name "a" is also that of the instance in line 4, expected a name of its own
-a.toml:10: period is nan, expected a number of seconds from 0.001 to 31622400
+a.toml:10: period is nan, expected 0.001 to 31622400 seconds
 a.toml:11: no key "name" in [[instance]], expected a string
 a.toml:11: no key "item" in [[instance]], expected a string
-a.toml:11: no key "period" in [[instance]], expected a number of seconds
+a.toml:11: no key "period" in [[instance]], expected a number of seconds, or text with ms, s, m, h or d
 a.toml:13: redundancy is "maybe", expected "allow", "deny" or "command"
 )"},
       {"[[instance]]\nname = 'a'\nitem = 'IsExistProcessPreCmd'\nperiod = 1\n"
@@ -125,7 +126,7 @@ a.toml:23: command without redundancy = "command", expected it only there
                   "{ name = 'ProcessMoudleId', value = '65536' }] }\n",
        R"(a.toml:7: unknown key "name?" in [[instance]], did you mean "name"?
 a.toml:10: no parameter "ProcessName" for SendErrRpt, expected it with ErrCode 0xF000020F
-a.toml:12: ProcessMoudleId is "65536", expected a number from 0 to 65535, decimal or after 0x
+a.toml:12: ProcessMoudleId is "65536", expected a whole number from 0 to 65535, decimal or after 0x
 )"},
       {kTicking +
            "[instance.alarm]\nabove = 1\nreport = { item = 'SendErrRpt', params = [\n"
@@ -134,7 +135,7 @@ a.toml:12: ProcessMoudleId is "65536", expected a number from 0 to 65535, decima
            instance("b", "ProcessHeartBeat", {{"ProcessName", "x"}, {"ProcessMoudleId", "0x5"}}),
        "a.toml:10: ErrCode 0xF0000205 is not supported by SendErrRpt, expected one of 0xF0000203, "
        "0xF0000204, 0xF000020F\n"
-       "a.toml:18: ProcessMoudleId is \"0x5\", expected a number from 0 to 65534, decimal\n"}};
+       "a.toml:18: ProcessMoudleId is \"0x5\", expected a whole number from 0 to 65534, decimal\n"}};
   for (const auto& [text, errors] : rows) {
     configure(text);
     for (const std::string& command : {kRun, std::string("mirt-monitor check-config a.toml")}) {
@@ -253,7 +254,8 @@ TEST_F(MonitorTest, SignalsEndItWhileItemsSleepAndHangAndNothingIsDue) {
   const fs::path config = folder_ / "a.toml";
   configure(instance("rare", "GetSysMemory", {}, "period = 100000\n") +
             instance("sleeping", "GetProcessSysCPUFuzzyMatchCfgPeriod",
-                     {{"ProcessName", "*" + config.string() + "*"}, {"Period", "240"}}) +
+                     {{"ProcessName", "*" + config.string() + "*"}, {"Period", "240"}},
+                     "period = '5 m'\n") +
             instance_that_blocks(folder_ / "fifo", "1000"));
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     Monitor monitor(folder_, "mirt-monitor run --json --config " + config.string());

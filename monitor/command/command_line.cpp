@@ -26,7 +26,9 @@ Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong 
 configuration, or an item is missing.)";
 
 constexpr char kCheckFooter[] =
-    R"(Exit code 0: no mistakes; 2: mistakes, each on a line of its own as FILE:LINE: TEXT.)";
+    R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Exit code 0: no mistakes; 2: mistakes, each on a
+line of its own as FILE:LINE: TEXT. Warnings, as FILE:LINE: warning: TEXT, are of what works but
+hardly as it was meant.)";
 
 constexpr char kPsFooter[] =
     R"(Kernel threads have no command line and are left out. Exit code 0: listed; 1: /proc cannot be read;
@@ -60,7 +62,7 @@ struct Arguments {
   RunOptions run;
   OnceOptions once;
   bool heartbeats_json = false;
-  std::string checked_config;
+  CheckOptions check;
   PsOptions ps;
   FindOptions find;
   KillOptions kill;
@@ -139,6 +141,10 @@ void add_json_flag(CLI::App& command, bool& json) {
   command.add_flag("--json", json, "One JSON object per line");
 }
 
+void add_strict_flag(CLI::App& command, bool& strict) {
+  command.add_flag("--strict", strict, "Take the configuration's warnings for mistakes");
+}
+
 // What the command does when it is asked for, and what its help ends with.
 void set_action(CLI::App& command, Arguments& arguments, const char* footer,
                 int (*action)(const Arguments&)) {
@@ -155,6 +161,7 @@ void add_run(CLI::App& app, Arguments& arguments) {
       ->type_name("N");
   add_plugin_option(*run, options.plugin);
   add_json_flag(*run, options.json);
+  add_strict_flag(*run, options.strict);
   set_action(*run, arguments, kRunFooter,
              [](const Arguments& given) { return command_run(given.run); });
 }
@@ -195,9 +202,10 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration and start nothing");
-  add_text(*check, "file", arguments.checked_config, "The configuration", "FILE")->required();
+  add_text(*check, "file", arguments.check.config, "The configuration", "FILE")->required();
+  add_strict_flag(*check, arguments.check.strict);
   set_action(*check, arguments, kCheckFooter,
-             [](const Arguments& given) { return command_check_config(given.checked_config); });
+             [](const Arguments& given) { return command_check_config(given.check); });
 }
 
 void add_ps(CLI::App& app, Arguments& arguments) {

@@ -5,6 +5,7 @@
 
 #include "command/commands.h"
 #include "item/instance.h"
+#include "item/value_check.h"
 #include "run/run_instances.h"
 #include "text/complaint.h"
 
@@ -30,16 +31,25 @@ Param split(const ItemRow& item, const std::string& text, size_t index) {
   return {text.substr(0, length), text.substr(length + 1)};
 }
 
+bool is_mistake(const ParamMistake& found) {
+  return !found.is_warning;
+}
+
+// False if the item would refuse the parameters, or could do nothing with them. That, and what only
+// looks like a slip, has been said.
 bool params_fit(const ItemRow& item, const std::vector<Param>& params) {
-  std::vector<std::string> mistakes;
+  std::vector<ParamMistake> found;
   for (const Param& param : params) {
-    for (TextMistake& mistake : check_texts(param)) mistakes.push_back(std::move(mistake.text));
+    for (TextMistake& mistake : check_texts(param)) {
+      found.push_back({std::nullopt, std::move(mistake.text)});
+    }
   }
-  for (ParamMistake& mistake : check_list(item, params)) {
-    mistakes.push_back(std::move(mistake.text));
+  for (const auto check : {check_list, check_values}) {
+    for (ParamMistake& mistake : check(item, params)) found.push_back(std::move(mistake));
+    if (std::any_of(found.begin(), found.end(), is_mistake)) break;
   }
-  for (const std::string& text : mistakes) complain(text);
-  return mistakes.empty();
+  for (const ParamMistake& one : found) complain((one.is_warning ? "warning: " : "") + one.text);
+  return std::none_of(found.begin(), found.end(), is_mistake);
 }
 
 }  // namespace
@@ -57,7 +67,12 @@ int command_once(const OnceOptions& options) {
     instance.params.push_back(split(*instance.item, text, instance.params.size()));
   }
   if (!params_fit(*instance.item, instance.params)) return kExitUsage;
-  instance.period_s = options.every_s.value_or(1.0);
+  if (options.every_s) {
+    instance.period_s = *options.every_s;
+    const std::optional<std::string> often =
+        check_period(*instance.item, instance.params, instance.period_s);
+    if (often) complain("warning: --every " + *often);
+  }
   // Somebody is waiting for this one answer and can end the wait at any time.
   instance.deadline_s = std::numeric_limits<double>::infinity();
 

@@ -1,4 +1,6 @@
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "command/commands.h"
 #include "config/config.h"
@@ -8,37 +10,43 @@
 
 namespace {
 
-void tell(const std::string& path, const Mistakes& mistakes) {
-  for (const Mistake& mistake : mistakes) {
-    std::fprintf(stderr, "%s\n", mistake_text(path, mistake).c_str());
+// The configuration, unless it has mistakes; they and the warnings have been said.
+std::optional<Config> read_and_tell(const std::string& path, bool strict, size_t& warnings) {
+  ConfigReading reading = read_config(path, strict ? Warnings::kAreMistakes : Warnings::kAllowed);
+  const Findings& findings = reading.findings;
+  warnings = findings.warnings.size();
+  for (const std::string& line : findings_text(path, findings)) {
+    std::fprintf(stderr, "%s\n", line.c_str());
   }
+  if (!findings.mistakes.empty()) return std::nullopt;
+  return std::move(reading.config);
+}
+
+std::string counted(size_t count, const std::string& what) {
+  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace
 
 int command_run(const RunOptions& options) {
-  const ConfigReading reading = read_config(options.config);
-  if (!reading.mistakes.empty()) {
-    tell(options.config, reading.mistakes);
-    return kExitUsage;
-  }
+  size_t warnings = 0;
+  const std::optional<Config> config = read_and_tell(options.config, options.strict, warnings);
+  if (!config) return kExitUsage;
   RunRequest request;
   request.plugin = options.plugin;
   request.source = options.config;
-  request.schedule = {options.rounds, reading.config.workers};
-  request.recovery = reading.config.recovery;
+  request.schedule = {options.rounds, config->workers};
+  request.recovery = config->recovery;
   request.json = options.json;
-  return run_instances(reading.config.instances, request);
+  return run_instances(config->instances, request);
 }
 
-int command_check_config(const std::string& path) {
-  const ConfigReading reading = read_config(path);
-  if (!reading.mistakes.empty()) {
-    tell(path, reading.mistakes);
-    return kExitUsage;
-  }
-  const size_t count = reading.config.instances.size();
-  std::printf("%s: %zu instance%s, no mistakes\n", printable(path).c_str(), count,
-              count == 1 ? "" : "s");
+int command_check_config(const CheckOptions& options) {
+  size_t warnings = 0;
+  const std::optional<Config> config = read_and_tell(options.config, options.strict, warnings);
+  if (!config) return kExitUsage;
+  const std::string found = warnings == 0 ? "" : ", " + counted(warnings, "warning");
+  std::printf("%s: %s, no mistakes%s\n", printable(options.config).c_str(),
+              counted(config->instances.size(), "instance").c_str(), found.c_str());
   return kExitOk;
 }

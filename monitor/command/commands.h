@@ -11,6 +11,7 @@ struct RunOptions {
   std::string plugin;  // empty: the one beside the program
   std::optional<unsigned long> rounds;
   bool json = false;
+  bool strict = false;  // warnings are mistakes
 };
 int command_run(const RunOptions& options);
 
@@ -29,7 +30,11 @@ int command_items();
 // The heartbeat table, looked at twice, a second apart.
 int command_heartbeats(bool json);
 
-int command_check_config(const std::string& path);
+struct CheckOptions {
+  std::string config;
+  bool strict = false;
+};
+int command_check_config(const CheckOptions& options);
 
 struct PsOptions {
   std::string plugin;

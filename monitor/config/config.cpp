@@ -1,6 +1,7 @@
 #include "config/config.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,25 +12,62 @@
 #include <utility>
 
 #include "config/config_parts.h"
+#include "config/toml_error.h"
 #include "config/toml_fields.h"
+#include "item/value_check.h"
 #include "proc/unique_fd.h"
+#include "text/number_text.h"
 
 namespace {
 
 using Presence = TomlFields::Presence;
 
-constexpr TomlFields::Range kSeconds{kLeastSeconds, kMostSeconds, "a number of seconds"};
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
+
+// Keys of instances that stand before the first of them, or in a table of their own.
+const std::vector<Misplaced> kMisplaced = {{"alarm", "as [instance.alarm] behind its [[instance]]"},
+                                           {"report", "in [instance.alarm]"},
+                                           {"name", "in [[instance]]"},
+                                           {"item", "in [[instance]]"},
+                                           {"period", "in [[instance]]"},
+                                           {"params", "in [[instance]]"},
+                                           {"unit", "in [[instance]]"}};
 
 constexpr char kInstancesForm[] = "at least one [[instance]]";
 
 // What no configuration comes near: a device that never ends must not fill the memory.
 constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
 
-// The file's bytes; nothing, with errno set, if it cannot be read.
-std::optional<std::string> read_whole(const std::string& path) {
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0) return std::nullopt;
+// Where a pipe is meant: standard input, and what a shell puts in the place of <(command).
+bool names_descriptor(const std::string& path) {
+  return path == "/dev/stdin" || path.compare(0, 8, "/dev/fd/") == 0 ||
+         path.compare(0, 14, "/proc/self/fd/") == 0;
+}
+
+const char* kind_of_file(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFDIR:
+      return "a directory";
+    case S_IFIFO:
+      return "a named pipe";
+    default:
+      return "a device or socket";
+  }
+}
+
+// What keeps the open file from being read as a configuration; empty if nothing does.
+std::string obstacle(int file, const std::string& path) {
+  struct stat about {};
+  if (file < 0 || fstat(file, &about) != 0) {
+    return std::string("cannot be read: ") + std::strerror(errno);
+  }
+  if (S_ISREG(about.st_mode) || (names_descriptor(path) && !S_ISDIR(about.st_mode))) return "";
+  return std::string("is ") + kind_of_file(about.st_mode) +
+         ", expected a regular file, /dev/stdin or /dev/fd/N";
+}
+
+// The bytes of the file; nothing, with errno set, if it cannot be read.
+std::optional<std::string> read_whole(const UniqueFd& file) {
   std::string text;
   char piece[4096];
   for (;;) {
@@ -44,6 +82,10 @@ std::optional<std::string> read_whole(const std::string& path) {
   }
 }
 
+std::optional<double> read_seconds(TomlFields& fields, std::string_view key, Presence presence) {
+  return fields.quantity(key, presence, duration_in_seconds(), kLeastSeconds, kMostSeconds);
+}
+
 class ConfigReader {
  public:
   ConfigReading read(const toml::table& file);
@@ -52,49 +94,53 @@ class ConfigReader {
   void read_instance(const toml::node& node);
   void read_name(TomlFields& fields, Instance& instance);
 
+  void check_times(TomlFields& fields, const Instance& instance);
+
   Config config_;
-  Mistakes mistakes_;
+  Findings findings_;
   double default_deadline_s_ = Instance().deadline_s;
   std::map<std::string, unsigned> name_lines_;
 };
 
 ConfigReading ConfigReader::read(const toml::table& file) {
-  TomlFields fields(file, "the file", mistakes_);
+  TomlFields fields(file, "the file", findings_);
   default_deadline_s_ =
-      fields.number("deadline", Presence::kOptional, kSeconds).value_or(default_deadline_s_);
+      read_seconds(fields, "deadline", Presence::kOptional).value_or(default_deadline_s_);
   config_.workers = fields.whole_number("workers", Presence::kOptional, kWorkers).value_or(0);
   config_.recovery = read_recovery(fields);
   const toml::array* const instances = fields.array("instance", kInstancesForm);
-  fields.refuse_other_keys();
+  fields.refuse_other_keys(kMisplaced);
   if (instances) {
     for (const toml::node& node : *instances) read_instance(node);
   }
   if (!file.contains("instance") || (instances && instances->empty())) {
     fields.mistake(fields.line("instance"), std::string("no instance, expected ") + kInstancesForm);
   }
-  std::stable_sort(mistakes_.begin(), mistakes_.end(),
-                   [](const Mistake& a, const Mistake& b) { return a.line < b.line; });
-  return {std::move(config_), std::move(mistakes_)};
+  sort_by_line(findings_.mistakes);
+  sort_by_line(findings_.warnings);
+  return {std::move(config_), std::move(findings_)};
 }
 
 void ConfigReader::read_instance(const toml::node& node) {
   if (!node.is_table()) {
-    mistakes_.push_back(
+    findings_.mistakes.push_back(
         {line_of(node), "instance is " + type_of(node) + ", expected a table [[instance]]"});
     return;
   }
-  TomlFields fields(*node.as_table(), "[[instance]]", mistakes_);
+  TomlFields fields(*node.as_table(), "[[instance]]", findings_);
   Instance instance;
   instance.line = line_of(node);
   read_name(fields, instance);
   instance.item = read_item(fields);
   if (instance.item) instance.unit = instance.item->unit;
-  instance.period_s = fields.number("period", Presence::kRequired, kSeconds).value_or(1.0);
+  const std::optional<double> period = read_seconds(fields, "period", Presence::kRequired);
+  instance.period_s = period.value_or(instance.period_s);
   instance.deadline_s =
-      fields.number("deadline", Presence::kOptional, kSeconds).value_or(default_deadline_s_);
+      read_seconds(fields, "deadline", Presence::kOptional).value_or(default_deadline_s_);
   const std::optional<std::string> unit = fields.text("unit", Presence::kOptional);
   if (unit) instance.unit = *unit;
   instance.params = read_params(fields, instance.item).params;
+  if (instance.item && period) check_times(fields, instance);
   instance.alarm = read_alarm(fields, instance.item);
   fields.refuse_other_keys();
   config_.instances.push_back(std::move(instance));
@@ -115,19 +161,48 @@ void ConfigReader::read_name(TomlFields& fields, Instance& instance) {
                            std::to_string(first->second) + ", expected a name of its own");
 }
 
-ConfigReading failed(unsigned line, std::string text) {
-  return {{}, {{line, std::move(text)}}};
+void ConfigReader::check_times(TomlFields& fields, const Instance& instance) {
+  const std::optional<std::string> often =
+      check_period(*instance.item, instance.params, instance.period_s);
+  if (often) fields.warning(fields.line("period"), "period " + *often);
+  const bool waits_for_command = config_.recovery.redundancy == Recovery::Redundancy::kCommand &&
+                                 asks_for_recovery(*instance.item);
+  if (!waits_for_command || instance.deadline_s > kRecoverySeconds) return;
+  fields.warning(fields.line("deadline"),
+                 "deadline is " + number_text(instance.deadline_s) + ", expected more than the " +
+                     number_text(kRecoverySeconds) +
+                     " s that the command of [recovery] may take while the item waits for it");
+}
+
+ConfigReading failed(Mistake mistake) {
+  return {{}, {{std::move(mistake)}, {}}};
+}
+
+ConfigReading read_text(const std::string& text, const std::string& path) {
+  try {
+    return ConfigReader().read(toml::parse(text, path));
+  } catch (const toml::parse_error& error) {
+    return failed(toml_mistake(text, error));
+  }
+}
+
+void make_mistakes_of_warnings(Findings& findings) {
+  for (Mistake& warning : findings.warnings) findings.mistakes.push_back(std::move(warning));
+  findings.warnings.clear();
+  sort_by_line(findings.mistakes);
 }
 
 }  // namespace
 
-ConfigReading read_config(const std::string& path) {
-  const std::optional<std::string> text = read_whole(path);
-  if (!text) return failed(0, std::string("cannot be read: ") + std::strerror(errno));
-  try {
-    return ConfigReader().read(toml::parse(*text, path));
-  } catch (const toml::parse_error& error) {
-    return failed(error.source().begin.line,
-                  "this is no TOML: " + std::string(error.description()));
-  }
+ConfigReading read_config(const std::string& path, Warnings warnings) {
+  // Without O_NONBLOCK the opening itself waits for somebody to write to a pipe.
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const std::string found = obstacle(file.get(), path);
+  if (!found.empty()) return failed({0, found});
+  fcntl(file.get(), F_SETFL, O_RDONLY);
+  const std::optional<std::string> text = read_whole(file);
+  if (!text) return failed({0, std::string("cannot be read: ") + std::strerror(errno)});
+  ConfigReading reading = read_text(*text, path);
+  if (warnings == Warnings::kAreMistakes) make_mistakes_of_warnings(reading.findings);
+  return reading;
 }

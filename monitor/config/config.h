@@ -15,13 +15,17 @@ struct Config {
   unsigned workers = 0;  // the most calls at one time; 0: as many as there can be
 };
 
-// What a file gave: a configuration to use if there are no mistakes, else every mistake in the
-// order of its lines.
+// What a file gave: a configuration to use if there are no mistakes. Mistakes and warnings are each
+// in the order of their lines.
 struct ConfigReading {
   Config config;
-  Mistakes mistakes;
+  Findings findings;
 };
 
-ConfigReading read_config(const std::string& path);
+enum class Warnings { kAllowed, kAreMistakes };
+
+// Reads a regular file, or a descriptor of this process that `path` names, such as /dev/stdin: any
+// other pipe or device could keep the reader waiting for ever.
+ConfigReading read_config(const std::string& path, Warnings warnings = Warnings::kAllowed);
 
 #endif

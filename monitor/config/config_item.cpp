@@ -34,12 +34,16 @@ Param read_param(TomlFields& around, const toml::node& node, const std::string& 
   return param;
 }
 
-// Each mistake at the line of the parameter that is to blame.
+// Each mistake or warning at the line of the parameter that is to blame.
 void blame(TomlFields& fields, const ParamsReading& reading,
            const std::vector<ParamMistake>& mistakes) {
   for (const ParamMistake& mistake : mistakes) {
     const unsigned line = mistake.index ? reading.lines[*mistake.index] : fields.line("params");
-    fields.mistake(line, mistake.text);
+    if (mistake.is_warning) {
+      fields.warning(line, mistake.text);
+    } else {
+      fields.mistake(line, mistake.text);
+    }
   }
 }
 

@@ -79,6 +79,26 @@ std::optional<double> TomlFields::number(std::string_view key, Presence presence
   return value;
 }
 
+std::optional<double> TomlFields::quantity(std::string_view key, Presence presence,
+                                           const QuantityKind& kind, double least, double most) {
+  const toml::node* const node = find(key, presence, kind.what);
+  if (!node) return std::nullopt;
+  const auto* const text = node->as_string();
+  if (!text && !node->is_number()) {
+    wrong_type(key, *node, kind.what);
+    return std::nullopt;
+  }
+  const std::optional<double> value =
+      text ? read_quantity(text->get(), kind) : node->value<double>();
+  if (value && *value >= least && *value <= most) return value;  // NaN is in no range
+  const std::string found = text ? in_quotes(text->get()) : number_text(value.value_or(0.0));
+  mistake(
+      line_of(*node),
+      std::string(key) + " is " + found + ", expected " +
+          (value ? number_text(least) + " to " + number_text(most) + ' ' + kind.own : kind.what));
+  return std::nullopt;
+}
+
 std::optional<unsigned> TomlFields::whole_number(std::string_view key, Presence presence,
                                                  const Range& range) {
   const toml::node* const node = find(key, presence, range.what);
@@ -111,12 +131,16 @@ unsigned TomlFields::line(std::string_view key) const {
   return line_of(node ? *node : table_);
 }
 
-void TomlFields::refuse_other_keys() {
+void TomlFields::refuse_other_keys(const std::vector<Misplaced>& misplaced) {
   std::vector<std::string_view> keys = known_keys_;
   std::sort(keys.begin(), keys.end());
   for (const auto& [key, node] : table_) {
     if (std::find(known_keys_.begin(), known_keys_.end(), key.str()) != known_keys_.end()) continue;
-    mistake(key.source().begin.line, "unknown key " + in_quotes(key.str()) + " in " + where_ +
-                                         expected_one_of(key.str(), keys));
+    const auto hint = std::find_if(misplaced.begin(), misplaced.end(),
+                                   [&, word = key.str()](auto& row) { return row.key == word; });
+    mistake(key.source().begin.line,
+            "unknown key " + in_quotes(key.str()) + " in " + where_ +
+                (hint == misplaced.end() ? expected_one_of(key.str(), keys)
+                                         : std::string(", expected it ") + hint->place));
   }
 }

@@ -1,4 +1,4 @@
-// Typed reading of TOML tables that collects every mistake with its line.
+// Typed reading of TOML tables that collects every mistake and every warning with its line.
 #ifndef MONITOR_TOML_FIELDS_H
 #define MONITOR_TOML_FIELDS_H
 
@@ -11,14 +11,21 @@
 #include <vector>
 
 #include "text/mistake.h"
+#include "text/quantity.h"
 
 unsigned line_of(const toml::node& node);
 
 // "an integer", for messages.
 std::string type_of(const toml::node& node);
 
+// A key that stands in the wrong table, and where it belongs: "in [[instance]]".
+struct Misplaced {
+  std::string_view key;
+  const char* place;
+};
+
 // One table of the file. Each reader adds a mistake and gives nothing when the key is missing but
-// required, or holds another type. The table and the mistakes must outlive this.
+// required, or holds another type. The table and the findings must outlive this.
 class TomlFields {
  public:
   enum class Presence { kRequired, kOptional };
@@ -30,18 +37,21 @@ class TomlFields {
   };
 
   // `where` names the table in messages: "[[instance]]".
-  TomlFields(const toml::table& table, std::string where, Mistakes& mistakes)
-      : table_(table), where_(std::move(where)), mistakes_(mistakes) {}
+  TomlFields(const toml::table& table, std::string where, Findings& findings)
+      : table_(table), where_(std::move(where)), findings_(findings) {}
 
   std::optional<std::string> text(std::string_view key, Presence presence);  // without any NUL
   std::optional<double> number(std::string_view key, Presence presence, const Range& range);
+  // A number in the kind's own unit, or text with one of its units. A range is in the kind's unit.
+  std::optional<double> quantity(std::string_view key, Presence presence, const QuantityKind& kind,
+                                 double least, double most);
   std::optional<unsigned> whole_number(std::string_view key, Presence presence, const Range& range);
   const toml::array* array(std::string_view key, const char* expected);
   const toml::table* table(std::string_view key, const char* expected);
 
-  // A table within this one, its mistakes with this one's.
+  // A table within this one, its findings with this one's.
   TomlFields within(const toml::table& table, std::string where) const {
-    return {table, std::move(where), mistakes_};
+    return {table, std::move(where), findings_};
   }
 
   // The line of the key's value; of the table if there is no such key.
@@ -49,12 +59,18 @@ class TomlFields {
 
   bool has(std::string_view key) const { return table_.contains(key); }
 
-  // Adds a mistake for each key that none of the readers above was asked for.
-  void refuse_other_keys();
+  // Adds a mistake for each key that none of the readers above was asked for, with a hint for those
+  // that stand in the wrong table.
+  void refuse_other_keys(const std::vector<Misplaced>& misplaced = {});
 
-  // Of this table and all others whose mistakes go to the same place.
-  size_t mistake_count() const { return mistakes_.size(); }
-  void mistake(unsigned line, std::string text) { mistakes_.push_back({line, std::move(text)}); }
+  // Of this table and all others whose findings go to the same place.
+  size_t mistake_count() const { return findings_.mistakes.size(); }
+  void mistake(unsigned line, std::string text) {
+    findings_.mistakes.push_back({line, std::move(text)});
+  }
+  void warning(unsigned line, std::string text) {
+    findings_.warnings.push_back({line, std::move(text)});
+  }
 
  private:
   const toml::node* find(std::string_view key, Presence presence, const char* expected);
@@ -63,7 +79,7 @@ class TomlFields {
 
   const toml::table& table_;
   std::string where_;
-  Mistakes& mistakes_;
+  Findings& findings_;
   std::vector<std::string_view> known_keys_;
 };
 

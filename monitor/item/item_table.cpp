@@ -8,6 +8,7 @@ namespace {
 
 using Name = ParamRow::Name;
 using Presence = ParamRow::Presence;
+using Value = ParamRow::Value;
 using Lookup = ParamList::Lookup;
 using Further = ParamList::Further;
 
@@ -16,43 +17,52 @@ constexpr ParamList list(const ParamRow (&rows)[N], Lookup lookup, Further furth
   return {rows, N, lookup, further};
 }
 
-constexpr ParamRow one_free(const char* name, const char* meaning) {
-  return {name, Name::kFree, Presence::kRequired, meaning};
+constexpr ParamRow one_free(const char* name, Value value, const char* meaning) {
+  return {name, Name::kFree, Presence::kRequired, value, meaning};
 }
 
-constexpr ParamRow required(const char* name, const char* meaning) {
-  return {name, Name::kFixed, Presence::kRequired, meaning};
+constexpr ParamRow required(const char* name, Value value, const char* meaning) {
+  return {name, Name::kFixed, Presence::kRequired, value, meaning};
 }
 
-constexpr ParamRow optional(const char* name, const char* meaning) {
-  return {name, Name::kFixed, Presence::kOptional, meaning};
+constexpr ParamRow optional(const char* name, Value value, const char* meaning) {
+  return {name, Name::kFixed, Presence::kOptional, value, meaning};
 }
 
-constexpr ParamRow kExactRows[] = {one_free("ProcessName", "the whole command line, exactly")};
-constexpr ParamRow kPrefixRows[] = {one_free("ProcessName", "the beginning of the command line")};
-constexpr ParamRow kPatternRows[] = {
-    one_free("ProcessName", "pattern for the command line: * any text, ? any character")};
+constexpr ParamRow kExactRows[] = {
+    one_free("ProcessName", Value::kExact, "the whole command line, exactly")};
+constexpr ParamRow kPrefixRows[] = {
+    one_free("ProcessName", Value::kPrefix, "the beginning of the command line")};
+constexpr char kPatternMeaning[] = "pattern for the command line: * any text, ? any character";
+constexpr ParamRow kPatternRows[] = {one_free("ProcessName", Value::kPattern, kPatternMeaning)};
 constexpr ParamRow kPatternPeriodRows[] = {
-    required("ProcessName", "pattern for the command line: * any text, ? any character"),
-    required("Period", "whole seconds to measure over, 1 to 240")};
+    required("ProcessName", Value::kPattern, kPatternMeaning),
+    required("Period", Value::kSeconds, "whole seconds to measure over, 1 to 240")};
 constexpr ParamRow kPreCmdRows[] = {
-    required("ProcessName", "the whole command line, exactly"),
-    required("PreCmd", "shell command that runs first, on every call"),
-    required("RetKeyWords", "what its output must begin with for the process to be looked for")};
-constexpr ParamRow kDirectoryRows[] = {one_free("Directory", "a directory of the file system")};
+    required("ProcessName", Value::kExact, "the whole command line, exactly"),
+    required("PreCmd", Value::kCommand, "shell command that runs first, on every call"),
+    required("RetKeyWords", Value::kKeyWords,
+             "what its output must begin with for the process to be looked for")};
+constexpr ParamRow kDirectoryRows[] = {
+    one_free("Directory", Value::kDirectory, "a directory of the file system")};
 constexpr ParamRow kHeartBeatRows[] = {
-    required("ProcessName", "name of the supervised process, exactly"),
-    required("ProcessMoudleId", "its module id, decimal: the entry of the heartbeat table")};
+    required("ProcessName", Value::kShortName, "name of the supervised process, exactly"),
+    required("ProcessMoudleId", Value::kModule,
+             "its module id, decimal: the entry of the heartbeat table")};
+// What these have to be depends on the error code.
 constexpr ParamRow kReportRows[] = {
-    required("ErrCode", "0xF0000203 CPU high, 0xF0000204 memory high, 0xF000020F heartbeat lost"),
-    required("ProcessMoudleId", "module id that the report concerns"),
-    optional("ResId", "resource id; the first two codes need it"),
-    optional("ProcessName", "process whose heartbeat was lost; the third code needs it"),
-    optional("UserData", "flow id that the process left"),
-    optional("RecoverCmd", "never part of the report")};
-constexpr ParamRow kErrorRows[] = {required("ErrCode", "the error's code, decimal or after 0x")};
+    required("ErrCode", Value::kAny,
+             "0xF0000203 CPU high, 0xF0000204 memory high, 0xF000020F heartbeat lost"),
+    required("ProcessMoudleId", Value::kAny, "module id that the report concerns"),
+    optional("ResId", Value::kAny, "resource id; the first two codes need it"),
+    optional("ProcessName", Value::kAny,
+             "process whose heartbeat was lost; the third code needs it"),
+    optional("UserData", Value::kAny, "flow id that the process left"),
+    optional("RecoverCmd", Value::kAny, "never part of the report")};
+constexpr ParamRow kErrorRows[] = {
+    required("ErrCode", Value::kAny, "the error's code, decimal or after 0x")};
 constexpr ParamRow kTargetRows[] = {
-    optional("UserData", "decimal id to signal; without it app_data is looked up")};
+    optional("UserData", Value::kThread, "decimal id to signal; without it app_data is looked up")};
 
 constexpr ParamList kNothing{nullptr, 0, Lookup::kByPosition, Further::kRefused};
 constexpr ParamList kExact = list(kExactRows, Lookup::kByPosition, Further::kRefused);

@@ -19,10 +19,25 @@ enum class Reports { kValue, kValueAndPid, kValueAndThread, kValueAndFlowId };
 struct ParamRow {
   enum class Name { kFree, kFixed };
   enum class Presence { kRequired, kOptional };
+  // What the value has to be, so that the item can do something with it.
+  enum class Value {
+    kAny,
+    kExact,    // a command line
+    kPrefix,   // its beginning
+    kPattern,  // for command lines
+    kShortName,
+    kModule,
+    kDirectory,
+    kSeconds,
+    kCommand,
+    kKeyWords,
+    kThread,
+  };
 
   const char* name;  // where the name is free: the one to use by habit
   Name naming;
   Presence presence;
+  Value value;
   const char* meaning;
 };
 

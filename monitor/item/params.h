@@ -17,7 +17,8 @@ struct Param {
 // What is wrong with a list of parameters; without an index no single one is to blame.
 struct ParamMistake {
   std::optional<size_t> index;
-  std::string text;  // what was found, what was expected
+  std::string text;         // what was found, what was expected
+  bool is_warning = false;  // it works, but hardly as it was meant
 };
 
 // What is wrong with one parameter's "name" or "value".

@@ -4,6 +4,9 @@
 
 #include <string>
 
+// How long the plug-in waits for the answer.
+constexpr double kRecoverySeconds = 30.0;
+
 struct Recovery {
   enum class Redundancy { kDeny, kAllow, kCommand };
 

@@ -1,9 +1,11 @@
 #include "item/value_check.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 
 #include "kelv_string.h"
+#include "text/number_text.h"
 #include "text/wording.h"
 
 namespace {
@@ -31,32 +33,41 @@ std::optional<size_t> place_of(const std::vector<Param>& params, std::string_vie
   return static_cast<size_t>(found - params.begin());
 }
 
-// How the item reads a number.
+// How a number is written, and from where to where it goes.
 enum class Digits { kDecimal, kDecimalOrHexadecimal };
+struct NumberForm {
+  Digits digits;
+  uint64_t least;
+  uint64_t most;
+};
 
-bool is_number(const std::string& text, Digits digits) {
-  const bool hexadecimal = digits == Digits::kDecimalOrHexadecimal &&
+bool is_number(const std::string& text, const NumberForm& form) {
+  const bool hexadecimal = form.digits == Digits::kDecimalOrHexadecimal &&
                            (text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0);
-  const std::string number = hexadecimal ? text.substr(2) : text;
+  const std::string digits = hexadecimal ? text.substr(2) : text;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
-  return !number.empty() && number.find_first_not_of(allowed) == std::string::npos;
+  if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) return false;
+  const uint64_t number = kelv_str_tou64(text.c_str());
+  return number >= form.least && number <= form.most;
 }
 
-// The number that the value will be; nothing, with a mistake, if it is none up to `most`. Nothing
-// either if there is no such parameter, or one that has a placeholder.
-std::optional<uint64_t> literal_number(const std::vector<Param>& params, const char* name,
-                                       Digits digits, uint64_t most, Mistakes& mistakes) {
+std::string described(const NumberForm& form) {
+  return "a whole number from " + std::to_string(form.least) + " to " + std::to_string(form.most) +
+         (form.digits == Digits::kDecimal ? ", decimal" : ", decimal or after 0x");
+}
+
+// The number that a value of a report will be; nothing, with a mistake, if it is none up to `most`.
+// Nothing either if there is no such parameter, or one that has a placeholder.
+std::optional<uint64_t> report_number(const std::vector<Param>& params, const char* name,
+                                      uint64_t most, Mistakes& mistakes) {
+  const NumberForm form{Digits::kDecimalOrHexadecimal, 0, most};
   const std::optional<size_t> place = place_of(params, name);
   if (!place) return std::nullopt;
   const std::string& value = params[*place].value;
   if (value.find('{') != std::string::npos) return std::nullopt;
-  if (is_number(value, digits) && kelv_str_tou64(value.c_str()) <= most) {
-    return kelv_str_tou64(value.c_str());
-  }
+  if (is_number(value, form)) return kelv_str_tou64(value.c_str());
   mistakes.push_back(
-      {place, std::string(name) + " is " + in_quotes(value) + ", expected a number from 0 to " +
-                  std::to_string(most) +
-                  (digits == Digits::kDecimal ? ", decimal" : ", decimal or after 0x")});
+      {place, std::string(name) + " is " + in_quotes(value) + ", expected " + described(form)});
   return std::nullopt;
 }
 
@@ -76,6 +87,123 @@ void check_code(const std::vector<Param>& params, uint64_t code, Mistakes& mista
                                  joined(known)});
 }
 
+void check_report(const ItemRow& item, const std::vector<Param>& params, Mistakes& mistakes) {
+  const std::optional<uint64_t> code = report_number(params, "ErrCode", kMostCode, mistakes);
+  if (std::string_view(item.name) == "SendErrRptExtend") return;
+  if (code) check_code(params, *code, mistakes);
+  report_number(params, "ProcessMoudleId", kMostModule, mistakes);
+}
+
+// What is wrong with one value; nothing if it is as it should be.
+struct Fault {
+  std::string text;  // "is empty, expected ..."
+  bool is_warning = false;
+};
+using Check = std::optional<Fault> (*)(const std::string& value);
+
+std::optional<Fault> check_number(const std::string& value, uint64_t least, uint64_t most) {
+  if (is_number(value, {Digits::kDecimal, least, most})) return std::nullopt;
+  return Fault{"is " + in_quotes(value) + ", expected " +
+               described({Digits::kDecimal, least, most})};
+}
+
+// Only the first line of a command line is compared, its line break included.
+std::optional<Fault> check_line_break(const std::string& value, const char* may_follow) {
+  const size_t at = value.find('\n');
+  if (at == std::string::npos) return std::nullopt;
+  const bool is_last = value.find_first_not_of(may_follow, at + 1) == std::string::npos;
+  return Fault{is_last ? "ends in a line break, expected none: hardly any command line has one"
+                       : "goes on behind a line break, expected one line: no command line matches",
+               is_last};
+}
+
+std::optional<Fault> check_literal(const std::string& value) {
+  if (value.find('*') != std::string::npos) {
+    return Fault{
+        "has a *, which stands for itself here, expected an item whose name has FuzzyMatch", true};
+  }
+  return check_line_break(value, "");
+}
+
+std::optional<Fault> check_exact(const std::string& value) {
+  if (value.empty()) return Fault{"is empty, expected a command line: no process has an empty one"};
+  return check_literal(value);
+}
+
+std::optional<Fault> check_prefix(const std::string& value) {
+  if (value.empty()) return Fault{"is empty, which every command line begins with", true};
+  return check_literal(value);
+}
+
+std::optional<Fault> check_pattern(const std::string& value) {
+  if (value.empty()) return Fault{"is empty, expected a pattern: nothing matches an empty one"};
+  return check_line_break(value, "*");
+}
+
+// The item finds the name in the process's status file: up to the first blank, and with a backslash
+// written as two characters.
+std::optional<Fault> check_short_name(const std::string& value) {
+  constexpr size_t kLongest = 15;
+  const size_t written_as = value.find('\\') == std::string::npos ? 1 : 2;
+  if (value.empty()) return Fault{"is empty, expected the short name of a process"};
+  const size_t blank = value.find_first_of(" \t\n\v\f\r");
+  if (blank != std::string::npos) {
+    return Fault{"is " + in_quotes(value) + ", expected no blank: names are compared up to their " +
+                 "first one, as " + in_quotes(value.substr(0, blank))};
+  }
+  if (value.size() <= kLongest * written_as) return std::nullopt;
+  return Fault{"has " + std::to_string(value.size()) +
+               " bytes, expected at most 15, at which the " +
+               "kernel cuts it: " + in_quotes(value.substr(0, kLongest))};
+}
+
+std::optional<Fault> check_module(const std::string& value) {
+  return check_number(value, 0, kMostModule - 1);
+}
+
+std::optional<Fault> check_directory(const std::string& value) {
+  if (value.empty()) return Fault{"is empty, expected a directory"};
+  return std::nullopt;
+}
+
+std::optional<Fault> check_seconds(const std::string& value) {
+  return check_number(value, 1, 240);
+}
+
+std::optional<Fault> check_command(const std::string& value) {
+  if (value.empty())
+    return Fault{"is empty, expected a shell command: nothing prints nothing", true};
+  return std::nullopt;
+}
+
+std::optional<Fault> check_key_words(const std::string& value) {
+  constexpr size_t kMostCompared = 31;
+  if (value.size() <= kMostCompared) return std::nullopt;
+  return Fault{"has " + std::to_string(value.size()) + " bytes, expected at most " +
+               std::to_string(kMostCompared) + ", which is all that the item reads"};
+}
+
+std::optional<Fault> check_thread(const std::string& value) {
+  return check_number(value, 1, INT_MAX);
+}
+
+constexpr struct {
+  ParamRow::Value kind;
+  Check check;
+} kChecks[] = {
+    {ParamRow::Value::kExact, check_exact},        {ParamRow::Value::kPrefix, check_prefix},
+    {ParamRow::Value::kPattern, check_pattern},    {ParamRow::Value::kShortName, check_short_name},
+    {ParamRow::Value::kModule, check_module},      {ParamRow::Value::kDirectory, check_directory},
+    {ParamRow::Value::kSeconds, check_seconds},    {ParamRow::Value::kCommand, check_command},
+    {ParamRow::Value::kKeyWords, check_key_words}, {ParamRow::Value::kThread, check_thread}};
+
+std::optional<Fault> check_value(ParamRow::Value kind, const std::string& value) {
+  for (const auto& row : kChecks) {
+    if (row.kind == kind) return row.check(value);
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 bool sends_report(const ItemRow& item) {
@@ -83,18 +211,30 @@ bool sends_report(const ItemRow& item) {
   return name == "SendErrRpt" || name == "SendErrRptExtend";
 }
 
-std::vector<ParamMistake> check_values(const ItemRow& item, const std::vector<Param>& params) {
-  constexpr char kModule[] = "ProcessMoudleId";
+bool asks_for_recovery(const ItemRow& item) {
   const std::string_view name = item.name;
+  return name == "CheckProcessStatusIsDForAppData" || name == "RebootAppData";
+}
+
+std::vector<ParamMistake> check_values(const ItemRow& item, const std::vector<Param>& params) {
+  const bool by_position = item.params->lookup == ParamList::Lookup::kByPosition;
   Mistakes mistakes;
-  if (name == "ProcessHeartBeat") {
-    literal_number(params, kModule, Digits::kDecimal, kMostModule - 1, mistakes);
+  for (size_t i = 0; i < item.params->count; ++i) {
+    const ParamRow& row = item.params->rows[i];
+    const std::optional<size_t> place = by_position ? i : place_of(params, row.name);
+    if (!place || *place >= params.size()) continue;
+    const std::optional<Fault> fault = check_value(row.value, params[*place].value);
+    if (!fault) continue;
+    mistakes.push_back({place, params[*place].name + ' ' + fault->text, fault->is_warning});
   }
-  if (!sends_report(item)) return mistakes;
-  const std::optional<uint64_t> code =
-      literal_number(params, "ErrCode", Digits::kDecimalOrHexadecimal, kMostCode, mistakes);
-  if (name == "SendErrRptExtend") return mistakes;
-  if (code) check_code(params, *code, mistakes);
-  literal_number(params, kModule, Digits::kDecimalOrHexadecimal, kMostModule, mistakes);
+  if (sends_report(item)) check_report(item, params, mistakes);
   return mistakes;
+}
+
+std::optional<std::string> check_period(const ItemRow& item, const std::vector<Param>& params,
+                                        double seconds) {
+  const double interval = interval_seconds(item, params);
+  if (seconds > interval) return std::nullopt;
+  return "is " + number_text(seconds) + ", expected more than the " + number_text(interval) +
+         " s for which each call of " + item.name + " measures";
 }

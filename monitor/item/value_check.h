@@ -9,9 +9,18 @@
 // True if the item sends an error report.
 bool sends_report(const ItemRow& item);
 
-// What would make the item refuse its parameters, or take them for others than they seem to be: an
-// error code that it does not know, a module id that is no number of 16 bits. A value with a
-// placeholder is known only when it is sent, and passes.
+// True if the item asks whether the data plane may be recovered.
+bool asks_for_recovery(const ItemRow& item);
+
+// What would make the item refuse its parameters, take them for others than they seem to be, or
+// measure nothing without a word: an error code that it does not know, a module id that is no
+// number of 16 bits, a name that no process can have. In a report, a value with a placeholder is
+// known only when it is sent, and passes.
 std::vector<ParamMistake> check_values(const ItemRow& item, const std::vector<Param>& params);
+
+// A warning if the item is called more often than its calls can follow each other: `seconds` is the
+// time from call to call.
+std::optional<std::string> check_period(const ItemRow& item, const std::vector<Param>& params,
+                                        double seconds);
 
 #endif

@@ -12,7 +12,19 @@ struct Mistake {
 
 using Mistakes = std::vector<Mistake>;
 
+// All that was found: a warning is of what works, but hardly as it was meant.
+struct Findings {
+  Mistakes mistakes;
+  Mistakes warnings;
+};
+
+void sort_by_line(Mistakes& mistakes);
+
 // "FILE:LINE: text", or "FILE: text" where no line is to blame.
 std::string mistake_text(const std::string& path, const Mistake& mistake);
+
+// A line for each finding in the order of the file: mistakes as above, warnings as
+// "FILE:LINE: warning: text".
+std::vector<std::string> findings_text(const std::string& path, const Findings& findings);
 
 #endif

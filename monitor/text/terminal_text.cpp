@@ -70,6 +70,15 @@ std::string printable(const std::string& text) {
   return fit;
 }
 
+size_t first_malformed(const std::string& text) {
+  for (std::string_view rest = text; !rest.empty();) {
+    const size_t length = character_length(rest);
+    if (length == 0) return text.size() - rest.size();
+    rest.remove_prefix(length);
+  }
+  return std::string::npos;
+}
+
 size_t width_of(const std::string& text) {
   return static_cast<size_t>(std::count_if(text.begin(), text.end(), begins_character));
 }

@@ -10,6 +10,9 @@
 // command to it. Control characters and bytes that are no UTF-8 become "?", one each.
 std::string printable(const std::string& text);
 
+// Where the first byte stands that is no UTF-8; npos if there is none.
+size_t first_malformed(const std::string& text);
+
 // Columns on a terminal that UTF-8 text takes, wide characters aside.
 size_t width_of(const std::string& text);
 

@@ -1,0 +1,211 @@
+#include "config/toml_error.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "text/terminal_text.h"
+#include "text/wording.h"
+
+namespace {
+
+constexpr char kBlanks[] = " \t\r";
+
+// The place at which the parser gave up.
+struct Place {
+  unsigned line_number;
+  std::string line;  // without blanks around it
+  std::string rest;  // of the line, from that place on
+  std::string word;  // around that place
+};
+
+std::string trimmed(const std::string& text) {
+  const size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string::npos) return "";
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+// Counted from 1; empty behind the end.
+std::string nth_line(const std::string& text, unsigned number) {
+  size_t begin = 0;
+  for (unsigned i = 1; i < number && begin != std::string::npos; ++i) {
+    begin = text.find('\n', begin);
+    if (begin != std::string::npos) ++begin;
+  }
+  if (begin == std::string::npos) return "";
+  return text.substr(begin, std::min(text.find('\n', begin), text.size()) - begin);
+}
+
+unsigned line_at(const std::string& text, size_t offset) {
+  const auto end = text.begin() + static_cast<std::ptrdiff_t>(offset);
+  return static_cast<unsigned>(std::count(text.begin(), end, '\n')) + 1;
+}
+
+std::string word_around(const std::string& line, size_t offset) {
+  constexpr char kDelimiters[] = " \t\r=,[]{}#";
+  const size_t before =
+      offset == 0 ? std::string::npos : line.find_last_of(kDelimiters, offset - 1);
+  const size_t begin = before == std::string::npos ? 0 : before + 1;
+  return line.substr(begin, std::min(line.find_first_of(kDelimiters, offset), line.size()) - begin);
+}
+
+// Enough to find it by.
+std::string shortened(const std::string& text) {
+  constexpr size_t kMostColumns = 60;
+  return width_of(text) <= kMostColumns ? text : cut(text, kMostColumns) + "...";
+}
+
+Place find_place(const std::string& text, const toml::source_position& position) {
+  const std::string line = nth_line(text, position.line);
+  const size_t offset = cut(line, std::max(position.column, 1U) - 1).size();
+  return {position.line, shortened(trimmed(line)), shortened(trimmed(line.substr(offset))),
+          shortened(word_around(line, offset))};
+}
+
+// "[[instance]]" and no more.
+bool is_header(const std::string& line) {
+  const size_t begin = line.find_first_not_of('['), end = line.find_last_not_of(']');
+  return begin != 0 && begin != std::string::npos && end + 1 < line.size() &&
+         line.find_first_of(" ,'\"") == std::string::npos;
+}
+
+std::string unquoted(const Place& place) {
+  const std::string& word = place.word;
+  if (is_header(place.line)) {  // which an array that is still open makes its next element
+    return "found " + place.line + " within [ ], expected the closing ] before it";
+  }
+  if (word.compare(0, 2, "\u201c", 2) == 0) {  // a word processor's quotes begin with these bytes
+    return "found " + word + " in curly quotes, expected straight ones (\")";
+  }
+  return "found " + word + " without quotes, expected text in quotes (" + in_quotes(word) +
+         "), a number, true or false";
+}
+
+// "[[instance" -> "]]"
+std::string closing_of(const std::string& header) {
+  return header.compare(0, 2, "[[") == 0 ? "]]" : "]";
+}
+
+// What the parser says, in whole or in part, and what that means. Of several rows that fit, the
+// first is the one.
+struct Row {
+  std::string_view part;
+  std::string (*meaning)(const Place&);
+};
+
+const Row kRows[] = {
+    {"string: encountered end-of-file",
+     [](const Place&) -> std::string {
+       return "text in quotes that do not close, expected the closing quotes";
+     }},
+    {"control characters",
+     [](const Place& place) -> std::string {
+       return place.rest.empty()
+                  ? "text in quotes that do not close in this line, expected the "
+                    "closing quote"
+                  : "a control character in a text, expected an escape such as \\t or "
+                    "\\u001b in double quotes";
+     }},
+    {"unknown escape sequence",
+     [](const Place&) -> std::string {
+       return "a backslash in double quotes that begins no escape, expected \\\\, or the text in "
+              "single quotes";
+     }},
+    {"encountered end-of-file",
+     [](const Place&) -> std::string {
+       return "the file ends within [ ] or { }, expected the closing bracket";
+     }},
+    {"dangling comma",
+     [](const Place&) -> std::string {
+       return "a comma before the closing }, expected none there";
+     }},
+    {"table header: expected ']'",
+     [](const Place& place) {
+       return "the table header " + place.line + " does not close, expected " +
+              closing_of(place.line) + " behind the name";
+     }},
+    {"array: expected comma",
+     [](const Place& place) {
+       return "found " + place.rest + " within [ ], expected a comma or the closing ]";
+     }},
+    {"inline table: expected key or closing",
+     [](const Place& place) {
+       return place.rest.empty()
+                  ? std::string("the line ends within { }, expected the closing } in the same line")
+                  : "found " + place.rest + " within { }, expected a key or the closing }";
+     }},
+    {"inline table: expected comma",
+     [](const Place& place) {
+       return "found " + place.rest + " within { }, expected a comma or the closing }";
+     }},
+    {"as array-of-tables",
+     [](const Place& place) {
+       return "found " + place.line + " behind a table within it, expected " + place.line +
+              " before that";
+     }},
+    {"cannot redefine",
+     [](const Place& place) {
+       return "found " + place.line + " though it has a value already, expected each name once";
+     }},
+    {"expected '='",
+     [](const Place& place) {
+       return "no = behind the key in " + place.line + ", expected KEY = VALUE";
+     }},
+    {"expected value,",
+     [](const Place&) -> std::string {
+       return "no value behind the =, expected one in this line";
+     }},
+    {"comment or whitespace",
+     [](const Place& place) {
+       return "found " + place.rest +
+              ", expected the end of the line (text is put in quotes, a comment begins with #)";
+     }},
+    {"while parsing root table",
+     [](const Place& place) {
+       return "found " + place.line +
+              ", expected KEY = VALUE, a table header in [ ] or a comment that begins with #";
+     }},
+    {"leading zeroes",
+     [](const Place& place) {
+       return "found " + place.word + ", expected a number without leading zeros";
+     }},
+    {"not representable",
+     [](const Place& place) { return "found " + place.word + ", expected a smaller number"; }},
+    {"expected decimal digit",
+     [](const Place& place) {
+       return "found " + place.word + ", expected a digit on either side of the point";
+     }},
+    {"could not determine value type", unquoted},
+    {"while parsing boolean", unquoted},
+    {"while parsing floating-point", unquoted},
+    {"while parsing decimal integer", unquoted},
+};
+
+// Text that goes on to the end of the file begins at its last quotes of three, if those are what it
+// begins with; the parser only tells where it ends.
+unsigned line_of_open_quotes(const std::string& text, unsigned end_line) {
+  const size_t begin = std::max(text.rfind("\"\"\"") + 1, text.rfind("'''") + 1);
+  return begin == 0 ? end_line : line_at(text, begin - 1);
+}
+
+}  // namespace
+
+Mistake toml_mistake(const std::string& text, const toml::parse_error& error) {
+  const std::string begins = "invalid TOML: ";
+  const size_t malformed = first_malformed(text);
+  if (malformed != std::string::npos) {
+    return {line_at(text, malformed), begins + "a byte that is no UTF-8, expected text in UTF-8"};
+  }
+  const std::string_view said = error.description();
+  Place place = find_place(text, error.source().begin);
+  if (said.find("string: encountered end-of-file") != std::string::npos) {
+    place.line_number = line_of_open_quotes(text, place.line_number);
+  }
+  for (const Row& row : kRows) {
+    if (said.find(row.part) != std::string::npos) {
+      return {place.line_number, begins + row.meaning(place)};
+    }
+  }
+  constexpr std::string_view kTheirs = "Error while parsing ";
+  const bool is_theirs = said.compare(0, kTheirs.size(), kTheirs) == 0;
+  return {place.line_number, begins + std::string(said.substr(is_theirs ? kTheirs.size() : 0))};
+}

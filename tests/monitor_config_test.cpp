@@ -1,0 +1,259 @@
+// What check-config, run and once say of a configuration that cannot work, or hardly.
+#include <sys/stat.h>
+
+#include <regex>
+
+#include "monitor_fixture.h"
+
+namespace {
+
+class ConfigTest : public MonitorTest {
+ protected:
+  // What check-config says of the text, all of it on standard error but for the last line.
+  std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
+    configure(text);
+    return Monitor(folder_, "mirt-monitor check-config a.toml " + options).end(exit_code);
+  }
+};
+
+std::string heartbeat(const std::string& process) {
+  return instance("x", "ProcessHeartBeat",
+                  {{"ProcessName", process}, {"ProcessMoudleId", "60001"}});
+}
+
+std::string with_pre_command(const std::string& command, const std::string& words) {
+  return instance("x", "IsExistProcessPreCmd",
+                  {{"ProcessName", "p"}, {"PreCmd", command}, {"RetKeyWords", words}});
+}
+
+std::string measuring(const std::string& seconds, const std::string& period = "period = 1000\n") {
+  return instance("x", "GetProcessCoreCPUFuzzyMatchCfgPeriod",
+                  {{"ProcessName", "*p*"}, {"Period", seconds}}, period);
+}
+
+std::string named(const std::string& item, const std::string& name) {
+  return instance("x", item, {{"Any", name}});
+}
+
+TEST_F(ConfigTest, ValuesThatNoCallCanUseAreMistakes) {
+  const std::pair<std::string, std::string> rows[] = {
+      {heartbeat("supervised-process"),
+       "ProcessName has 18 bytes, expected at most 15, at which the "
+       "kernel cuts it: \"supervised-proc\""},
+      {heartbeat("super vised"),
+       "ProcessName is \"super vised\", expected no blank: names are "
+       "compared up to their first one, as \"super\""},
+      {heartbeat(""), "ProcessName is empty, expected the short name of a process"},
+      {measuring("abc"), "Period is \"abc\", expected a whole number from 1 to 240, decimal"},
+      {measuring("0"), "Period is \"0\", expected a whole number from 1 to 240, decimal"},
+      {measuring("241"), "Period is \"241\", expected a whole number from 1 to 240, decimal"},
+      {measuring("1.5"), "Period is \"1.5\", expected a whole number from 1 to 240, decimal"},
+      {with_pre_command("true", std::string(32, 'x')),
+       "RetKeyWords has 32 bytes, expected at most 31, which is all that the item reads"},
+      {named("IsExistProcess", ""),
+       "Any is empty, expected a command line: no process has an empty one"},
+      {named("GetProcessMemoryFuzzyMatch", ""),
+       "Any is empty, expected a pattern: nothing matches an empty one"},
+      {named("GetDiskUsage", ""), "Any is empty, expected a directory"},
+      {named("GetProcessMemoryFuzzyMatch", "a\n*b"),
+       "Any goes on behind a line break, expected one line: no command line matches"},
+      {instance("x", "RebootAppData", {{"UserData", "{pid}"}}),
+       "UserData is \"{pid}\", expected a whole number from 1 to 2147483647, decimal"}};
+  for (const auto& [text, expected] : rows) {
+    const std::string errors = check(text, 2);
+    EXPECT_TRUE(std::regex_match(errors, std::regex("a\\.toml:\\d+: [^\\n]*\\n"))) << errors;
+    EXPECT_NE(errors.find(": " + expected + '\n'), std::string::npos) << errors;
+  }
+}
+
+TEST_F(ConfigTest, ValuesAtTheirLimitsAreAccepted) {
+  const std::string rows[] = {
+      heartbeat("supervised-proc"),
+      heartbeat("with\\\\backslash1"),  // one byte as the kernel has it, two as it is shown
+      measuring("1"),
+      measuring("240"),
+      with_pre_command("true", std::string(31, 'x')),
+      with_pre_command("true", ""),
+      named("GetProcessMemoryFuzzyMatch", "*"),
+      named("IsExistProcess", "postgres: walwriter "),
+      instance("x", "RebootAppData", {{"UserData", "4711"}})};
+  for (const std::string& text : rows) EXPECT_EQ(check(text, 0, "--strict"), "") << text;
+}
+
+TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
+  const std::pair<std::string, std::string> rows[] = {
+      {named("GetProcessMemoryExtern", ""), "Any is empty, which every command line begins with"},
+      {named("GetProcessMemory", "*app*"),
+       "Any has a *, which stands for itself here, expected an item whose name has FuzzyMatch"},
+      {named("GetProcessMemory", "app\n"),
+       "Any ends in a line break, expected none: hardly any command line has one"},
+      {with_pre_command("", "x"),
+       "PreCmd is empty, expected a shell command: nothing prints nothing"},
+      {instance("x", "GetProcessCoreCPUExtern", {{"n", "p"}}, "period = '100 ms'\n"),
+       "period is 0.1, expected more than the 0.5 s for which each call of "
+       "GetProcessCoreCPUExtern measures"},
+      {measuring("7", "period = 7\n"),
+       "period is 7, expected more than the 7 s for which each call of "
+       "GetProcessCoreCPUFuzzyMatchCfgPeriod measures"},
+      {"[recovery]\nredundancy = 'command'\ncommand = 'true'\n" +
+           instance("x", "RebootAppData", {}, "period = 60\n"),
+       "deadline is 10, expected more than the 30 s that the command of [recovery] may take while "
+       "the item waits for it"}};
+  for (const auto& [text, expected] : rows) {
+    const std::string warning = check(text, 0);
+    EXPECT_TRUE(std::regex_match(warning, std::regex("a\\.toml:\\d+: warning: [^\\n]*\\n")));
+    EXPECT_NE(warning.find(": warning: " + expected + '\n'), std::string::npos) << warning;
+  }
+}
+
+TEST_F(ConfigTest, RunGoesOnAfterWarningsUnlessStrict) {
+  configure(instance("x", "GetProcessMemory", {{"n", "*"}}) + instance("y", "GetSysMemory"));
+  const std::string text =
+      "n has a *, which stands for itself here, expected an item whose name has "
+      "FuzzyMatch\n";
+  Monitor lenient(folder_, kRun + "--rounds 1");
+  EXPECT_EQ(lenient.records().size(), 2U);
+  EXPECT_EQ(lenient.end(0), "a.toml:6: warning: " + text);
+  Monitor strict(folder_, kRun + "--rounds 1 --strict");
+  EXPECT_EQ(strict.line(), std::nullopt);
+  EXPECT_EQ(strict.end(2), "a.toml:6: " + text);
+  Monitor checked(folder_, "mirt-monitor check-config a.toml");
+  EXPECT_EQ(checked.line(), "a.toml: 2 instances, no mistakes, 1 warning");
+  checked.end(0);
+}
+
+TEST_F(ConfigTest, OnceRefusesAndWarnsTheSame) {
+  Monitor refused(folder_, "mirt-monitor once ProcessHeartBeat supervised-process 60001");
+  EXPECT_EQ(refused.line(), std::nullopt);
+  EXPECT_NE(refused.end(2).find("ProcessName has 18 bytes, expected at most 15"),
+            std::string::npos);
+  Monitor warned(folder_, "mirt-monitor once IsExistProcess '*nobody*'");
+  EXPECT_NE(warned.line(), std::nullopt);
+  EXPECT_EQ(warned.end(0).find("mirt-monitor: warning: ProcessName has a *"), 0U);
+}
+
+TEST_F(ConfigTest, ConditionsHaveToBePossible) {
+  const std::string disk = named("GetDiskUsage", "/"), handles = named("GetProcessHandle", "p"),
+                    memory = named("GetProcessMemory", "p"), flag = named("IsExistProcess", "p"),
+                    cpu = instance("x", "GetSysCPU"), core = named("GetProcessCoreCPU", "p"),
+                    free = instance("x", "GetSysFreeMemory");
+  const struct {
+    std::string instance, condition;
+    const char* verdict;  // "never", "hardly ever", "always" or, where it is possible, nothing
+  } rows[] = {{cpu, "above = 1000", "never"},
+              {cpu, "above = 100", "never"},
+              {cpu, "above = 99.9", nullptr},
+              {cpu, "above = '99 %'", nullptr},
+              {cpu, "above = -1", "always"},
+              {cpu, "below = 0", "never"},
+              {cpu, "below = '-5 %'", "never"},
+              {cpu, "below = 101", "always"},
+              {cpu, "equals = 0", nullptr},
+              {cpu, "equals = 12.5", "hardly ever"},
+              {disk, "above = 100", nullptr},
+              {disk, "above = 101", "never"},
+              {disk, "equals = 12.5", "never"},
+              {handles, "above = 100", "hardly ever"},
+              {core, "above = 1e9", "hardly ever"},
+              {memory, "above = '2 TiB'", "never"},
+              {memory, "above = '2047 GiB'", nullptr},
+              {memory, "equals = '1536 KiB'", "never"},
+              {free, "below = '1.5 GiB'", nullptr},
+              {flag, "above = 0", nullptr},
+              {flag, "above = 1", "never"},
+              {flag, "below = 0", "never"},
+              {flag, "equals = 2", "never"},
+              {flag, "equals = 0", nullptr}};
+  for (const auto& row : rows) {
+    const std::string verdict = row.verdict ? row.verdict : "";
+    const std::string text = row.instance + "[instance.alarm]\n" + row.condition + '\n';
+    const std::string found = check(text, verdict == "never" ? 2 : 0);
+    EXPECT_EQ(found.empty(), verdict.empty()) << row.condition << '\n' << found;
+    const std::string expected = verdict.empty() ? "" : ", which " + verdict + " holds for ";
+    EXPECT_NE(found.find(expected), std::string::npos) << row.condition << '\n' << found;
+  }
+}
+
+TEST_F(ConfigTest, QuantitiesNeedAUnitOfTheirKind) {
+  EXPECT_EQ(
+      check("deadline = '5 min'\n" + instance("x", "GetSysMemory", {}, "period = '367 d'\n") +
+                "[instance.alarm]\nabove = '2 GiB'\n" +
+                instance("y", "IsExistProcess", {{"n", "p"}}, "period = '366 d'\n") +
+                "[instance.alarm]\nequals = '1 s'\n",
+            2),
+      R"(a.toml:1: deadline is "5 min", expected a number of seconds, or text with ms, s, m, h or d
+a.toml:5: period is "367 d", expected 0.001 to 31622400 seconds
+a.toml:8: above is "2 GiB", expected a number of percent, or text with %
+a.toml:16: equals is a string, expected a number
+)");
+}
+
+TEST_F(ConfigTest, SlipsInTomlAreSaidInItsWords) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"\nname = 'abc\nb = 1\n",
+       "2: invalid TOML: text in quotes that do not close in this line, expected the closing "
+       "quote"},
+      {"\nname = \"\"\"abc\n\n\n",
+       "2: invalid TOML: text in quotes that do not close, expected the closing quotes"},
+      {"item = GetSysCPU\n",
+       "1: invalid TOML: found GetSysCPU without quotes, expected text in "
+       "quotes (\"GetSysCPU\"), a number, true or false"},
+      {"period = 10s\n",
+       "1: invalid TOML: found 10s without quotes, expected text in quotes "
+       "(\"10s\"), a number, true or false"},
+      {"item = \u201cGetSysCPU\u201d\n",
+       "1: invalid TOML: found \u201cGetSysCPU\u201d in curly "
+       "quotes, expected straight ones (\")"},
+      {"period = 10 s\n",
+       "1: invalid TOML: found s, expected the end of the line (text is put in "
+       "quotes, a comment begins with #)"},
+      {"// a comment\n",
+       "1: invalid TOML: found // a comment, expected KEY = VALUE, a table header "
+       "in [ ] or a comment that begins with #"},
+      {"period: 10\n", "1: invalid TOML: no = behind the key in period: 10, expected KEY = VALUE"},
+      {"period =\n", "1: invalid TOML: no value behind the =, expected one in this line"},
+      {"a = [1,\n2\n[[instance]]\n",
+       "3: invalid TOML: found [[instance]] within [ ], expected a comma or the closing ]"},
+      {"a = [1,\n2,\n[[instance]]\n",
+       "3: invalid TOML: found [[instance]] within [ ], expected the closing ] before it"},
+      {"a = [{ b = 1,\nc = 2 }]\n",
+       "1: invalid TOML: the line ends within { }, expected the "
+       "closing } in the same line"},
+      {"a = [{ b = 1 c = 2 }]\n",
+       "1: invalid TOML: found c = 2 }] within { }, expected a comma or the closing }"},
+      {"a = 1\n\na = 2\n",
+       "3: invalid TOML: found a = 2 though it has a value already, expected "
+       "each name once"},
+      {"a = \"\\d\"\n",
+       "1: invalid TOML: a backslash in double quotes that begins no escape, "
+       "expected \\\\, or the text in single quotes"},
+      {"[instance.alarm]\nabove = 1\n[[instance]]\n",
+       "3: invalid TOML: found [[instance]] behind a table within it, expected [[instance]] before "
+       "that"},
+      {"\n\na = '\xff'\n", "3: invalid TOML: a byte that is no UTF-8, expected text in UTF-8"},
+      {"a = 1979-13-01\n",
+       "1: invalid TOML: date: expected month between 1 and 12 (inclusive), saw 13"},
+      {instance("x", "GetSysCPU") + "[alarm]\nabove = 1\n",
+       "7: unknown key \"alarm\" in the file, expected it as [instance.alarm] behind its "
+       "[[instance]]"}};
+  for (const auto& [text, expected] : rows) EXPECT_EQ(check(text, 2), "a.toml:" + expected + '\n');
+}
+
+TEST_F(ConfigTest, WhatMayNeverEndIsReadOnlyWhereItIsMeant) {
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  const std::string expected = ", expected a regular file, /dev/stdin or /dev/fd/N\n";
+  const std::string check = "mirt-monitor check-config ";
+  EXPECT_EQ(Monitor(folder_, check + "fifo").end(2), "fifo: is a named pipe" + expected);
+  EXPECT_EQ(Monitor(folder_, check + ".").end(2), ".: is a directory" + expected);
+  EXPECT_EQ(Monitor(folder_, check + "/dev/zero").end(2),
+            "/dev/zero: is a device or socket" + expected);
+  configure(instance("x", "GetSysCPU"));
+  for (const std::string path : {"/dev/stdin", "/dev/fd/0", "/proc/self/fd/0"}) {
+    // The writer is slower than the reader.
+    Monitor monitor(folder_, "sh -c '(sleep 0.2; cat a.toml) | " + check + path + "'");
+    EXPECT_EQ(monitor.line(), path + ": 1 instance, no mistakes");
+    monitor.end(0);
+  }
+}
+
+}  // namespace
