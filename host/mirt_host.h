@@ -7,6 +7,8 @@
 #ifndef MIRT_HOST_H
 #define MIRT_HOST_H
 
+#include <stddef.h>
+
 #include "mirt_comm.h"
 
 /* One name and value of a report. */
@@ -47,6 +49,12 @@ typedef int32_t (*mirt_host_request_handler_t)(const MIRT_COMM_INFO_S* info, con
 MIRT_EXTERN_C MIRT_API int32_t mirt_host_set_request_handler(uint16_t modulePid,
                                                              mirt_host_request_handler_t handler,
                                                              void* user);
+
+/* May this process map memory whose file belongs to this user? Who owns a file can cut it short at
+ * any time, and that kills whoever has it mapped: only root, the effective user of this process and
+ * the user "daemon" are trusted. MIRT_InitShareMem() asks this before it maps. 0, or -1 with the
+ * reason in why: "belongs to user alice (1000), expected root, daemon or user 1001". */
+MIRT_EXTERN_C MIRT_API int32_t mirt_host_check_owner(uint32_t owner, char* why, size_t whySize);
 
 /* What MIRT_CommGetLocalNid() gives; 0 until set. */
 MIRT_EXTERN_C MIRT_API void mirt_host_set_local_nid(uint16_t nid);

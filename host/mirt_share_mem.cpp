@@ -12,7 +12,7 @@
 #include <new>
 
 #include "kelv_log.h"
-#include "mirt_comm.h"
+#include "mirt_host.h"
 
 namespace {
 
@@ -98,8 +98,13 @@ bool is_all_zero(const void* memory, size_t size) {
 int32_t map_segment(const char* path, uint32_t size, void*& address, bool& created) {
   const Segment segment(path);
   if (segment.get() < 0) return refuse(path, "cannot be opened", errno);
-  if (!segment.lock(kSizing, F_WRLCK)) return refuse(path, "cannot be locked", errno);
   struct stat status {};
+  if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
+  char why[160];
+  // Before the lock, which a stranger could keep for ever.
+  if (mirt_host_check_owner(status.st_uid, why, sizeof why) != 0) return refuse(path, why, 0);
+  if (!segment.lock(kSizing, F_WRLCK)) return refuse(path, "cannot be locked", errno);
+  // Again, as whoever had the lock may have sized it.
   if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
   if (status.st_size == 0) {
     int error;
@@ -108,7 +113,6 @@ int32_t map_segment(const char* path, uint32_t size, void*& address, bool& creat
     } while (error == EINTR);
     if (error != 0) return refuse(path, "cannot be sized", error);
   } else if (status.st_size != static_cast<off_t>(size)) {
-    char why[96];
     snprintf(why, sizeof why, "has %lld bytes, expected %u", static_cast<long long>(status.st_size),
              size);
     return refuse(path, why, 0);

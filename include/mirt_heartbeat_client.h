@@ -12,11 +12,16 @@
 #ifndef MIRT_HEARTBEAT_CLIENT_H
 #define MIRT_HEARTBEAT_CLIENT_H
 
+#include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <unistd.h>
 
 #include "mirt_agent_heart.h"
+
+#ifndef SIG_BLOCK
+#error "POSIX is needed: compile with -std=gnu11, or define _POSIX_C_SOURCE as 200809L"
+#endif
 
 typedef struct mirt_heartbeat {
   MIRT_AGENT_HEART_INFO_S* entry; /* in shared memory, for the life of the process */
@@ -26,7 +31,11 @@ typedef struct mirt_heartbeat {
 /* Finds or claims the entry of the module and makes this process its owner: without a flow id, and
  * with a heartbeat that goes on from the last owner's, so that a restarted process is not taken for
  * one that stands still. 0, or -1 when there is no entry to be had: the log tells why, but for
- * module 65535, which is the mark of a free entry. */
+ * module 65535, which is the mark of a free entry.
+ *
+ * Waits while another process holds the lock file. The calling thread's signals are blocked for
+ * that time and delivered afterwards, as one of them would end the wait and let the attach go on
+ * without the lock; only SIGKILL ends a wait. */
 static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id);
 
 /* Shows that the process is alive. */
@@ -51,7 +60,9 @@ static inline void mirt_heartbeat_pause(mirt_heartbeat_t* heartbeat) {
   __atomic_store_n(&heartbeat->entry->heartbeat, MIRT_AGENT_HEART_PAUSED, __ATOMIC_RELEASE);
 }
 
-static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id) {
+/* mirt_heartbeat_attach() with all signals blocked. */
+static inline int mirt_heartbeat_attach_undisturbed(mirt_heartbeat_t* heartbeat,
+                                                    uint16_t module_id) {
   heartbeat->entry = module_id != MIRT_AGENT_HEART_FREE ? MIRT_AgentShmInit(module_id) : NULL;
   if (!heartbeat->entry) return -1;
   heartbeat->count = __atomic_load_n(&heartbeat->entry->heartbeat, __ATOMIC_ACQUIRE);
@@ -60,6 +71,16 @@ static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t mo
   /* Last: from here on the entry is judged. */
   __atomic_store_n(&heartbeat->entry->processid, (uint32_t)getpid(), __ATOMIC_RELEASE);
   return 0;
+}
+
+static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t module_id) {
+  sigset_t all, before;
+  int result;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &before);
+  result = mirt_heartbeat_attach_undisturbed(heartbeat, module_id);
+  pthread_sigmask(SIG_SETMASK, &before, NULL);
+  return result;
 }
 
 #endif

@@ -48,7 +48,17 @@ background; 1: no such process, another name, or not permitted; 2: wrong usage.)
 constexpr char kHeartbeatsFooter[] =
     R"(One line for each module that has an entry: its process id, the name of that process now, the
 heartbeat, whether it moved within a second, the flow id, and whether supervision is paused.
-Nothing is created or changed. Exit code 0: shown; 1: there is no table, or none that fits.)";
+Nothing is created or changed. Exit code 0: shown; 1: there is no table, none that fits, or one of a
+user who is neither root nor "daemon" nor the caller.
+"heartbeats prepare" makes the table beforehand, for the processes of a group.)";
+
+constexpr char kPrepareFooter[] =
+    R"(For root, best at each start of the machine and before anything else attaches. Makes
+/tmp/mirt_agent_lock and /dev/shm/MIRT_AGENT_HEARTBEAT, or takes over those of root and "daemon":
+owner root, mode 0660, so that the processes of the group can attach and nobody else can hold the
+lock. May be repeated, while processes beat as well.
+Exit code 0: both are ready; 1: something else is in the way, each on a line of its own, or the
+caller is not root; 2: wrong usage, or there is no such group.)";
 
 constexpr char kOnceFooter[] =
     R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
@@ -63,6 +73,7 @@ struct Arguments {
   OnceOptions once;
   bool heartbeats_json = false;
   CheckOptions check;
+  std::string prepared_group = "daemon";
   PsOptions ps;
   FindOptions find;
   KillOptions kill;
@@ -149,7 +160,10 @@ void add_strict_flag(CLI::App& command, bool& strict) {
 void set_action(CLI::App& command, Arguments& arguments, const char* footer,
                 int (*action)(const Arguments&)) {
   command.footer(footer);
-  command.callback([&arguments, action] { arguments.command = action; });
+  command.callback([&arguments, action] {
+    // The innermost command is the first to be called back.
+    if (arguments.command == nullptr) arguments.command = action;
+  });
 }
 
 void add_run(CLI::App& app, Arguments& arguments) {
@@ -195,6 +209,14 @@ void add_items(CLI::App& app, Arguments& arguments) {
 void add_heartbeats(CLI::App& app, Arguments& arguments) {
   CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
   add_json_flag(*heartbeats, arguments.heartbeats_json);
+  CLI::App* const prepare = heartbeats->add_subcommand(
+      "prepare", "Make lock file and table beforehand, with a group that may attach");
+  prepare->excludes(heartbeats->get_option("--json"));
+  add_text(*prepare, "--group", arguments.prepared_group, "The group, else that of \"daemon\"",
+           "NAME");
+  set_action(*prepare, arguments, kPrepareFooter, [](const Arguments& given) {
+    return command_heartbeats_prepare(given.prepared_group);
+  });
   set_action(*heartbeats, arguments, kHeartbeatsFooter,
              [](const Arguments& given) { return command_heartbeats(given.heartbeats_json); });
 }
@@ -270,13 +292,19 @@ std::vector<std::string> names_of_options(const CLI::App& command) {
 // The command that was asked for, the program itself if none was.
 const CLI::App& command_of(const CLI::App& app) {
   const std::vector<CLI::App*> commands = app.get_subcommands();
-  return commands.empty() ? app : *commands.front();
+  return commands.empty() ? app : command_of(*commands.front());
+}
+
+// The words behind the program's name that ask for the command, each with a blank before it.
+std::string words_of(const CLI::App& command) {
+  const CLI::App* const parent = command.get_parent();
+  return parent == nullptr ? "" : words_of(*parent) + " " + command.get_name();
 }
 
 // What is wrong. A word that nothing took comes first: often it is what something else now lacks.
 std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = command_of(app);
-  const std::vector<std::string_view> commands = names_of_commands(app);
+  const std::vector<std::string_view> commands = names_of_commands(command);
   const std::vector<std::string> extras = app.remaining(true), options = names_of_options(command);
   const bool has_command = &command != &app;
   if (extras.empty() && has_command) return error.what();
@@ -289,17 +317,16 @@ std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
     return "unknown option " + in_quotes(word) +
            expected_one_of(word, {options.begin(), options.end()});
   }
-  if (has_command) return "superfluous argument " + in_quotes(word);
+  if (commands.empty()) return "superfluous argument " + in_quotes(word);
   return "unknown command " + in_quotes(word) + expected_one_of(word, commands);
 }
 
 // The exit code for a command line that asks for help, or cannot be understood.
 int explain(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);
-  const CLI::App& command = command_of(app);
   complain(parse_mistake(app, error));
   std::fprintf(stderr, "Run \"mirt-monitor%s --help\" for more.\n",
-               &command == &app ? "" : (" " + command.get_name()).c_str());
+               words_of(command_of(app)).c_str());
   return kExitUsage;
 }
 

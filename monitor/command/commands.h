@@ -30,6 +30,9 @@ int command_items();
 // The heartbeat table, looked at twice, a second apart.
 int command_heartbeats(bool json);
 
+// Lock file and table, made or taken over for root and this group.
+int command_heartbeats_prepare(const std::string& group);
+
 struct CheckOptions {
   std::string config;
   bool strict = false;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "mirt_host.h"
 #include "proc/unique_fd.h"
 
 std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
@@ -21,6 +22,10 @@ std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
   }
   if (!S_ISREG(status.st_mode)) {
     error = "what stands in the heartbeat table's place is no file";
+    return std::nullopt;
+  }
+  if (char why[160]; mirt_host_check_owner(status.st_uid, why, sizeof why) != 0) {
+    error = std::string("the heartbeat table ") + why;
     return std::nullopt;
   }
   if (status.st_size != sizeof(MIRT_AGENT_HEART_INFO_SET_S)) {
@@ -51,12 +56,14 @@ MIRT_AGENT_HEART_INFO_SET_S HeartbeatTable::read() const {
   return copy;
 }
 
-std::string HeartbeatTable::fault(const MIRT_AGENT_HEART_INFO_SET_S& table) {
+bool HeartbeatTable::is_made(const MIRT_AGENT_HEART_INFO_SET_S& table) {
   static const MIRT_AGENT_HEART_INFO_SET_S kUntouched{};
-  if (mirt_agent_heart_is_unfinished(&table) != 0 ||
-      std::memcmp(&table, &kUntouched, sizeof table) == 0) {
-    return "the heartbeat table is not made yet";
-  }
+  return mirt_agent_heart_is_unfinished(&table) == 0 &&
+         std::memcmp(&table, &kUntouched, sizeof table) != 0;
+}
+
+std::string HeartbeatTable::fault(const MIRT_AGENT_HEART_INFO_SET_S& table) {
+  if (!is_made(table)) return "the heartbeat table is not made yet";
   for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
     if (table.array[i].pid <= MIRT_AGENT_HEART_FREE) continue;
     return "the heartbeat table is damaged: entry " + std::to_string(i) + " is of module " +
