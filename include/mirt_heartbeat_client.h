@@ -63,7 +63,8 @@ static inline void mirt_heartbeat_pause(mirt_heartbeat_t* heartbeat) {
 /* mirt_heartbeat_attach() with all signals blocked. */
 static inline int mirt_heartbeat_attach_undisturbed(mirt_heartbeat_t* heartbeat,
                                                     uint16_t module_id) {
-  heartbeat->entry = module_id != MIRT_AGENT_HEART_FREE ? MIRT_AgentShmInit(module_id) : NULL;
+  heartbeat->entry = NULL; /* NOLINT(modernize-use-nullptr): C has no other */
+  if (module_id != MIRT_AGENT_HEART_FREE) heartbeat->entry = MIRT_AgentShmInit(module_id);
   if (!heartbeat->entry) return -1;
   heartbeat->count = __atomic_load_n(&heartbeat->entry->heartbeat, __ATOMIC_ACQUIRE);
   mirt_heartbeat_clear_flow(heartbeat);
@@ -79,7 +80,7 @@ static inline int mirt_heartbeat_attach(mirt_heartbeat_t* heartbeat, uint16_t mo
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &before);
   result = mirt_heartbeat_attach_undisturbed(heartbeat, module_id);
-  pthread_sigmask(SIG_SETMASK, &before, NULL);
+  pthread_sigmask(SIG_SETMASK, &before, &all);
   return result;
 }
 

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -15,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -106,14 +108,17 @@ struct stat lock_file_status() {
 
 class HeartTable : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(shm_.mounted() && tmp_.mounted()) << strerror(errno); }
+  void SetUp() override {
+    SKIP_WITHOUT_MOUNTS();
+    ASSERT_TRUE(files_.mounted()) << strerror(errno);
+  }
   static void clear() {
     std::filesystem::remove(kSegment);
     std::filesystem::remove(MIRT_AGENT_LOCK_FILE);
   }
 
  private:
-  TmpfsMount shm_{"/dev/shm", "size=64k,mode=1777"}, tmp_{"/tmp", "size=64k,mode=1777"};
+  OwnHeartbeatFiles files_;
 };
 
 TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {
@@ -288,6 +293,46 @@ TEST_F(HeartTable, KilledBetweenAnyTwoStores) {
     write_file(kSegment, states[i]);
     expect_usable(states[i]);
   }
+}
+
+std::atomic<int> g_signals{0};
+
+// Attaches under handlers that let system calls be interrupted.
+void attach_with_handlers() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { ++g_signals; };
+  for (const int number : {SIGUSR1, SIGUSR2, SIGCHLD, SIGRTMIN})
+    sigaction(number, &action, nullptr);
+  sigset_t before{}, after{};
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  mirt_heartbeat_t heartbeat{};
+  EXPECT_EQ(mirt_heartbeat_attach(&heartbeat, 7), 0);
+  EXPECT_GE(g_signals, 4) << "they come when the attach is over";
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(memcmp(&before, &after, sizeof before), 0);
+}
+
+// Sleeps in the kernel, as one that waits for the lock; not merely about to go on.
+bool waits_for_lock(pid_t pid) {
+  const std::string waiter = "-> FLOCK  ADVISORY  WRITE " + std::to_string(pid) + " ";
+  return read_file("/proc/locks").find(waiter) != std::string::npos &&
+         read_file("/proc/" + std::to_string(pid) + "/stat").find(") S ") != std::string::npos;
+}
+
+TEST_F(HeartTable, SignalsDoNotLetAnAttachGoOnWithoutTheLock) {
+  const int lock = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const pid_t attaching = start(attach_with_handlers);
+  while (!waits_for_lock(attaching)) sched_yield();
+  for (int round = 0; round < 1000 && !HasFailure(); ++round) {
+    // A signal that is delivered wakes its process before kill() returns.
+    for (const int number : {SIGUSR1, SIGUSR2, SIGCHLD, SIGRTMIN}) kill(attaching, number);
+    EXPECT_TRUE(waits_for_lock(attaching)) << "after " << round << " rounds";
+  }
+  EXPECT_FALSE(std::filesystem::exists(kSegment));
+  EXPECT_EQ(flock(lock, LOCK_UN), 0);
+  close(lock);
+  EXPECT_TRUE(succeeded(attaching));
 }
 
 // One life of a supervised process, which judges itself.

@@ -1,7 +1,11 @@
 // The host library: reports, requests and shared memory.
 #include "mirt_host.h"
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -82,6 +86,7 @@ TEST(Host, ARequestIsAnsweredByTheModulesHandlerAndByNobodyElse) {
 }
 
 TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
+  SKIP_WITHOUT_MOUNTS();
   const TmpfsMount small("/dev/shm", "size=64k");
   ASSERT_TRUE(small.mounted()) << strerror(errno);
   // What its file holds before ("none": there is none, "link": the one of "new"), the size asked
@@ -113,6 +118,54 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
     EXPECT_TRUE(address == memory && !created);
     EXPECT_EQ(MIRT_InitShareMem(&address, name, size / 2, &created), -1);
   }
+}
+
+// Runs check as this user, in a process of its own.
+template <typename Check>
+void expect_as(uid_t user, Check check) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool is_user = setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0;
+    EXPECT_TRUE(is_user) << strerror(errno);
+    if (is_user) check();
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "as user " << user;
+}
+
+TEST(Host, SharedMemoryOfAStrangerIsRefusedAndSaysWhoseItIs) {
+  SKIP_WITHOUT_MOUNTS();
+  const TmpfsMount small("/dev/shm", "size=64k,mode=1777");
+  ASSERT_TRUE(small.mounted()) << strerror(errno);
+  constexpr uid_t kService = 54321, kStranger = 54322;
+  for (const uid_t owner : {uid_t{0}, getpwnam("daemon")->pw_uid, kService, kStranger}) {
+    const std::string path = "/dev/shm/" + std::to_string(owner);
+    std::ofstream(path) << "content";
+    std::filesystem::permissions(path, std::filesystem::perms(0666));
+    if (chown(path.c_str(), owner, 0) != 0) GTEST_SKIP() << "needs root, to be other users";
+  }
+  static std::string logged;
+  kelvlog_set_sink([](const KELV_LOG_RECORD_S* record) { logged = record->text; });
+  const auto outcome = [](const char* name) {
+    logged.clear();
+    void* memory = nullptr;
+    bool created = false;
+    return MIRT_InitShareMem(&memory, name, 7, &created) == 0 ? "mapped" : logged;
+  };
+  expect_as(0, [&outcome] {
+    for (const char* const trusted : {"0", "1"}) EXPECT_EQ(outcome(trusted), "mapped");
+    EXPECT_EQ(outcome("54322"),
+              "Shared memory '/54322': belongs to user 54322, expected root or daemon.");
+  });
+  expect_as(kService, [&outcome] {
+    for (const char* const trusted : {"0", "1", "54321"}) EXPECT_EQ(outcome(trusted), "mapped");
+    EXPECT_EQ(
+        outcome("54322"),
+        "Shared memory '/54322': belongs to user 54322, expected root, daemon or user 54321.");
+  });
+  kelvlog_set_sink(nullptr);
 }
 
 }  // namespace

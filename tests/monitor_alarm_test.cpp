@@ -111,12 +111,15 @@ struct HeartEntry {
 
 constexpr char kTable[] = "/dev/shm/MIRT_AGENT_HEARTBEAT";
 
-// A /dev/shm of the test's own.
-class HeartTest : public MonitorTest {
+// With a table and a lock file of the test's own, which are there before the test's folder is.
+class HeartTest : private OwnHeartbeatFiles, public MonitorTest {
  protected:
+  void SetUp() override {
+    SKIP_WITHOUT_MOUNTS();
+    ASSERT_TRUE(mounted()) << strerror(errno);
+  }
   // A table with free entries only, to be written as supervised processes would.
   HeartEntry* make_table() const {
-    EXPECT_TRUE(shm_.mounted());
     const int file = open(kTable, O_RDWR | O_CREAT | O_CLOEXEC, 0660);
     EXPECT_EQ(ftruncate(file, 1200), 0);
     auto* const entries =
@@ -126,7 +129,6 @@ class HeartTest : public MonitorTest {
     return entries;
   }
 
-  TmpfsMount shm_{"/dev/shm"};
   const Child child_{{"supervised"}};  // called "cat" by the kernel
   const uint32_t process_ = static_cast<uint32_t>(child_.pid());
 };

@@ -1,5 +1,6 @@
 #include "proc_fixture.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -10,7 +11,11 @@
 
 #include "child.h"
 
-bool enter_private_namespace() {
+namespace fs = std::filesystem;
+
+namespace {
+
+bool try_to_enter_private_namespace() {
   if (unshare(CLONE_NEWNS) != 0) {
     // Mounts need root: we become root of a user namespace.
     const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
@@ -22,32 +27,58 @@ bool enter_private_namespace() {
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-TmpfsMount::TmpfsMount(std::string path, const char* options) : path_(std::move(path)) {
-  static const bool private_namespace = enter_private_namespace();
-  mounted_ = private_namespace && mount("tmpfs", path_.c_str(), "tmpfs", 0, options) == 0;
+// The folder directly below `path` in which the test program lies; empty if it lies elsewhere.
+fs::path folder_of_program(const fs::path& path) {
+  static const fs::path program = fs::read_symlink("/proc/self/exe");
+  const auto below = program.lexically_relative(path);
+  return below.empty() || *below.begin() == ".." ? fs::path() : path / *below.begin();
 }
+
+bool mount_tmpfs(const std::string& path, const char* options) {
+  const fs::path kept = folder_of_program(path);
+  const int tree = kept.empty() ? -1
+                                : open_tree(AT_FDCWD, kept.c_str(),
+                                            OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE);
+  if (mount("tmpfs", path.c_str(), "tmpfs", 0, options) != 0) return false;
+  if (kept.empty()) return true;
+  fs::create_directory(kept);
+  const bool moved = move_mount(tree, "", AT_FDCWD, kept.c_str(), MOVE_MOUNT_F_EMPTY_PATH) == 0;
+  close(tree);
+  return moved;
+}
+
+}  // namespace
+
+bool enter_private_namespace() {
+  static const bool entered = try_to_enter_private_namespace();
+  return entered;
+}
+
+TmpfsMount::TmpfsMount(std::string path, const char* options)
+    : path_(std::move(path)), mounted_(enter_private_namespace() && mount_tmpfs(path_, options)) {}
 
 TmpfsMount::~TmpfsMount() {
   EXPECT_TRUE(!mounted_ || umount2(path_.c_str(), MNT_DETACH) == 0) << strerror(errno);
 }
 
 void ProcFixture::SetUp() {
+  SKIP_WITHOUT_MOUNTS();
   proc_.emplace("/proc");
-  ASSERT_TRUE(proc_->mounted()) << strerror(errno) << ": run as root, or allow user namespaces";
+  ASSERT_TRUE(proc_->mounted()) << strerror(errno);
 }
 
 void ProcFixture::put(const std::string& path, const std::string& content) {
-  const std::filesystem::path file = "/proc/" + path;
-  std::filesystem::create_directories(file.parent_path());
+  const fs::path file = "/proc/" + path;
+  fs::create_directories(file.parent_path());
   write_file(file, content);
 }
 
 void ProcFixture::make_dir(const std::string& path) {
-  std::filesystem::create_directories("/proc/" + path);
+  fs::create_directories("/proc/" + path);
 }
 
 void ProcFixture::remove(const std::string& path) {
-  std::filesystem::remove_all("/proc/" + path);
+  fs::remove_all("/proc/" + path);
 }
 
 void ProcFixture::put_cmdline(int pid, const std::vector<std::string>& arguments) {
@@ -80,7 +111,7 @@ void ProcFixture::put_process(const FakeProcess& process) {
 
 std::vector<int> ProcFixture::in_listing_order(const std::vector<int>& pids) {
   std::vector<int> listed;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+  for (const auto& entry : fs::directory_iterator("/proc")) {
     const int pid = atoi(entry.path().filename().c_str());
     if (std::find(pids.begin(), pids.end(), pid) != pids.end()) listed.push_back(pid);
   }

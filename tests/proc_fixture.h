@@ -21,8 +21,13 @@ struct FakeProcess {
 // From now on this process alone sees what it mounts. False: run as root, or allow user namespaces.
 bool enter_private_namespace();
 
+// At the beginning of a test, or of SetUp(): without mounts of its own it is skipped, and counted
+// so.
+#define SKIP_WITHOUT_MOUNTS() \
+  if (!enter_private_namespace()) GTEST_SKIP() << "needs root, or user namespaces, to mount"
+
 // An empty tmpfs over a directory while it lives, in a mount namespace that this process and its
-// children alone see.
+// children alone see. Where the test program lies below the directory, its folder stays in sight.
 class TmpfsMount {
  public:
   explicit TmpfsMount(std::string path, const char* options = "size=16m");
@@ -33,6 +38,16 @@ class TmpfsMount {
  private:
   std::string path_;
   bool mounted_;
+};
+
+// While it lives, this process and its children make and find the heartbeats' lock file and table
+// in an empty /tmp and /dev/shm of their own: the machine's are not touched, and nothing is left.
+class OwnHeartbeatFiles {
+ public:
+  bool mounted() const { return tmp_.mounted() && shm_.mounted(); }
+
+ private:
+  TmpfsMount tmp_{"/tmp", "size=1m,mode=1777"}, shm_{"/dev/shm", "size=64k,mode=1777"};
 };
 
 // Mounts an empty tmpfs over /proc for the length of each test, in a mount namespace that this
