@@ -248,9 +248,10 @@ TEST_F(ConfigTest, WhatMayNeverEndIsReadOnlyWhereItIsMeant) {
   EXPECT_EQ(Monitor(folder_, check + "/dev/zero").end(2),
             "/dev/zero: is a device or socket" + expected);
   configure(instance("x", "GetSysCPU"));
+  const std::string script = "sh -c '(sleep 0.2; cat a.toml) | " + check;
   for (const std::string path : {"/dev/stdin", "/dev/fd/0", "/proc/self/fd/0"}) {
     // The writer is slower than the reader.
-    Monitor monitor(folder_, "sh -c '(sleep 0.2; cat a.toml) | " + check + path + "'");
+    Monitor monitor(folder_, script + path + "'");
     EXPECT_EQ(monitor.line(), path + ": 1 instance, no mistakes");
     monitor.end(0);
   }

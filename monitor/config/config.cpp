@@ -82,10 +82,6 @@ std::optional<std::string> read_whole(const UniqueFd& file) {
   }
 }
 
-std::optional<double> read_seconds(TomlFields& fields, std::string_view key, Presence presence) {
-  return fields.quantity(key, presence, duration_in_seconds(), kLeastSeconds, kMostSeconds);
-}
-
 class ConfigReader {
  public:
   ConfigReading read(const toml::table& file);

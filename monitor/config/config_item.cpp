@@ -1,5 +1,6 @@
 // An item and its parameters, as instances and alarms name them.
 #include "config/config_parts.h"
+#include "item/instance.h"
 #include "item/value_check.h"
 
 namespace {
@@ -56,6 +57,10 @@ const ItemRow* read_item(TomlFields& fields) {
   if (item) return item;
   fields.mistake(fields.line("item"), unknown_item_text(*name));
   return nullptr;
+}
+
+std::optional<double> read_seconds(TomlFields& fields, std::string_view key, Presence presence) {
+  return fields.quantity(key, presence, duration_in_seconds(), kLeastSeconds, kMostSeconds);
 }
 
 ParamsReading read_params(TomlFields& fields, const ItemRow* item) {

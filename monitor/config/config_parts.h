@@ -14,6 +14,10 @@
 // The item that the key "item" names; null, with a mistake, if there is none such.
 const ItemRow* read_item(TomlFields& fields);
 
+// A duration, such as a period.
+std::optional<double> read_seconds(TomlFields& fields, std::string_view key,
+                                   TomlFields::Presence presence);
+
 struct ParamsReading {
   std::vector<Param> params;
   std::vector<unsigned> lines;  // of the parameters, in their order

@@ -6,6 +6,8 @@ namespace {
 using Presence = TomlFields::Presence;
 using Redundancy = Recovery::Redundancy;
 
+constexpr TomlFields::Range kAtMost{1.0, 1000.0, "a whole number"};
+
 constexpr char kWords[] = R"("allow", "deny" or "command")";
 
 std::optional<Redundancy> read_redundancy(TomlFields& fields) {
@@ -41,6 +43,9 @@ Recovery read_recovery(TomlFields& fields) {
       own.text("command", needed ? Presence::kRequired : Presence::kOptional);
   if (command) recovery.command = *command;
   if (command && redundancy) check_command(own, *redundancy, *command);
+  recovery.at_most =
+      own.whole_number("at_most", Presence::kOptional, kAtMost).value_or(recovery.at_most);
+  recovery.per_s = read_seconds(own, "per", Presence::kOptional).value_or(recovery.per_s);
   own.refuse_other_keys();
   return recovery;
 }

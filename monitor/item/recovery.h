@@ -11,7 +11,9 @@ struct Recovery {
   enum class Redundancy { kDeny, kAllow, kCommand };
 
   Redundancy redundancy = Redundancy::kDeny;
-  std::string command;  // with kCommand: exit code 0 allows
+  std::string command;   // with kCommand: exit code 0 allows
+  unsigned at_most = 1;  // recoveries that are allowed within per_s
+  double per_s = 600.0;
 };
 
 #endif

@@ -7,8 +7,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <set>
 #include <thread>
 
 #include "proc/proc_status.h"
@@ -51,7 +55,56 @@ bool kill_below(pid_t process, const ByParent& processes) {
   return all_ended;
 }
 
+bool is_marked(pid_t process, const std::string& mark) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/environ", std::ios::binary);
+  const std::string environment{std::istreambuf_iterator<char>(file), {}};
+  const std::string border(1, '\0');
+  return (border + environment).find(border + mark + border) != std::string::npos;
+}
+
+void add_below(pid_t process, const ByParent& processes, std::set<pid_t>& found) {
+  const auto [begin, end] = processes.equal_range(process);
+  for (auto child = begin; child != end; ++child) {
+    if (found.insert(child->second).second) add_below(child->second, processes, found);
+  }
+}
+
+std::set<pid_t> all_of_command(pid_t shell, const std::string& mark) {
+  const ByParent processes = all_processes();
+  std::set<pid_t> found{shell};
+  add_below(shell, processes, found);
+  for (const auto& [parent, process] : processes) {
+    if (is_marked(process, mark) && found.insert(process).second) {
+      add_below(process, processes, found);
+    }
+  }
+  return found;
+}
+
+// Stops every process of the command, so that none can start another or lose its parent. They are
+// all there once a further look finds no new one.
+std::set<pid_t> stop_command(pid_t shell, const std::string& mark) {
+  constexpr int kMostLooks = 100;  // one that forks all the time could keep ahead for ever
+  std::set<pid_t> stopped;
+  for (int look = 0; look < kMostLooks; ++look) {
+    const size_t before = stopped.size();
+    for (const pid_t process : all_of_command(shell, mark)) {
+      if (stopped.insert(process).second) kill(process, SIGSTOP);
+    }
+    if (stopped.size() == before) break;
+  }
+  return stopped;
+}
+
 }  // namespace
+
+void kill_command(pid_t shell, const std::string& mark) noexcept {
+  try {
+    for (const pid_t process : stop_command(shell, mark)) kill(process, SIGKILL);
+  } catch (const std::exception&) {  // no memory: the shell, at least
+    kill(shell, SIGKILL);
+  }
+}
 
 void kill_descendants() {
   // What loses its parent from here on becomes our own child: no fork of theirs slips through.

@@ -4,8 +4,8 @@
 
 #include "item/recovery.h"
 
-// Has the host library answer the plug-in's question as `recovery` says, which must outlive every
-// item call. False if it takes no further handler.
+// Has the host library answer the plug-in's question as `recovery` says, from now to the end of the
+// program. To be called once. False if it takes no further handler.
 bool answer_redundancy(const Recovery& recovery);
 
 #endif

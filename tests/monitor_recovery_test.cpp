@@ -1,0 +1,72 @@
+// How often mirt-monitor allows a recovery, and what its commands are given.
+#include <sys/stat.h>
+
+#include "monitor_fixture.h"
+
+namespace {
+
+size_t count_of(const std::string& word, const std::string& text) {
+  size_t count = 0;
+  for (size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += word.size()) ++count;
+  return count;
+}
+
+// The data plane under two process ids, as after a restart: each call asks for a recovery of one.
+std::string two_targets(const Child& first, const Child& second) {
+  return instance("first", "RebootAppData", {{"UserData", std::to_string(first.pid())}}) +
+         instance("second", "RebootAppData", {{"UserData", std::to_string(second.pid())}});
+}
+
+TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber) {
+  const std::pair<std::string, unsigned> rows[] = {
+      {"redundancy = 'allow'\n", 1},
+      {"redundancy = 'command'\ncommand = 'echo asked >&2'\nat_most = 2\nper = '1 h'\n", 2}};
+  for (const auto& [recovery, at_most] : rows) {
+    const Child first({"first", "-u"}), second({"second", "-u"});
+    configure("[recovery]\n" + recovery + two_targets(first, second));
+    Monitor monitor(folder_, kRun + "--rounds 4");
+    EXPECT_EQ(monitor.records().size(), 8U);
+    const std::string log = monitor.end(0);
+    EXPECT_EQ(count_of("redundancy status(1)", log), at_most) << log;
+    EXPECT_EQ(count_of("redundancy status(0)", log), 8U - at_most) << log;
+    EXPECT_EQ(count_of("recovery refused: at most " + std::to_string(at_most) + " within ", log),
+              8U - at_most)
+        << log;
+    const bool has_command = recovery.find("command") != std::string::npos;
+    EXPECT_EQ(count_of("asked\n", log), has_command ? at_most : 0);
+  }
+}
+
+TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
+  const Child first({"first", "-u"}), second({"second", "-u"});
+  // Twice no, then yes for ever.
+  configure(
+      "[recovery]\nredundancy = 'command'\n"
+      "command = 'echo >>asked; test $(wc -l <asked) -gt 2'\n" +
+      instance("first", "RebootAppData", {{"UserData", std::to_string(first.pid())}}));
+  Monitor monitor(folder_, kRun + "--rounds 4");
+  const std::string log = (monitor.records(), monitor.end(0));
+  EXPECT_EQ(count_of("the command's exit code is 1", log), 2U) << log;
+  EXPECT_EQ(count_of("redundancy status(1)", log), 1U) << log;
+  EXPECT_EQ(count_of("recovery refused: at most 1 within 600 s", log), 1U) << log;
+}
+
+TEST_F(MonitorTest, CommandsAreGivenNoPipeOfAnother) {
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  configure(
+      "[recovery]\nredundancy = 'command'\n"
+      "command = 'ls /proc/self/fd >new; mv new seen; exit 1'\n" +
+      instance("reboot", "RebootAppData", {{"UserData", "1"}}) +
+      instance("ask", "IsExistProcessPreCmd",
+               {{"ProcessName", "x"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "x"}}));
+  Monitor monitor(folder_, kRun);
+  const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
+  // The second answer from here on is of a command that was started while cat runs.
+  for (int i = 0; i < 2; ++i) monitor.await({{"instance", "reboot"}});
+  EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
+  kill(monitor.pid(), SIGTERM);
+  monitor.end(0);
+  close(writer);
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+// The time window of recoveries, and the end of a command that takes too long.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "run/recovery_budget.h"
+#include "run/shell_command.h"
+
+namespace {
+
+using std::chrono::seconds;
+
+TEST(RecoveryBudget, HoldsWithinEverySpanOfItsTime) {
+  const RecoveryBudget::Clock::time_point start{seconds(1000)};
+  RecoveryBudget budget(2, seconds(60));
+  EXPECT_TRUE(budget.take(start));
+  EXPECT_TRUE(budget.take(start + seconds(50)));
+  EXPECT_FALSE(budget.take(start + seconds(59)));
+  EXPECT_EQ(budget.next(), start + seconds(60));
+  EXPECT_TRUE(budget.take(start + seconds(60)));
+  EXPECT_FALSE(budget.take(start + seconds(109))) << "two since 50";
+  budget.give_back(start + seconds(60));
+  EXPECT_TRUE(budget.take(start + seconds(109)));
+  EXPECT_FALSE(budget.take(start + seconds(109)));
+}
+
+// Whatever has this FIFO open for writing shows it until it has ended.
+class Witness {
+ public:
+  Witness() {
+    char name[] = "/tmp/witness-XXXXXX";
+    folder_ = mkdtemp(name);
+    mkfifo(path().c_str(), 0600);
+    reader_ = open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  }
+  Witness& operator=(Witness&&) = delete;  // neither copied nor moved
+  ~Witness() {
+    close(reader_);
+    std::filesystem::remove_all(folder_);
+  }
+  std::string path() const { return folder_ + "/fifo"; }
+
+  // What all of them wrote; returns when none of them is left.
+  std::string said() const {
+    fcntl(reader_, F_SETFL, O_RDONLY);
+    std::string text;
+    char byte = 0;
+    while (read(reader_, &byte, 1) == 1) text += byte;
+    return text;
+  }
+
+ private:
+  std::string folder_;
+  int reader_ = -1;
+};
+
+TEST(ShellCommand, KillsWhateverItHasStartedWhereverThatHasGone) {
+  const std::string sleeper = "sh -c \"echo x; exec sleep 1000\"";
+  const std::string command = "timeout 900 " + sleeper +
+                              " &\n"  // in a group of its own
+                              "setsid " +
+                              sleeper +
+                              " &\n"  // in a session of its own
+                              "(setsid " +
+                              sleeper +
+                              " &)\n"  // and its parent has ended
+                              "(exec 9>&1; (setsid sh -c '(" +
+                              sleeper +
+                              " &)') &)\n"  // a daemon
+                              "env -i " +
+                              sleeper +
+                              " &\n"  // without the environment
+                              "trap \"\" TERM INT HUP; wait; wait\n";
+  std::string said;
+  // A slow machine may not have started them all by then.
+  for (int limit_s = 1; said.size() < 10 && limit_s < 600; limit_s *= 2) {
+    const Witness witness;
+    EXPECT_EQ(run_shell_command("exec >" + witness.path() + "\n" + command, seconds(limit_s)),
+              std::nullopt);
+    said = witness.said();
+  }
+  EXPECT_EQ(said, "x\nx\nx\nx\nx\n");
+}
+
+TEST(ShellCommand, LeavesAloneWhatAnotherHasStarted) {
+  const Witness witness;
+  const std::string stays = "(sh -c 'echo $$; exec sleep 1000' >" + witness.path() + " &)";
+  EXPECT_EQ(run_shell_command(stays, seconds(1000)), 0);
+  EXPECT_EQ(run_shell_command("sleep 1000", seconds(0)), std::nullopt);
+  char pid[16] = {};
+  const int reader = open(witness.path().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GT(read(reader, pid, sizeof pid - 1), 0);
+  close(reader);
+  EXPECT_EQ(kill(std::atoi(pid), SIGKILL), 0) << "it was still there";
+  witness.said();
+}
+
+}  // namespace
