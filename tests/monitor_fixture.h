@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -98,6 +99,16 @@ class Monitor {
     return {Json::object()};
   }
   Json await(const Json& members) { return records(members).back(); }
+
+  // Fills the monitor's output with empty records until it takes no more: nobody reads.
+  void fill_pipe() const {
+    const std::string path = "/proc/" + std::to_string(pid_) + "/fd/1";
+    const int pipe = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
+    ASSERT_GE(pipe, 0);
+    while (write(pipe, "{}\n", 3) == 3) {
+    }
+    close(pipe);
+  }
 
   // Waits for the end, which is to have this exit code. Returns what standard error has got.
   std::string end(int exit_code) {

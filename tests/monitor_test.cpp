@@ -49,7 +49,9 @@ TEST_F(MonitorTest, LinesForPeopleAreAligned) {
             instance("bad\033[2J", "GetDiskUsage", {{"d", "/nowhere"}}));
   Monitor monitor(folder_, "mirt-monitor run --config a.toml --rounds 1 | cut -c 22- | sort");
   // The value ends in one column, 10 wide, and a name cannot command the terminal.
-  EXPECT_EQ(monitor.line(), "bad?[2J          failed      Get Disk Usage Fault, Return -1.000000.");
+  EXPECT_EQ(monitor.line(),
+            "bad?[2J          failed      Get Disk Usage Fault, Return -1.000000. "
+            "statfs of \"/nowhere\": No such file or directory");
   const std::string free = monitor.line().value_or(""), disk = monitor.line().value_or("");
   EXPECT_TRUE(std::regex_match(free, std::regex("longer name  [ \\d]{7}\\.\\d\\d MiB"))) << free;
   EXPECT_TRUE(std::regex_match(disk, std::regex("r\u00f6 {11}[ \\d]{7}\\.\\d\\d %"))) << disk;
@@ -114,7 +116,7 @@ a.toml:12: no key "command" in [recovery], expected a string
        R"(a.toml:7: above and below in [instance.alarm], expected one of above, below, equals
 a.toml:10: for is 0, expected a whole number from 1 to 1000000
 a.toml:16: parameter value has 400 bytes, expected at most 399
-a.toml:18: no condition in [instance.alarm], expected one of above, below, equals
+a.toml:18: no condition in [instance.alarm], expected one of above, below, equals, or on
 a.toml:19: item GetSysCPU sends no report, expected SendErrRpt or SendErrRptExtend
 a.toml:20: placeholder {flowid} for GetProcessMemory, expected an item that reports a flow id
 a.toml:20: unknown placeholder "{value", expected {value}, {pid}, {flowid}, {instance} or {{
@@ -135,7 +137,8 @@ a.toml:12: ProcessMoudleId is "65536", expected a whole number from 0 to 65535, 
            instance("b", "ProcessHeartBeat", {{"ProcessName", "x"}, {"ProcessMoudleId", "0x5"}}),
        "a.toml:10: ErrCode 0xF0000205 is not supported by SendErrRpt, expected one of 0xF0000203, "
        "0xF0000204, 0xF000020F\n"
-       "a.toml:18: ProcessMoudleId is \"0x5\", expected a whole number from 0 to 65534, decimal\n"}};
+       "a.toml:18: ProcessMoudleId is \"0x5\", expected a whole number from 0 to 65534, "
+       "decimal\n"}};
   for (const auto& [text, errors] : rows) {
     configure(text);
     for (const std::string& command : {kRun, std::string("mirt-monitor check-config a.toml")}) {
@@ -190,7 +193,8 @@ TEST_F(MonitorTest, OnceTellsTheOutcomeByItsExitCode) {
       {"GetDiskUsage", 2},
       {"GetDiskUsage / /", 2},
       {"GetDiskUsage " + std::string(400, '/'), 2},
-      {"IsExistProcessPreCmd x 'echo --mode=ok' ok", 0},  // no single word before the =
+      {"IsExistProcessPreCmd x 'echo --mode=ok' RetKeyWords=--mode",
+       0},  // no single word before the =
       {"IsExistProcessPreCmd x 'Cmd=echo ok' ok", 2},
       {"IsExistProcess '[x,y]'", 0},  // no list of two
       {"GetSysMemori", 2}};
@@ -235,7 +239,7 @@ TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
   close(writer);
 
   const Json late = monitor.await({{"instance", "stuck"}});
-  EXPECT_TRUE(has(late, {{"state", "late"}, {"value", 0.0}, {"since", blind["since"]}})) << late;
+  EXPECT_TRUE(has(late, {{"late", true}, {"value", 0.0}, {"since", blind["since"]}})) << late;
   monitor.await({{"instance", "stuck"}, {"state", "ok"}, {"value", 0.0}});
   kill(monitor.pid(), SIGTERM);
   monitor.end(0);
@@ -257,9 +261,10 @@ TEST_F(MonitorTest, SignalsEndItWhileItemsSleepAndHangAndNothingIsDue) {
                      {{"ProcessName", "*" + config.string() + "*"}, {"Period", "240"}},
                      "period = '5 m'\n") +
             instance_that_blocks(folder_ / "fifo", "1000"));
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGTERM}) {
     Monitor monitor(folder_, "mirt-monitor run --json --config " + config.string());
     monitor.await({{"instance", "rare"}, {"state", "ok"}});
+    kill(monitor.pid(), SIGHUP);  // does not end it: the machine would be left unwatched
     const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
     kill(monitor.pid(), number);
     EXPECT_EQ(monitor.end(0), "");
@@ -268,27 +273,78 @@ TEST_F(MonitorTest, SignalsEndItWhileItemsSleepAndHangAndNothingIsDue) {
   }
 }
 
-TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
-  configure(instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
+// An instance that leaves a byte in a file at each call.
+std::string counted_instance(const std::string& alarm = "") {
+  return instance("counted", "IsExistProcessPreCmd",
+                  {{"ProcessName", "none"},
+                   {"PreCmd", "echo -n x | tee -a calls"},
+                   {"RetKeyWords", "x"}}) +
+         alarm;
+}
+
+// Returns when `more` calls of that instance have begun.
+void await_calls(const fs::path& folder, size_t more) {
+  const size_t before = read_file(folder / "calls").size();
+  while (read_file(folder / "calls").size() < before + more) usleep(1000);
+}
+
+TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
+  configure(counted_instance("[instance.alarm]\nequals = 0\nfor = 20\n") +
+            instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
   Monitor monitor(folder_, kRun);
-  monitor.await({{"instance", "chatty"}});
-  // The monitor has more lines than fit: once nothing more does, it gets no further than the next.
-  const std::string pipe_path = "/proc/" + std::to_string(monitor.pid()) + "/fd/1";
-  pollfd writable{open(pipe_path.c_str(), O_WRONLY | O_CLOEXEC), POLLOUT, 0};
-  ASSERT_GE(writable.fd, 0);
-  while (poll(&writable, 1, 0) == 1) usleep(1000);
-  close(writable.fd);
+  unsigned long last = monitor.await({{"instance", "counted"}})["seq"];
+  monitor.fill_pipe();
+  // Long enough for the alarm, and for more lines than are kept.
+  await_calls(folder_, 400);
+  std::vector<Json> records = monitor.records({{"state", "raised"}});
   kill(monitor.pid(), SIGTERM);
-  EXPECT_EQ(monitor.end(0), "");
+  for (Json& record : monitor.records()) records.push_back(std::move(record));
+  monitor.end(0);
+  unsigned long lost = 0, gaps = 0;
+  for (const Json& record : records) {
+    if (record.value("kind", "") == "lost") {
+      lost += record["lines"].get<unsigned long>();
+      EXPECT_EQ(record["others"], 0) << "what matters is kept";
+    } else if (record.contains("seq")) {
+      gaps += record["seq"].get<unsigned long>() - last - 1;
+      last = record["seq"];
+    }
+  }
+  EXPECT_GT(lost, 0U);
+  EXPECT_EQ(gaps, lost) << "each line that is not there has been counted";
+}
+
+TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
+  configure(counted_instance());
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"instance", "counted"}});
+  monitor.fill_pipe();
+  await_calls(folder_, 3);
+  kill(monitor.pid(), SIGTERM);
+  EXPECT_NE(monitor.end(1).find("lines lost: the output was not read"), std::string::npos);
   EXPECT_GT(monitor.records().size(), 100U) << "whole lines to the end";
 }
 
-TEST_F(MonitorTest, ClosedOutputEndsIt) {
-  configure(kTicking);
-  Monitor monitor(folder_, "sh -c '{ " + kRun + "; echo $? >code; } | head -n 1'");
-  EXPECT_EQ(monitor.records().size(), 1U);
-  EXPECT_EQ(monitor.end(0), "");
-  EXPECT_EQ(read_file(folder_ / "code"), "0\n");
+TEST_F(MonitorTest, ALostReaderEndsWhatNobodyElseHears) {
+  const std::string report =
+      "[instance.alarm]\nequals = 0\nfor = 50\nreport = { item = "
+      "'SendErrRptExtend', params = [{ name = 'ErrCode', value = '7' }] }\n";
+  const std::string missing = instance("missing", "IsExistProcess", {{"ProcessName", "nobody"}});
+  const std::tuple<std::string, std::string, const char*> rows[] = {
+      {"--rounds 100", missing, "0\n"},
+      {"", missing, "1\n"},
+      {"2>&1", missing + report, "1\n"},
+      {"& sleep 5; kill $!; wait $!", missing + report, "0\n"}};
+  for (const auto& [how, text, code] : rows) {
+    configure(text);
+    Monitor monitor(folder_, "sh -c '{ " + kRun + how + "; echo $? >code; } | head -n 1'");
+    EXPECT_EQ(monitor.records().size(), 1U);
+    const std::string errors = monitor.end(0);
+    EXPECT_EQ(read_file(folder_ / "code"), code) << how;
+    // The alarm that comes after the reader has gone is told to the log, with its report.
+    EXPECT_EQ(errors.find("report 0x00000007") != std::string::npos, how[0] == '&') << errors;
+    EXPECT_EQ(errors.find("output is closed") != std::string::npos, how != "2>&1") << errors;
+  }
 }
 
 TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {
@@ -297,7 +353,7 @@ TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {
       R"(TERM PIPE; do sh -c "kill -$s \$\$"; echo $? >&9; done' 'no such words')";
   for (const std::string redirections : {"", "<&- >&- 2>&- "}) {
     Monitor monitor(folder_, redirections + command);
-    monitor.end(0);
+    monitor.end(1);
     // The three that everybody has, the folder that ls reads, and the 9 of this very command; then
     // 128 and the signal that killed a shell.
     EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n9\n130\n143\n141\n");

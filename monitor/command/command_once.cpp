@@ -81,6 +81,8 @@ int command_once(const OnceOptions& options) {
   request.schedule.rounds = options.rounds;
   if (!options.rounds && !options.every_s) request.schedule.rounds = 1;
   request.json = options.json;
-  request.fail_on_invalid = true;
+  request.fail_unless_done = true;
+  request.hangup_ends = true;
+  request.schedule.ignore_self = true;
   return run_instances({instance}, request);
 }

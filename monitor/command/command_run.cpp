@@ -35,9 +35,10 @@ int command_run(const RunOptions& options) {
   RunRequest request;
   request.plugin = options.plugin;
   request.source = options.config;
-  request.schedule = {options.rounds, config->workers};
+  request.schedule = {options.rounds, config->workers, false};
   request.recovery = config->recovery;
   request.json = options.json;
+  request.hangup_ends = options.rounds.has_value();
   return run_instances(config->instances, request);
 }
 

@@ -137,7 +137,7 @@ void ConfigReader::read_instance(const toml::node& node) {
   if (unit) instance.unit = *unit;
   instance.params = read_params(fields, instance.item).params;
   if (instance.item && period) check_times(fields, instance);
-  instance.alarm = read_alarm(fields, instance.item);
+  instance.alarms = read_alarms(fields, instance.item);
   fields.refuse_other_keys();
   config_.instances.push_back(std::move(instance));
 }

@@ -1,8 +1,12 @@
 // [instance.alarm]: when an instance's values are worth a report.
+#include <algorithm>
+#include <iterator>
+
 #include "config/config_parts.h"
 #include "item/placeholders.h"
 #include "item/value_check.h"
 #include "item/value_range.h"
+#include "text/wording.h"
 
 namespace {
 
@@ -52,9 +56,38 @@ void read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
     if (bound && item) check_bound(fields, row.key, rule, *item);
     found += (count++ == 0 ? "" : " and ") + std::string(row.key);
   }
-  if (count == 1) return;
+  if (count == 1 || (count == 0 && fields.has("on"))) return;
   fields.mistake(fields.line(""), (count == 0 ? "no condition" : found) + std::string(" in ") +
-                                      "[instance.alarm], expected one of above, below, equals");
+                                      "[instance.alarm], expected one of above, below, equals" +
+                                      std::string(count == 0 ? ", or on" : ""));
+}
+
+constexpr char kStatesForm[] = "an array of \"failed\", \"blind\", \"unjudged\", \"absent\"";
+
+// A state that an alarm can be raised for; nothing, with a mistake, if it is none.
+std::optional<State> read_state(TomlFields& fields, const toml::node& node) {
+  constexpr State kAllowed[] = {State::kFailed, State::kBlind, State::kUnjudged, State::kAbsent};
+  if (!node.is_string()) {
+    fields.mistake(line_of(node), "on has " + type_of(node) + ", expected " + kStatesForm);
+    return std::nullopt;
+  }
+  const std::string& name = node.as_string()->get();
+  const std::optional<State> state = find_state(name);
+  if (state && std::count(std::begin(kAllowed), std::end(kAllowed), *state) != 0) return state;
+  fields.mistake(line_of(node), "on has " + in_quotes(name) + ", expected " + kStatesForm);
+  return std::nullopt;
+}
+
+void read_states(TomlFields& fields, AlarmRule& rule) {
+  const toml::array* const states = fields.array("on", kStatesForm);
+  if (!states) return;
+  if (states->empty()) {
+    fields.mistake(line_of(*states), std::string("on is empty, expected ") + kStatesForm);
+  }
+  for (const toml::node& node : *states) {
+    const std::optional<State> state = read_state(fields, node);
+    if (state) rule.states.push_back(*state);
+  }
 }
 
 AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
@@ -77,19 +110,33 @@ AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
   return report;
 }
 
+AlarmRule read_alarm(TomlFields fields, const ItemRow* item) {
+  AlarmRule rule;
+  read_condition(fields, item, rule);
+  read_states(fields, rule);
+  rule.raise_after = fields.whole_number("for", Presence::kOptional, kCalls).value_or(1);
+  rule.clear_after = fields.whole_number("clear_for", Presence::kOptional, kCalls).value_or(1);
+  const toml::table* const report =
+      fields.table("report", "a table { item = \"...\", params = [...] }");
+  if (report) rule.report = read_report(fields.within(*report, "report"), item);
+  fields.refuse_other_keys();
+  return rule;
+}
+
 }  // namespace
 
-std::optional<AlarmRule> read_alarm(TomlFields& fields, const ItemRow* item) {
-  const toml::table* const table = fields.table("alarm", "a table [instance.alarm]");
-  if (!table) return std::nullopt;
-  TomlFields own = fields.within(*table, "[instance.alarm]");
-  AlarmRule rule;
-  read_condition(own, item, rule);
-  rule.raise_after = own.whole_number("for", Presence::kOptional, kCalls).value_or(1);
-  rule.clear_after = own.whole_number("clear_for", Presence::kOptional, kCalls).value_or(1);
-  const toml::table* const report =
-      own.table("report", "a table { item = \"...\", params = [...] }");
-  if (report) rule.report = read_report(own.within(*report, "report"), item);
-  own.refuse_other_keys();
-  return rule;
+std::vector<AlarmRule> read_alarms(TomlFields& fields, const ItemRow* item) {
+  constexpr char kName[] = "[instance.alarm]";
+  std::vector<AlarmRule> rules;
+  const toml::node* const node = fields.any("alarm");
+  if (!node) return rules;
+  if (node->is_table()) return {read_alarm(fields.within(*node->as_table(), kName), item)};
+  if (!node->is_array_of_tables()) {
+    fields.mistake(line_of(*node), "alarm is " + type_of(*node) + ", expected a table " + kName);
+    return rules;
+  }
+  for (const toml::node& each : *node->as_array()) {
+    rules.push_back(read_alarm(fields.within(*each.as_table(), kName), item));
+  }
+  return rules;
 }

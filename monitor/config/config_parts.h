@@ -29,7 +29,8 @@ ParamsReading read_params(TomlFields& fields, const ItemRow* item);
 // [recovery]
 Recovery read_recovery(TomlFields& fields);
 
-// [instance.alarm] of an instance that calls `item`, which is null if it is a mistake itself.
-std::optional<AlarmRule> read_alarm(TomlFields& fields, const ItemRow* item);
+// [instance.alarm], or several [[instance.alarm]], of an instance that calls `item`, which is null
+// if it is a mistake itself.
+std::vector<AlarmRule> read_alarms(TomlFields& fields, const ItemRow* item);
 
 #endif

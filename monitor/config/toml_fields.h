@@ -49,6 +49,9 @@ class TomlFields {
   const toml::array* array(std::string_view key, const char* expected);
   const toml::table* table(std::string_view key, const char* expected);
 
+  // The key's value of any type; null if there is none.
+  const toml::node* any(std::string_view key) { return find(key, Presence::kOptional, ""); }
+
   // A table within this one, its findings with this one's.
   TomlFields within(const toml::table& table, std::string where) const {
     return {table, std::move(where), findings_};

@@ -2,9 +2,27 @@
 
 #include "text/number_text.h"
 
+namespace {
+
+std::string value_condition(const AlarmRule& rule) {
+  switch (rule.condition) {
+    case AlarmRule::Condition::kAbove:
+      return "above " + number_text(rule.bound);
+    case AlarmRule::Condition::kBelow:
+      return "below " + number_text(rule.bound);
+    case AlarmRule::Condition::kEquals:
+      return "equals " + number_text(rule.bound);
+    default:
+      return "";
+  }
+}
+
+}  // namespace
+
 std::string condition_text(const AlarmRule& rule) {
-  const char* const word = rule.condition == AlarmRule::Condition::kAbove   ? "above "
-                           : rule.condition == AlarmRule::Condition::kBelow ? "below "
-                                                                            : "equals ";
-  return word + number_text(rule.bound);
+  std::string text = value_condition(rule);
+  for (const State state : rule.states) {
+    text += (text.empty() ? "" : " or ") + std::string(state_name(state));
+  }
+  return text;
 }

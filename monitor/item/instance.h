@@ -2,7 +2,6 @@
 #ifndef MONITOR_INSTANCE_H
 #define MONITOR_INSTANCE_H
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,7 @@ struct Instance {
   double period_s = 1.0;
   double deadline_s = 10.0;  // beyond the interval that the item measures over by intent
   std::string unit;
-  std::optional<AlarmRule> alarm;
+  std::vector<AlarmRule> alarms;
   unsigned line = 0;  // of its table in the file
 };
 

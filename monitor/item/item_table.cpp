@@ -90,63 +90,76 @@ constexpr Interval kNone = Interval::kNone;
 constexpr Interval kHalf = Interval::kHalfSecond;
 constexpr Interval kPeriod = Interval::kPeriodParameter;
 
+constexpr Source kStat{Subject::kMachine, Match::kNone, "/proc/stat"};
+constexpr Source kMeminfo{Subject::kMachine, Match::kNone, "/proc/meminfo"};
+constexpr Source kDisk{Subject::kFileSystem, Match::kNone, ""};
+constexpr Source kHeart{Subject::kHeartbeat, Match::kNone, ""};
+constexpr Source kAction{Subject::kAction, Match::kNone, ""};
+constexpr Source kExists{Subject::kExistence, Match::kExact, ""};
+constexpr Source kExistsPrefix{Subject::kExistence, Match::kPrefix, ""};
+constexpr Source kHung{Subject::kHungThreads, Match::kWildcard, ""};
+
+constexpr Source of_process(Match match, const char* file) {
+  return {Subject::kProcess, match, file};
+}
+
 // clang-format off
 constexpr ItemRow kItems[] = {
-    {"GetSysCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone,
+    {"GetSysCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone, kStat,
      "CPU use of the machine since the call before; the first call measures since start-up"},
-    {"GetSysUsrCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone,
+    {"GetSysUsrCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone, kStat,
      "user-mode share of the machine's CPU time since the call before"},
-    {"GetSysMemory", kFloat, "%", &kNothing, kValue, kUnused, kNone,
+    {"GetSysMemory", kFloat, "%", &kNothing, kValue, kUnused, kNone, kMeminfo,
      "memory in use"},
-    {"GetSysFreeMemory", kFloat, "MiB", &kNothing, kValue, kUnused, kNone,
+    {"GetSysFreeMemory", kFloat, "MiB", &kNothing, kValue, kUnused, kNone, kMeminfo,
      "free memory"},
-    {"GetDiskUsage", kFloat, "%", &kDirectory, kValue, kNeeded, kNone,
+    {"GetDiskUsage", kFloat, "%", &kDirectory, kValue, kNeeded, kNone, kDisk,
      "used share of the file system that holds a directory"},
-    {"GetProcessSysCPU", kFloat, "%", &kExact, kValue, kNeeded, kNone,
+    {"GetProcessSysCPU", kFloat, "%", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "stat"),
      "CPU of one process since the call before, of the whole machine"},
-    {"GetProcessSysCPUExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kHalf,
+    {"GetProcessSysCPUExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kHalf, of_process(Match::kPrefix, "stat"),
      "highest CPU among processes with that beginning, over 0.5 s, of the whole machine"},
-    {"GetProcessSysCPUFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kHalf,
+    {"GetProcessSysCPUFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kHalf, of_process(Match::kWildcard, "stat"),
      "highest CPU among matching processes, over 0.5 s, of the whole machine"},
-    {"GetProcessSysCPUFuzzyMatchCfgPeriod", kFloat, "%", &kPatternPeriod, kPid, kNeeded, kPeriod,
+    {"GetProcessSysCPUFuzzyMatchCfgPeriod", kFloat, "%", &kPatternPeriod, kPid, kNeeded, kPeriod, of_process(Match::kWildcard, "stat"),
      "highest CPU among matching processes, over a given time, of the whole machine"},
-    {"GetProcessCoreCPU", kFloat, "% core", &kExact, kValue, kNeeded, kNone,
+    {"GetProcessCoreCPU", kFloat, "% core", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "stat"),
      "CPU of one process since the call before, of one core"},
-    {"GetProcessCoreCPUExtern", kFloat, "% core", &kPrefix, kPid, kNeeded, kHalf,
+    {"GetProcessCoreCPUExtern", kFloat, "% core", &kPrefix, kPid, kNeeded, kHalf, of_process(Match::kPrefix, "stat"),
      "highest CPU among processes with that beginning, over 0.5 s, of one core"},
-    {"GetProcessCoreCPUFuzzyMatch", kFloat, "% core", &kPattern, kPid, kNeeded, kHalf,
+    {"GetProcessCoreCPUFuzzyMatch", kFloat, "% core", &kPattern, kPid, kNeeded, kHalf, of_process(Match::kWildcard, "stat"),
      "highest CPU among matching processes, over 0.5 s, of one core"},
     {"GetProcessCoreCPUFuzzyMatchCfgPeriod", kFloat, "% core", &kPatternPeriod, kPid, kNeeded,
-     kPeriod, "highest CPU among matching processes, over a given time, of one core"},
-    {"GetProcessMemory", kFloat, "MiB", &kExact, kValue, kNeeded, kNone,
+     kPeriod, of_process(Match::kWildcard, "stat"), "highest CPU among matching processes, over a given time, of one core"},
+    {"GetProcessMemory", kFloat, "MiB", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "status"),
      "resident memory of one process"},
-    {"GetProcessMemoryExtern", kFloat, "MiB", &kPrefix, kPid, kNeeded, kNone,
+    {"GetProcessMemoryExtern", kFloat, "MiB", &kPrefix, kPid, kNeeded, kNone, of_process(Match::kPrefix, "status"),
      "highest resident memory among processes with that beginning"},
-    {"GetProcessMemoryFuzzyMatch", kFloat, "MiB", &kPattern, kPid, kNeeded, kNone,
+    {"GetProcessMemoryFuzzyMatch", kFloat, "MiB", &kPattern, kPid, kNeeded, kNone, of_process(Match::kWildcard, "status"),
      "highest resident memory among matching processes"},
-    {"GetProcessHandle", kFloat, "%", &kExact, kValue, kNeeded, kNone,
+    {"GetProcessHandle", kFloat, "%", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "fd"),
      "open files of one process, of its limit"},
-    {"GetProcessHandleExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kNone,
+    {"GetProcessHandleExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kNone, of_process(Match::kPrefix, "fd"),
      "highest share of open files among processes with that beginning"},
-    {"GetProcessHandleFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kNone,
+    {"GetProcessHandleFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kNone, of_process(Match::kWildcard, "fd"),
      "highest share of open files among matching processes"},
-    {"IsExistProcess", kFloat, "", &kExact, kValue, kNeeded, kNone,
+    {"IsExistProcess", kFloat, "", &kExact, kValue, kNeeded, kNone, kExists,
      "1 if such a process runs, else 0"},
-    {"IsExistProcessExtern", kFloat, "", &kPrefix, kPid, kNeeded, kNone,
+    {"IsExistProcessExtern", kFloat, "", &kPrefix, kPid, kNeeded, kNone, kExistsPrefix,
      "1 if a process with that beginning runs, else 0"},
-    {"IsExistProcessPreCmd", kFloat, "", &kPreCmd, kValue, kNeeded, kNone,
+    {"IsExistProcessPreCmd", kFloat, "", &kPreCmd, kValue, kNeeded, kNone, kExists,
      "as IsExistProcess if the pre-command prints the expected words, else 1"},
-    {"ProcessHeartBeat", kFloat, "", &kHeartBeat, kFlowId, kNeeded, kNone,
+    {"ProcessHeartBeat", kFloat, "", &kHeartBeat, kFlowId, kNeeded, kNone, kHeart,
      "1 while a supervised process refreshes its heartbeat, 0 once it has stopped"},
-    {"SendErrRpt", kInt, "", &kReport, kValue, kUnused, kNone,
+    {"SendErrRpt", kInt, "", &kReport, kValue, kUnused, kNone, kAction,
      "sends an error report to the framework; 0 when it was sent"},
-    {"SendErrRptExtend", kInt, "", &kError, kValue, kUnused, kNone,
+    {"SendErrRptExtend", kInt, "", &kError, kValue, kUnused, kNone, kAction,
      "sends an error with the values of the further parameters as its text; 0 when it was sent"},
-    {"CheckProcessStatusIsD", kFloat, "", &kPattern, kThread, kNeeded, kNone,
+    {"CheckProcessStatusIsD", kFloat, "", &kPattern, kThread, kNeeded, kNone, kHung,
      "1 if a thread of a matching process hangs in D state, else 0; reports the thread's id"},
-    {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kThread, kNeeded, kNone,
+    {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kThread, kNeeded, kNone, kHung,
      "as CheckProcessStatusIsD, then signals the hung thread if recovery is allowed"},
-    {"RebootAppData", kInt, "", &kTarget, kValue, kUnused, kNone,
+    {"RebootAppData", kInt, "", &kTarget, kValue, kUnused, kNone, kAction,
      "signals app_data if recovery is allowed; 0 when the signal was sent"},
 };
 // clang-format on

@@ -16,6 +16,26 @@ enum class Context { kNeeded, kUnused };
 
 enum class Reports { kValue, kValueAndPid, kValueAndThread, kValueAndFlowId };
 
+// What an item looks at, so that the monitor can see for itself whether it could look.
+enum class Subject {
+  kMachine,
+  kProcess,
+  kExistence,
+  kHungThreads,
+  kHeartbeat,
+  kFileSystem,
+  kAction  // measures nothing: 0 means done
+};
+
+// How the item finds processes by its first parameter.
+enum class Match { kNone, kExact, kPrefix, kWildcard };
+
+struct Source {
+  Subject subject;
+  Match match;
+  const char* file;  // of the machine, or below /proc/<pid>; empty where there is no single one
+};
+
 struct ParamRow {
   enum class Name { kFree, kFixed };
   enum class Presence { kRequired, kOptional };
@@ -63,6 +83,7 @@ struct ItemRow {
   Reports reports;
   Context context;
   Interval interval;
+  Source source;
   const char* meaning;
 };
 

@@ -43,10 +43,16 @@ std::optional<ProcessLibrary> ProcessLibrary::load(const std::string& path) {
     complain(error);
     return std::nullopt;
   }
-  ProcessLibrary library(*plugin);
-  if (library.complete()) return library;
-  complain(plugin->path() + " lacks the functions over all processes");
-  return std::nullopt;
+  std::optional<ProcessLibrary> library = of(*plugin);
+  if (!library) {
+    complain(plugin->path() + " does not export the process functions (GetAllProcessRssMem, ...)");
+  }
+  return library;
+}
+
+std::optional<ProcessLibrary> ProcessLibrary::of(const Plugin& plugin) {
+  ProcessLibrary library(plugin);
+  return library.complete() ? std::optional(library) : std::nullopt;
 }
 
 std::optional<Listing> ProcessLibrary::list(bool with_cpu) const {
@@ -75,6 +81,12 @@ std::optional<std::vector<pid_t>> ProcessLibrary::find_prefix(const std::string&
 
 std::optional<std::vector<pid_t>> ProcessLibrary::find_wildcard(const std::string& pattern) const {
   return find_all(find_wildcard_, pattern);
+}
+
+std::optional<std::vector<pid_t>> ProcessLibrary::find(Match match, const std::string& name) const {
+  return match == Match::kExact    ? find_exact(name)
+         : match == Match::kPrefix ? find_prefix(name)
+                                   : find_wildcard(name);
 }
 
 int ProcessLibrary::kill(const std::string& name, pid_t pid) const {

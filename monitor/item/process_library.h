@@ -28,6 +28,9 @@ class ProcessLibrary {
   // Loads the plug-in; on failure nothing, and the reason has been said on standard error.
   static std::optional<ProcessLibrary> load(const std::string& plugin);
 
+  // The functions of a loaded plug-in; nothing if it does not export them all.
+  static std::optional<ProcessLibrary> of(const Plugin& plugin);
+
   // Every user process; with its CPU usage it takes a minute. Nothing when /proc cannot be read.
   std::optional<Listing> list(bool with_cpu) const;
 
@@ -35,6 +38,9 @@ class ProcessLibrary {
   std::optional<std::vector<pid_t>> find_exact(const std::string& name) const;
   std::optional<std::vector<pid_t>> find_prefix(const std::string& name) const;
   std::optional<std::vector<pid_t>> find_wildcard(const std::string& pattern) const;
+
+  // The same by the way of matching; an exact name gives one process at most.
+  std::optional<std::vector<pid_t>> find(Match match, const std::string& name) const;
 
   // What KillProcess() returns.
   int kill(const std::string& name, pid_t pid) const;

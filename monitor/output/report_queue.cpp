@@ -1,17 +1,17 @@
 #include "output/report_queue.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
 namespace {
 
+thread_local const ReportOrigin* report_origin = nullptr;
+
 Report copy_of(const MIRT_HOST_REPORT_S& sent) {
   const MIRT_PRIMARY_KEY_S& key = sent.key;
   Report report{std::chrono::system_clock::now(),
+                report_origin ? *report_origin : ReportOrigin{},
                 key.resType,
                 key.errCode,
                 std::string(key.resId, strnlen(key.resId, sizeof key.resId)),
@@ -28,6 +28,10 @@ Report copy_of(const MIRT_HOST_REPORT_S& sent) {
 }
 
 }  // namespace
+
+void set_report_origin(const ReportOrigin* origin) {
+  report_origin = origin;
+}
 
 std::string err_code_text(const Report& report) {
   char text[16];
@@ -47,8 +51,6 @@ std::string report_text(const Report& report) {
   return text;
 }
 
-ReportQueue::ReportQueue() : filled_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
 void ReportQueue::connect() {
   mirt_host_set_report_handler(receive, this);
 }
@@ -59,9 +61,7 @@ int32_t ReportQueue::receive(const MIRT_HOST_REPORT_S* report, void* user) try {
   Report copy = copy_of(*report);
   const std::lock_guard lock(queue.mutex_);
   queue.reports_.push_back(std::move(copy));
-  const uint64_t one = 1;
-  // Cannot fail in a way that matters: a full counter is readable as well.
-  [[maybe_unused]] const ssize_t written = write(queue.fd(), &one, sizeof one);
+  queue.wake_.set();
   return 0;
 } catch (...) {
   return -1;
@@ -69,7 +69,5 @@ int32_t ReportQueue::receive(const MIRT_HOST_REPORT_S* report, void* user) try {
 
 std::vector<Report> ReportQueue::take() {
   const std::lock_guard lock(mutex_);
-  uint64_t ignored;
-  [[maybe_unused]] const ssize_t got = read(fd(), &ignored, sizeof ignored);
   return std::exchange(reports_, {});
 }

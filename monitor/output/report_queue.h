@@ -10,12 +10,23 @@
 
 #include "item/params.h"
 #include "mirt_host.h"
-#include "proc/unique_fd.h"
+#include "proc/wake.h"
 #include "text/clock_text.h"
+
+// Who sends a report: the instance whose item does, and the alarm that it belongs to, if any.
+struct ReportOrigin {
+  std::string instance;
+  std::string alarm;
+};
+
+// Names the origin of all reports that this thread sends from now on; null: none. The record must
+// stay where it is until then.
+void set_report_origin(const ReportOrigin* origin);
 
 // A report or error as an item sent it.
 struct Report {
   WallTime time;
+  ReportOrigin origin;
   uint16_t res_type;
   uint32_t err_code;
   std::string res_id;
@@ -35,7 +46,8 @@ std::string report_text(const Report& report);
 // Filled on the threads of the items, emptied by one.
 class ReportQueue {
  public:
-  ReportQueue();
+  // `wake` is set when a report has come.
+  explicit ReportQueue(const Wake& wake) : wake_(wake) {}
   // The host library must send nothing any more.
   ~ReportQueue() = default;
   ReportQueue(const ReportQueue&) = delete;
@@ -44,18 +56,12 @@ class ReportQueue {
   // Has the host library deliver every report here.
   void connect();
 
-  // False if no descriptor was left for fd().
-  bool ready() const { return filled_fd_.get() >= 0; }
-
-  // Becomes readable when a report has come.
-  int fd() const { return filled_fd_.get(); }
-
   std::vector<Report> take();
 
  private:
   static int32_t receive(const MIRT_HOST_REPORT_S* report, void* user);
 
-  UniqueFd filled_fd_;
+  const Wake& wake_;
   std::mutex mutex_;
   std::vector<Report> reports_;
 };

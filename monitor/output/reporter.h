@@ -4,26 +4,34 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "item/instance.h"
+#include "item/state.h"
 #include "mirt_interface.h"
 #include "output/report_queue.h"
 #include "proc/thread_owner.h"
 #include "text/clock_text.h"
-#include "text/line_writer.h"
+#include "text/line_queue.h"
 
 // One call that has returned.
 struct Answer {
   const Instance& instance;
-  double value;
+  double value;  // as the item returned it
   const FI_RESULT_S& result;
   WallTime time;                         // when it returned
   std::optional<WallTime> called_since;  // when it was called, if it has been reported as blind
   const std::optional<ThreadOwner>& thread_owner;
-  bool of_alarm = false;  // it is the report that the instance's alarm sends
+  Finding finding;
+  State state = State::kOk;           // what the instance is in after this answer
+  bool state_is_new = false;          // it was in another one before
+  bool of_alarm = false;              // it is the report that the instance's alarm sends
+  std::vector<std::string> alarms{};  // the ids of the alarms that are raised
 
   bool valid() const { return result.result == 0; }
+  // True if the value is to be shown: the item measured it, or says that all is well.
+  bool has_value() const;
   // The process or thread that the value belongs to, if the item names one; 0 means none matched.
   std::optional<int> pid() const;
   // The thread, if `pid` is one.
@@ -36,13 +44,19 @@ struct Answer {
 struct Blindness {
   const Instance& instance;
   WallTime time;
-  WallTime since;  // when the call began
+  WallTime since;      // when the call began
+  std::string detail;  // where it waits, if that can be told
 };
 
-// An alarm raised or cleared by a call.
+// An alarm raised or cleared, by an answer or, while there is none, by the time that has passed.
 struct AlarmChange {
-  const Answer& answer;
+  const Instance& instance;
+  const AlarmRule& rule;
+  WallTime time;
+  const Answer* answer;  // null: the instance is blind
+  State state;
   bool raised;
+  std::string id;  // the same when it is raised, in its report, and when it is cleared
 };
 
 // Called by one thread at a time.
@@ -59,11 +73,16 @@ class Reporter {
   virtual void reported(const Report& report) = 0;
 };
 
+// "raised: above 90 for 3 calls"
+std::string change_text(const AlarmChange& change);
+
 // Aligned lines; failures in red where `colour` is set. Names and units set the columns' widths.
-std::unique_ptr<Reporter> report_to_people(LineWriter& out, const std::vector<Instance>& instances,
+std::unique_ptr<Reporter> report_to_people(LineQueue& out, const std::vector<Instance>& instances,
                                            bool colour);
+std::string loss_for_people(const LineQueue::Loss& loss);
 
 // One JSON object per line.
-std::unique_ptr<Reporter> report_as_json(LineWriter& out);
+std::unique_ptr<Reporter> report_as_json(LineQueue& out);
+std::string loss_as_json(const LineQueue::Loss& loss);
 
 #endif

@@ -23,46 +23,53 @@ Json number(const ItemRow& item, double value) {
   return shortest(value);
 }
 
-const char* state_of(const Answer& answer) {
-  if (answer.called_since) return "late";
-  return answer.valid() ? "ok" : "failed";
-}
-
 class JsonReporter final : public Reporter {
  public:
-  explicit JsonReporter(LineWriter& out) : out_(out) {}
+  explicit JsonReporter(LineQueue& out) : out_(out) {}
 
   void answered(const Answer& answer) override {
-    Json line = with_value(answer, "item", state_of(answer));
+    Json line = with_value(answer, "item", state_name(answer.state));
     line["result"] = answer.result.result;
     line["reason"] = answer.valid() ? "" : answer.result.reason;
+    if (!answer.finding.detail.empty()) line["detail"] = answer.finding.detail;
     add_details(line, answer);
-    if (answer.called_since) line["since"] = iso8601(*answer.called_since);
-    write(line);
+    if (!answer.alarms.empty()) line["alarms"] = answer.alarms;
+    if (answer.called_since) {
+      line["late"] = true;
+      line["since"] = iso8601(*answer.called_since);
+    }
+    const bool lasting = answer.state_is_new || answer.of_alarm;
+    write(line, lasting ? Weight::kLasting : Weight::kOrdinary);
   }
 
   void went_blind(const Blindness& blindness) override {
-    Json line = beginning(blindness.time, "item", blindness.instance, "blind");
+    Json line = beginning(blindness.time, "item", blindness.instance, state_name(State::kBlind));
     line["value"] = nullptr;
     line["unit"] = blindness.instance.unit;
     line["pid"] = nullptr;
     line["result"] = nullptr;
     line["reason"] = "no answer before the deadline";
+    if (!blindness.detail.empty()) line["detail"] = blindness.detail;
     line["since"] = iso8601(blindness.since);
-    write(line);
+    write(line, Weight::kLasting);
   }
 
   void alarm_changed(const AlarmChange& change) override {
-    Json line = with_value(change.answer, "alarm", change.raised ? "raised" : "cleared");
-    line["condition"] = condition_text(*change.answer.instance.alarm);
-    add_details(line, change.answer);
-    write(line);
+    const char* const state = change.raised ? "raised" : "cleared";
+    Json line = change.answer ? with_value(*change.answer, "alarm", state)
+                              : beginning(change.time, "alarm", change.instance, state);
+    line["alarm"] = change.id;
+    line["condition"] = condition_text(change.rule);
+    line["instance_state"] = state_name(change.state);
+    if (change.answer) add_details(line, *change.answer);
+    write(line, Weight::kLasting);
+    if (out_.closed()) log_line("event", change.instance.name + " alarm " + change_text(change));
   }
 
   void reported(const Report& report) override {
-    Json line;
-    line["time"] = iso8601(report.time);
-    line["kind"] = "report";
+    Json line = numbered(report.time, "report");
+    line["instance"] = text_or_null(report.origin.instance);
+    line["alarm"] = text_or_null(report.origin.alarm);
     line["key"] = {{"resType", report.res_type},
                    {"errCode", err_code_text(report)},
                    {"resId", report.res_id},
@@ -74,18 +81,24 @@ class JsonReporter final : public Reporter {
     line["description"] = report.description;
     line["function"] = report.function ? Json(*report.function) : Json();
     line["line"] = report.function ? Json(report.line) : Json();
-    write(line);
+    write(line, Weight::kLasting);
     log_line("event", report_text(report));  // the log has it as well
   }
 
  private:
-  static Json with_value(const Answer& answer, const char* kind, const char* state) {
+  using Weight = LineQueue::Weight;
+
+  Json with_value(const Answer& answer, const char* kind, const char* state) {
     Json line = beginning(answer.time, kind, answer.instance, state);
-    line["value"] = answer.valid() ? number(*answer.instance.item, answer.value) : Json();
+    const Json value = number(*answer.instance.item, answer.value);
+    line["value"] = answer.has_value() ? value : Json();
     line["unit"] = answer.instance.unit;
     line["pid"] = answer.pid() ? Json(*answer.pid()) : Json();
+    line["answer"] = value;
     return line;
   }
+
+  static Json text_or_null(const std::string& text) { return text.empty() ? Json() : Json(text); }
 
   static void add_details(Json& line, const Answer& answer) {
     if (answer.thread()) {
@@ -97,24 +110,40 @@ class JsonReporter final : public Reporter {
     if (answer.flow_id()) line["hangflowid"] = *answer.flow_id();
   }
 
-  static Json beginning(WallTime time, const char* kind, const Instance& instance,
-                        const char* state) {
-    Json line;
-    line["time"] = iso8601(time);
-    line["kind"] = kind;
+  Json beginning(WallTime time, const char* kind, const Instance& instance, const char* state) {
+    Json line = numbered(time, kind);
     line["instance"] = instance.name;
     line["item"] = instance.item->name;
     line["state"] = state;
     return line;
   }
 
-  void write(const Json& line) { out_.write_line(json_text(line)); }
+  Json numbered(WallTime time, const char* kind) {
+    Json line;
+    line["time"] = iso8601(time);
+    line["seq"] = ++written_;
+    line["kind"] = kind;
+    return line;
+  }
 
-  LineWriter& out_;
+  void write(const Json& line, Weight weight) { out_.push(json_text(line), weight); }
+
+  unsigned long written_ = 0;
+  LineQueue& out_;
 };
 
 }  // namespace
 
-std::unique_ptr<Reporter> report_as_json(LineWriter& out) {
+std::string loss_as_json(const LineQueue::Loss& loss) {
+  Json line;
+  line["time"] = iso8601(std::chrono::system_clock::now());
+  line["kind"] = "lost";
+  line["lines"] = loss.ordinary + loss.lasting;
+  line["values"] = loss.ordinary;
+  line["others"] = loss.lasting;
+  return json_text(line);
+}
+
+std::unique_ptr<Reporter> report_as_json(LineQueue& out) {
   return std::make_unique<JsonReporter>(out);
 }

@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "item/alarm_rule.h"
 #include "output/reporter.h"
+#include "text/log_lines.h"
 #include "text/terminal_text.h"
 
 namespace {
@@ -20,7 +20,7 @@ std::string rounded(const ItemRow& item, double value) {
 
 class PeopleReporter final : public Reporter {
  public:
-  PeopleReporter(LineWriter& out, const std::vector<Instance>& instances, bool colour)
+  PeopleReporter(LineQueue& out, const std::vector<Instance>& instances, bool colour)
       : out_(out), colour_(colour) {
     for (const Instance& instance : instances) {
       name_width_ = std::max(name_width_, width_of(instance.name));
@@ -29,45 +29,57 @@ class PeopleReporter final : public Reporter {
   }
 
   void answered(const Answer& answer) override {
-    const bool has_value = answer.valid();
+    const bool shows_value = answer.finding.measured() || (answer.of_alarm && answer.valid());
     std::string line =
-        has_value ? beginning(answer.time, answer.instance,
-                              rounded(*answer.instance.item, answer.value), answer.instance.unit)
-                  : beginning(answer.time, answer.instance, "failed", "");
+        shows_value ? beginning(answer.time, answer.instance,
+                                rounded(*answer.instance.item, answer.value), answer.instance.unit)
+                    : beginning(answer.time, answer.instance, state_name(answer.finding.state), "");
     line += owner_text(answer);
     if (answer.flow_id()) line += "  flow " + std::to_string(*answer.flow_id());
     if (answer.called_since) line += "  late, called " + for_people(*answer.called_since);
-    if (!has_value) {
-      const std::string sender =
-          answer.of_alarm ? std::string(answer.instance.item->name) + ": " : "";
-      line += "  " + red(sender + answer.result.reason);
-    }
-    write(std::move(line));
+    if (!shows_value) line += "  " + reason_text(answer);
+    const bool lasting = answer.state_is_new || answer.of_alarm;
+    write(std::move(line), lasting ? Weight::kLasting : Weight::kOrdinary);
   }
 
   void went_blind(const Blindness& blindness) override {
-    std::string line = beginning(blindness.time, blindness.instance, "blind", "");
-    write(std::move(line) + "  " + red("no answer since " + for_people(blindness.since)));
+    std::string line = beginning(blindness.time, blindness.instance, state_name(State::kBlind), "");
+    std::string text = "no answer since " + for_people(blindness.since);
+    if (!blindness.detail.empty()) text += ", waits " + blindness.detail;
+    write(std::move(line) + "  " + red(text), Weight::kLasting);
   }
 
   void alarm_changed(const AlarmChange& change) override {
-    const Answer& answer = change.answer;
-    const AlarmRule& rule = *answer.instance.alarm;
-    const unsigned calls = change.raised ? rule.raise_after : rule.clear_after;
-    const std::string text = change.raised ? "alarm raised" : "alarm cleared";
-    const std::string reason = (change.raised ? ": " : ": not ") + condition_text(rule) + " for " +
-                               std::to_string(calls) + (calls == 1 ? " call" : " calls");
+    const bool has_value = change.answer && change.answer->has_value();
     std::string line =
-        beginning(answer.time, answer.instance, rounded(*answer.instance.item, answer.value),
-                  answer.instance.unit);
-    write(std::move(line) + "  " + (change.raised ? red(text) : text) + reason);
+        has_value
+            ? beginning(change.time, change.instance,
+                        rounded(*change.instance.item, change.answer->value), change.instance.unit)
+            : beginning(change.time, change.instance, state_name(change.state), "");
+    const std::string text = "alarm " + change_text(change);
+    write(std::move(line) + "  " + (change.raised ? red(text) : printable(text)), Weight::kLasting);
+    if (out_.closed()) log_line("event", change.instance.name + " " + text);
   }
 
   void reported(const Report& report) override {
-    write(for_people(report.time) + "  " + red(report_text(report)));
+    write(for_people(report.time) + "  " + red(report_text(report)), Weight::kLasting);
+    if (out_.closed()) log_line("event", report_text(report));
   }
 
  private:
+  using Weight = LineQueue::Weight;
+
+  // Why there is no value: the item's own words where it has some, then the monitor's.
+  std::string reason_text(const Answer& answer) const {
+    std::string text = answer.valid() ? "" : answer.result.reason;
+    if (!answer.finding.detail.empty()) text += (text.empty() ? "" : " ") + answer.finding.detail;
+    if (answer.finding.state == State::kUnjudged) {
+      text += " (the item returned " + rounded(*answer.instance.item, answer.value) + ")";
+    }
+    if (answer.of_alarm) text = std::string(answer.instance.item->name) + ": " + text;
+    return answer.finding.state == State::kAbsent ? printable(text) : red(text);
+  }
+
   // Time, instance, value and unit.
   std::string beginning(WallTime time, const Instance& instance, const std::string& value,
                         const std::string& unit) const {
@@ -89,12 +101,12 @@ class PeopleReporter final : public Reporter {
     return colour_ ? kRed + printable(text) + kPlain : printable(text);
   }
 
-  void write(std::string line) {
+  void write(std::string line, Weight weight) {
     line.erase(line.find_last_not_of(' ') + 1);
-    out_.write_line(std::move(line));
+    out_.push(std::move(line), weight);
   }
 
-  LineWriter& out_;
+  LineQueue& out_;
   bool colour_;
   size_t name_width_ = 0;
   size_t unit_width_ = 0;
@@ -102,26 +114,13 @@ class PeopleReporter final : public Reporter {
 
 }  // namespace
 
-std::optional<int> Answer::pid() const {
-  const Reports reports = instance.item->reports;
-  const bool names_one = reports == Reports::kValueAndPid || reports == Reports::kValueAndThread;
-  if (!valid() || !names_one) return std::nullopt;
-  return result.pid;
+std::string loss_for_people(const LineQueue::Loss& loss) {
+  return for_people(std::chrono::system_clock::now()) + "  " +
+         std::to_string(loss.ordinary + loss.lasting) + " lines lost (" +
+         std::to_string(loss.ordinary) + " of values): the output was not read";
 }
 
-std::optional<int> Answer::thread() const {
-  const bool names_one = instance.item->reports == Reports::kValueAndThread && result.pid != 0;
-  return names_one ? pid() : std::nullopt;
-}
-
-std::optional<unsigned> Answer::flow_id() const {
-  const bool stopped =
-      valid() && instance.item->reports == Reports::kValueAndFlowId && value == 0.0;
-  if (!stopped) return std::nullopt;
-  return result.hangflowid;
-}
-
-std::unique_ptr<Reporter> report_to_people(LineWriter& out, const std::vector<Instance>& instances,
+std::unique_ptr<Reporter> report_to_people(LineQueue& out, const std::vector<Instance>& instances,
                                            bool colour) {
   return std::make_unique<PeopleReporter>(out, instances, colour);
 }

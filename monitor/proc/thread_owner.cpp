@@ -2,19 +2,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 
-#include "proc/proc_status.h"
+#include "proc/proc_file.h"
 
 namespace {
 
 constexpr size_t kLongestCommandLine = 4096;
 
 std::string command_line_of(int pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
-  std::string text(kLongestCommandLine, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<size_t>(file.gcount()));
+  std::string text = read_proc_file(proc_path(pid, "cmdline"), kLongestCommandLine).value_or("");
   text.erase(text.find_last_not_of('\0') + 1);
   std::replace(text.begin(), text.end(), '\0', ' ');
   return text;

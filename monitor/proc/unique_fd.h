@@ -1,15 +1,21 @@
-// A descriptor with an owner.
+// A descriptor with an owner, and the one way to open a file.
 #ifndef MONITOR_UNIQUE_FD_H
 #define MONITOR_UNIQUE_FD_H
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <utility>
 
 // Owns one descriptor. close() is never retried: after EINTR the number may be another thread's.
 class UniqueFd {
  public:
   explicit UniqueFd(int fd) noexcept : fd_(fd) {}
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
+  UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
   ~UniqueFd() {
     if (fd_ >= 0) close(fd_);
   }
@@ -18,5 +24,10 @@ class UniqueFd {
  private:
   int fd_;
 };
+
+// Opens a file or folder to read it. No command that the monitor starts inherits it.
+inline UniqueFd open_to_read(const char* path, int further_flags = 0) noexcept {
+  return UniqueFd(open(path, O_RDONLY | O_CLOEXEC | further_flags));
+}
 
 #endif

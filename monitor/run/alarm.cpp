@@ -1,10 +1,31 @@
 #include "run/alarm.h"
 
+#include <algorithm>
 #include <cmath>
 
-Alarm::Change Alarm::judge(double value) {
-  if (std::isnan(value)) return Change::kNone;
-  if (holds(value) == raised_) {
+namespace {
+
+// Items measure in float: 12.3F is not above 12.3.
+bool fulfils(const AlarmRule& rule, double value) {
+  const auto measured = static_cast<float>(value), bound = static_cast<float>(rule.bound);
+  switch (rule.condition) {
+    case AlarmRule::Condition::kAbove:
+      return measured > bound;
+    case AlarmRule::Condition::kBelow:
+      return measured < bound;
+    case AlarmRule::Condition::kEquals:
+      return measured == bound;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+Alarm::Change Alarm::judge(State state, double value) {
+  const std::optional<bool> condition = holds(state, value);
+  if (!condition) return Change::kNone;
+  if (*condition == raised_) {
     in_a_row_ = 0;
     return Change::kNone;
   }
@@ -14,15 +35,11 @@ Alarm::Change Alarm::judge(double value) {
   return raised_ ? Change::kRaised : Change::kCleared;
 }
 
-// Items measure in float: 12.3F is not to be above 12.3.
-bool Alarm::holds(double value) const {
-  const auto measured = static_cast<float>(value), bound = static_cast<float>(rule_->bound);
-  switch (rule_->condition) {
-    case AlarmRule::Condition::kAbove:
-      return measured > bound;
-    case AlarmRule::Condition::kBelow:
-      return measured < bound;
-    default:
-      return measured == bound;
-  }
+// Nothing if the answer tells neither that the condition holds nor that it does not.
+std::optional<bool> Alarm::holds(State state, double value) const {
+  const bool asked_for =
+      std::find(rule_->states.begin(), rule_->states.end(), state) != rule_->states.end();
+  if (asked_for) return true;
+  if (state != State::kOk || std::isnan(value)) return std::nullopt;
+  return fulfils(*rule_, value);
 }

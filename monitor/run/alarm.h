@@ -1,26 +1,30 @@
-// An alarm as a state machine over the values of one instance.
+// An alarm as a state machine over the answers of one instance.
 #ifndef MONITOR_ALARM_H
 #define MONITOR_ALARM_H
 
+#include <optional>
+
 #include "item/alarm_rule.h"
 
-// Follows the values of one instance. The rule must outlive it.
+// Follows the answers of one instance. The rule must outlive it.
 class Alarm {
  public:
   enum class Change { kNone, kRaised, kCleared };
 
   explicit Alarm(const AlarmRule& rule) : rule_(&rule) {}
 
-  // Takes the next value; a call that gave none is left out. Something that is no number is passed
-  // over in the same way.
-  Change judge(double value);
+  // Takes the next answer: the value counts if it was measured (kOk), otherwise only the state
+  // does. An answer that says neither yes nor no changes nothing, and a row goes on after it.
+  Change judge(State state, double value);
+
+  bool raised() const { return raised_; }
 
  private:
-  bool holds(double value) const;
+  std::optional<bool> holds(State state, double value) const;
 
   const AlarmRule* rule_;
   bool raised_ = false;
-  unsigned in_a_row_ = 0;  // calls that speak for a change
+  unsigned in_a_row_ = 0;  // answers that speak for a change
 };
 
 #endif

@@ -15,7 +15,7 @@
 #include <set>
 #include <thread>
 
-#include "proc/proc_status.h"
+#include "proc/proc_file.h"
 
 namespace {
 

@@ -15,7 +15,8 @@ struct RunRequest {
   Schedule schedule;
   Recovery recovery;
   bool json = false;
-  bool fail_on_invalid = false;  // exit with 1 unless each call gave a valid value
+  bool fail_unless_done = false;  // exit with 1 unless each call did what the item is for
+  bool hangup_ends = false;       // SIGHUP ends it
 };
 
 // Loads the plug-in, runs the instances, and returns the exit code. Where an item is still inside a

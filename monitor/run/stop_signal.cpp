@@ -1,24 +1,17 @@
 #include "run/stop_signal.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <initializer_list>
 
 namespace {
 
 // Plain static data: the handler may run at any time, on any thread.
-int stop_fd = -1;
+const Wake* stop_wake = nullptr;
+volatile std::sig_atomic_t stop_asked = 0;
 
 extern "C" void ask_to_stop(int) {
-  const int saved_errno = errno;
-  const uint64_t one = 1;
-  // Cannot fail in a way that matters: a full counter is readable as well.
-  [[maybe_unused]] const ssize_t written = write(stop_fd, &one, sizeof one);
-  errno = saved_errno;
+  stop_asked = 1;
+  stop_wake->set();
 }
 
 extern "C" void do_nothing(int) {}
@@ -38,14 +31,14 @@ bool is_ignored(int number) {
 
 }  // namespace
 
-bool StopSignal::install() {
-  stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (stop_fd < 0) return false;
+bool StopSignal::install(const Wake& wake, bool hangup_ends) {
+  stop_wake = &wake;
   sigset_t unblocked;
   sigemptyset(&unblocked);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (number == SIGHUP && is_ignored(number)) continue;  // nohup: meant to outlive its terminal
-    if (!handle(number, ask_to_stop)) return false;
+    const bool ends = number != SIGHUP || hangup_ends;
+    if (!handle(number, ends ? ask_to_stop : do_nothing)) return false;
     sigaddset(&unblocked, number);
   }
   // A parent that had them blocked handed that down to us.
@@ -53,6 +46,6 @@ bool StopSignal::install() {
   return handle(SIGPIPE, do_nothing);
 }
 
-int StopSignal::fd() {
-  return stop_fd;
+bool StopSignal::asked() {
+  return stop_asked != 0;
 }

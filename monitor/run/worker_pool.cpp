@@ -1,6 +1,5 @@
 #include "run/worker_pool.h"
 
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,18 +11,22 @@ namespace {
 
 void run(Call& call) {
   call.result = FI_RESULT_S{};
+  call.finding = Finding{};
+  call.examiner.before(call.context);
+  set_report_origin(&call.origin);
+  call.began = Call::Clock::now();
   call.value = call.item.call(static_cast<int>(call.params.size()), call.params.data(),
                               &call.context, &call.result);
+  call.ended = Call::Clock::now();
+  set_report_origin(nullptr);
+  call.finding = call.examiner.after(call.context, call.result, call.value);
   const bool names_thread = call.item.row().reports == Reports::kValueAndThread &&
                             call.result.result == 0 && call.result.pid > 0;
   call.thread_owner = names_thread ? owner_of_thread(call.result.pid) : std::nullopt;
-  call.ended = std::chrono::system_clock::now();
+  call.answered = std::chrono::system_clock::now();
 }
 
 }  // namespace
-
-WorkerPool::WorkerPool(size_t limit)
-    : limit_(limit), finished_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 bool WorkerPool::start(Call& call) {
   const std::lock_guard lock(mutex_);
@@ -54,6 +57,7 @@ bool WorkerPool::start_worker() {
 
 void WorkerPool::work(Worker& worker) {
   std::unique_lock lock(mutex_);
+  worker.tid = gettid();
   while (!worker.abandoned) {
     wake_.wait(lock, [&] { return stopping_ || !ready_.empty(); });
     if (stopping_) break;
@@ -70,15 +74,11 @@ void WorkerPool::work(Worker& worker) {
 
 void WorkerPool::tell_finished(Call& call) {
   finished_.push_back(&call);
-  const uint64_t one = 1;
-  // Cannot fail in a way that matters: a full counter is readable as well.
-  [[maybe_unused]] const ssize_t written = write(finished_fd_.get(), &one, sizeof one);
+  wake_owner_.set();
 }
 
 std::vector<Call*> WorkerPool::take_finished() {
   const std::lock_guard lock(mutex_);
-  uint64_t ignored;
-  [[maybe_unused]] const ssize_t got = read(finished_fd_.get(), &ignored, sizeof ignored);
   return std::exchange(finished_, {});
 }
 
@@ -90,6 +90,14 @@ bool WorkerPool::abandon(Call& call) {
     return true;
   }
   return false;
+}
+
+int WorkerPool::thread_of(const Call& call) {
+  const std::lock_guard lock(mutex_);
+  for (const Worker& worker : workers_) {
+    if (worker.call == &call) return worker.tid;
+  }
+  return 0;
 }
 
 // Abandoned workers whose call came back after all; they hold no lock any more once ended is set.

@@ -11,22 +11,29 @@
 #include <thread>
 #include <vector>
 
+#include "item/examiner.h"
 #include "item/plugin.h"
-#include "mirt_interface.h"
+#include "output/report_queue.h"
 #include "proc/thread_owner.h"
-#include "proc/unique_fd.h"
+#include "proc/wake.h"
 
 // One item instance as a worker sees it. From start() until take_finished() it is the worker's
 // alone; at all other times it is the owner's.
 struct Call {
+  using Clock = std::chrono::steady_clock;
+
   size_t owner;  // which instance it is, for whoever takes it back
   Item item;
   std::vector<FI_PARAM_S> params;
+  Examiner examiner;
+  ReportOrigin origin{};   // of the reports that the item sends
   FI_CONTEXT_S context{};  // zero before the first call, then as the item left it
   FI_RESULT_S result{};    // zeroed before each call
   std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
   double value = 0.0;
-  std::chrono::system_clock::time_point ended{};
+  Finding finding{};
+  Clock::time_point began{}, ended{};  // of the item itself, as its thread saw it
+  std::chrono::system_clock::time_point answered{};
 };
 
 // Runs calls, each on a worker of its own. start(), take_finished() and abandon() belong to one
@@ -34,18 +41,13 @@ struct Call {
 // thread and delays nobody.
 class WorkerPool {
  public:
-  // At most `limit` calls at one time; abandoned ones do not count.
-  explicit WorkerPool(size_t limit);
+  // At most `limit` calls at one time; abandoned ones do not count. `wake` is set when a call has
+  // finished.
+  WorkerPool(size_t limit, const Wake& wake) : limit_(limit), wake_owner_(wake) {}
   // Every worker must have been stopped.
   ~WorkerPool() = default;
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
-
-  // False if no descriptor was left for fd().
-  bool ready() const { return finished_fd_.get() >= 0; }
-
-  // Becomes readable when a call has finished.
-  int fd() const { return finished_fd_.get(); }
 
   // Has a worker run the call, which must stay where it is until it is taken back. False if the
   // limit is reached or the system gives no further thread: try again later.
@@ -59,6 +61,9 @@ class WorkerPool {
   // meantime, or its worker has not woken up yet.
   bool abandon(Call& call);
 
+  // The thread that is inside this call; 0 if none is.
+  int thread_of(const Call& call);
+
   // Ends all workers. False if some are still inside an item: threads cannot be interrupted there,
   // so the process then has to end by _exit(), without destroying anything that they use.
   bool stop();
@@ -66,6 +71,7 @@ class WorkerPool {
  private:
   struct Worker {
     std::thread thread;
+    int tid = 0;
     Call* call = nullptr;
     bool abandoned = false;
     bool ended = false;
@@ -77,7 +83,7 @@ class WorkerPool {
   void tell_finished(Call& call);
 
   const size_t limit_;
-  UniqueFd finished_fd_;
+  const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::condition_variable wake_;
   std::deque<Call*> ready_;

@@ -11,7 +11,10 @@ constexpr int kExitUsage = 2;   // the command line or the configuration is at f
 // One line on standard error, with the program's name.
 void complain(const std::string& text);
 
-// The same, of output that was lost for this reason (an errno).
+// "cannot write standard output: No space left on device"
+std::string output_trouble(int error);
+
+// The same as a complaint, of output that was lost for this reason (an errno).
 void complain_of_output(int error);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "kelv_log.h"
@@ -10,12 +11,31 @@
 
 namespace {
 
+std::atomic<LineQueue*> log_queue{nullptr};
+
+std::string log_text(const char* level, const std::string& text) {
+  return for_people(std::chrono::system_clock::now()) + "  " + level + "  " + printable(text);
+}
+
+void write_log(std::string line, LineQueue::Weight weight) {
+  if (LineQueue* const queue = log_queue) {
+    queue->push(std::move(line), weight);
+    return;
+  }
+  line += '\n';
+  // One write a line, so that lines of several threads do not mix.
+  ssize_t written;
+  do written = write(STDERR_FILENO, line.data(), line.size());
+  while (written < 0 && errno == EINTR);
+}
+
 // "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..." Called from C:
 // nothing may be thrown through it.
 void write_record(const KELV_LOG_RECORD_S* record) try {
-  log_line(kelvlog_level_name(record->level), std::to_string(record->module) + " " + record->file +
-                                                  ":" + std::to_string(record->line) + " " +
-                                                  record->function + ": " + record->text);
+  const std::string text = std::to_string(record->module) + " " + record->file + ":" +
+                           std::to_string(record->line) + " " + record->function + ": " +
+                           record->text;
+  write_log(log_text(kelvlog_level_name(record->level), text), LineQueue::Weight::kOrdinary);
 } catch (...) {  // no memory: the record is lost
 }
 
@@ -25,11 +45,15 @@ void log_as_lines() {
   kelvlog_set_sink(write_record);
 }
 
+void log_through(LineQueue* queue) {
+  log_queue = queue;
+}
+
 void log_line(const char* level, const std::string& text) {
-  const std::string line =
-      for_people(std::chrono::system_clock::now()) + "  " + level + "  " + printable(text) + "\n";
-  // One write a line, so that lines of several threads do not mix.
-  ssize_t written;
-  do written = write(STDERR_FILENO, line.data(), line.size());
-  while (written < 0 && errno == EINTR);
+  write_log(log_text(level, text), LineQueue::Weight::kLasting);
+}
+
+std::string log_loss_text(const LineQueue::Loss& loss) {
+  return log_text("warning", std::to_string(loss.ordinary + loss.lasting) +
+                                 " log lines lost: standard error was not read");
 }

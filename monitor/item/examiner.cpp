@@ -1,0 +1,299 @@
+#include "item/examiner.h"
+
+#include <sys/statfs.h>
+#include <sys/sysinfo.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "item/pre_command.h"
+#include "proc/heartbeat_entry.h"
+#include "proc/proc_access.h"
+#include "proc/proc_file.h"
+#include "text/number_text.h"
+#include "text/wording.h"
+
+namespace {
+
+// Shares of the machine cannot be above 100 %. Ticks are counted at slightly different moments, so
+// a little more is possible; more than this is the lifetime of a process over one interval.
+constexpr double kMostPercent = 150.0;
+
+Finding ok() {
+  return {};
+}
+
+Finding absent(std::string why) {
+  return {State::kAbsent, std::move(why)};
+}
+
+Finding unjudged(std::string why) {
+  return {State::kUnjudged, std::move(why)};
+}
+
+// What the context overlays of the items begin with: a process id, or the last heartbeat.
+int pid_in(const FI_CONTEXT_S& context) {
+  int pid;
+  std::memcpy(&pid, context.contextbuff, sizeof pid);
+  return pid;
+}
+
+std::string process_text(int pid) {
+  return "process " + std::to_string(pid);
+}
+
+bool is_share_of_machine(const ItemRow& item) {
+  return item.source.subject == Subject::kMachine || item.source.subject == Subject::kProcess;
+}
+
+// Why a percentage cannot be right; empty if it can.
+std::string absurdity(const ItemRow& item, double value) {
+  if (!is_share_of_machine(item) || std::strcmp(item.source.file, "fd") == 0) return "";
+  const std::string unit = item.unit;
+  const double most = unit == "%"        ? kMostPercent
+                      : unit == "% core" ? kMostPercent * get_nprocs()
+                                         : 0;
+  if (most == 0 || value <= most) return "";
+  return number_text(value) + " % is more than there can be: a file could not be read in between";
+}
+
+Finding failed(const ItemRow& item, const std::vector<Param>& params) {
+  std::string detail;
+  struct statfs status {};
+  if (item.source.subject == Subject::kFileSystem &&
+      statfs(params.front().value.c_str(), &status) != 0) {
+    detail = "statfs of " + in_quotes(params.front().value) + ": " + std::strerror(errno);
+  }
+  return {State::kFailed, detail};
+}
+
+Finding action(double value) {
+  if (value == 0.0) return ok();
+  return {State::kFailed, "the item returned " + number_text(value) + ": it did not act"};
+}
+
+const std::string* value_of(const std::vector<Param>& params, const char* name) {
+  for (const Param& param : params) {
+    if (param.name == name) return &param.value;
+  }
+  return nullptr;
+}
+
+// "Max open files            unlimited            unlimited            files"
+bool has_unlimited_handles(int pid) {
+  const std::string limits = read_proc_file(proc_path(pid, "limits")).value_or("");
+  const size_t line = limits.find("Max open files");
+  if (line == std::string::npos) return false;
+  const size_t value = limits.find_first_not_of(' ', line + std::strlen("Max open files"));
+  return value != std::string::npos && limits.compare(value, 9, "unlimited") == 0;
+}
+
+}  // namespace
+
+void Examiner::before(const FI_CONTEXT_S& context) {
+  std::memcpy(context_before_, context.contextbuff, sizeof context_before_);
+  forget_pre_command();
+  const Subject subject = item_.source.subject;
+  trouble_before_ = subject == Subject::kMachine         ? open_trouble(item_.source.file)
+                    : item_.source.match != Match::kNone ? proc_trouble()
+                                                         : "";
+}
+
+Finding Examiner::after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
+  if (result.result != 0) return failed(item_, params_);
+  const std::string absurd = absurdity(item_, value);
+  if (!absurd.empty()) return unjudged(absurd);
+  switch (item_.source.subject) {
+    case Subject::kMachine:
+      return machine();
+    case Subject::kExistence:
+      return existence(context, value);
+    case Subject::kProcess:
+      return process(context, result, value);
+    case Subject::kHungThreads:
+      return hung_threads(result, value);
+    case Subject::kHeartbeat:
+      return heartbeat(context, value);
+    case Subject::kAction:
+      return action(value);
+    default:
+      return ok();
+  }
+}
+
+Finding Examiner::machine() const {
+  if (!trouble_before_.empty()) return unjudged(trouble_before_);
+  const std::string trouble = open_trouble(item_.source.file);
+  return trouble.empty() ? ok() : unjudged(trouble);
+}
+
+Finding Examiner::existence(const FI_CONTEXT_S& context, double value) {
+  if (value != 0.0) return params_.size() > 1 ? pre_command(context) : ok();
+  const Finding finding = nothing_found();
+  return finding.state == State::kAbsent ? ok() : finding;
+}
+
+// The item answers "runs" without having looked unless the pre-command printed the right words.
+Finding Examiner::pre_command(const FI_CONTEXT_S& context) const {
+  const std::string trouble = pre_command_trouble();
+  if (!trouble.empty()) {
+    return unjudged("the pre-command failed (" + trouble + "): the process was not looked for");
+  }
+  const int pid = pid_in(context);
+  if (pid > 0 && open_trouble(proc_path(pid, "cmdline")).empty()) return ok();
+  return unjudged("the pre-command did not print " + in_quotes(params_[2].value) +
+                  ": the process was not looked for");
+}
+
+Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
+  const bool follows_one = item_.source.match == Match::kExact;
+  const bool is_handles = std::strcmp(item_.source.file, "fd") == 0;
+  const int pid = follows_one ? pid_in(context) : result.pid;
+  if (around_.ignore_self && item_.source.match == Match::kWildcard && pid == getpid()) {
+    return processes(matches());
+  }
+  // Among several processes the highest counts. Only root may read the open files of all.
+  if (value > 0.0 && (follows_one || !is_handles || geteuid() == 0)) return ok();
+  if (pid > 0 && (follows_one || !is_handles)) return one_process(pid);
+  if (!trouble_before_.empty()) return unjudged(trouble_before_);
+  if (!follows_one && !is_handles && still_matches()) return one_process(known_pid_);
+  const std::vector<int> found = follows_one ? std::vector<int>() : matches();
+  if (found.empty()) return nothing_found();
+  remember(found.front());
+  return processes(found);
+}
+
+// Of several processes one that cannot be read makes the highest value uncertain.
+Finding Examiner::processes(const std::vector<int>& pids) const {
+  if (around_.ignore_self && pids == std::vector<int>{getpid()}) {
+    return absent("the only match is this mirt-monitor itself");
+  }
+  Finding last = ok();
+  bool any_there = false;
+  for (const int pid : pids) {
+    Finding finding = one_process(pid);
+    if (finding.state == State::kUnjudged) return finding;
+    any_there = any_there || finding.measured();
+    last = std::move(finding);
+  }
+  return any_there ? ok() : last;
+}
+
+Finding Examiner::one_process(int pid) const {
+  const std::string path = proc_path(pid, item_.source.file);
+  const int error = open_error(path);
+  if (error == ENOENT || error == ESRCH) return absent(process_text(pid) + " has ended");
+  if (error != 0) {
+    return unjudged(process_text(pid) + " cannot be read: " + path + ": " + std::strerror(error));
+  }
+  const bool unlimited = std::strcmp(item_.source.file, "fd") == 0 && has_unlimited_handles(pid);
+  return unlimited ? unjudged(process_text(pid) + " has no limit of open files") : ok();
+}
+
+Finding Examiner::hung_threads(const FI_RESULT_S& result, double value) {
+  if (value != 0.0) return ok();
+  if (result.pid != 0) {
+    return unjudged("thread " + std::to_string(result.pid) + " hangs, but recovery was refused");
+  }
+  const std::string trouble = search_trouble();
+  if (!trouble.empty()) return unjudged(trouble);
+  if (still_matches()) return ok();
+  const std::vector<int> found = matches();
+  if (found.empty()) return nothing_found();
+  if (around_.ignore_self && found == std::vector<int>{getpid()}) return processes(found);
+  remember(found.front());
+  return ok();
+}
+
+Finding Examiner::heartbeat(const FI_CONTEXT_S& context, double value) {
+  const bool changed =
+      std::memcmp(context_before_, context.contextbuff, sizeof context_before_) != 0;
+  const std::string* const module = value_of(params_, "ProcessMoudleId");
+  MIRT_AGENT_HEART_INFO_S entry{};
+  std::string why;
+  if (!module ||
+      !read_heartbeat_entry(static_cast<uint16_t>(std::atoi(module->c_str())), entry, why)) {
+    return changed || value == 0.0 ? ok() : unjudged(why);
+  }
+  const std::string starved = starvation(entry);
+  if (changed) return ok();
+  if (value != 0.0) return unchanged_heartbeat(entry);
+  return starved.empty() ? ok() : unjudged(starved);
+}
+
+// The item answered "fine" although the heartbeat is that of the call before.
+Finding Examiner::unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) const {
+  if (entry.processid == MIRT_AGENT_HEART_NO_PROCESS) {
+    return unjudged("no process has registered for module " + std::to_string(entry.pid));
+  }
+  const int owner = static_cast<int>(entry.processid);
+  const std::optional<std::string> name = status_value(owner, "Name");
+  if (!name) return unjudged("its owner, " + process_text(owner) + ", has ended");
+  const std::string* const expected = value_of(params_, "ProcessName");
+  if (expected && *name != *expected) {
+    return unjudged("its owner, " + process_text(owner) + ", is named " + in_quotes(*name) +
+                    ", expected " + in_quotes(*expected));
+  }
+  if (entry.heartbeat == MIRT_AGENT_HEART_PAUSED) return unjudged("paused by its owner");
+  if (entry.flowid == MIRT_AGENT_HEART_NO_FLOW) {
+    return unjudged("the heartbeat did not change, and its owner has set no flow id");
+  }
+  return ok();
+}
+
+// Why the owner could not refresh its heartbeat since the call before, though it was ready to run;
+// empty if it could. One that never gets far enough is judged in the end.
+std::string Examiner::starvation(const MIRT_AGENT_HEART_INFO_S& entry) {
+  constexpr unsigned kMostInARow = 5;
+  const int owner = static_cast<int>(entry.processid);
+  const std::optional<CpuWait> now =
+      entry.processid == MIRT_AGENT_HEART_NO_PROCESS ? std::nullopt : cpu_wait_of(owner);
+  const std::optional<CpuWait> last = owner == owner_ ? owner_wait_ : std::nullopt;
+  owner_ = owner;
+  owner_wait_ = now;
+  const bool waits = now && last && now->runnable && now->run_ns == last->run_ns;
+  const bool waited = now && last && now->wait_ns > last->wait_ns &&
+                      std::chrono::nanoseconds(now->wait_ns - last->wait_ns) > patience_;
+  if (!waits && !waited) starved_in_a_row_ = 0;
+  if ((!waits && !waited) || ++starved_in_a_row_ > kMostInARow) return "";
+  return "its owner, " + process_text(owner) + ", waited for a processor";
+}
+
+// The item found no process: because there is none, or because it could not look?
+Finding Examiner::nothing_found() const {
+  const std::string trouble = search_trouble();
+  if (!trouble.empty()) return unjudged(trouble);
+  if (!matches().empty()) return unjudged("a matching process was found only after the call");
+  return absent("no process matches " + in_quotes(name()));
+}
+
+std::string Examiner::search_trouble() const {
+  if (!trouble_before_.empty()) return trouble_before_;
+  const std::string trouble = proc_trouble();
+  if (!trouble.empty()) return trouble;
+  return around_.stuck ? around_.stuck->text() : "";
+}
+
+std::vector<int> Examiner::matches() const {
+  if (!around_.library) return {};
+  const auto found = around_.library->find(item_.source.match, name());
+  return found.value_or(std::vector<int>());
+}
+
+// The same process under the same command line still matches: one file instead of all.
+bool Examiner::still_matches() {
+  if (known_pid_ == 0) return false;
+  if (read_proc_file(proc_path(known_pid_, "cmdline")) == known_cmdline_) return true;
+  known_pid_ = 0;
+  return false;
+}
+
+void Examiner::remember(int pid) {
+  known_pid_ = pid;
+  known_cmdline_ = read_proc_file(proc_path(pid, "cmdline")).value_or("");
+  if (known_cmdline_.empty()) known_pid_ = 0;
+}

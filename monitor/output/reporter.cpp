@@ -1,0 +1,32 @@
+#include "output/reporter.h"
+
+#include "item/alarm_rule.h"
+
+bool Answer::has_value() const {
+  return finding.measured() || finding.state == State::kUnjudged;
+}
+
+std::optional<int> Answer::pid() const {
+  const Reports reports = instance.item->reports;
+  const bool names_one = reports == Reports::kValueAndPid || reports == Reports::kValueAndThread;
+  if (!valid() || !names_one) return std::nullopt;
+  return result.pid;
+}
+
+std::optional<int> Answer::thread() const {
+  const bool names_one = instance.item->reports == Reports::kValueAndThread && result.pid != 0;
+  return names_one ? pid() : std::nullopt;
+}
+
+std::optional<unsigned> Answer::flow_id() const {
+  const bool stopped =
+      valid() && instance.item->reports == Reports::kValueAndFlowId && value == 0.0;
+  if (!stopped) return std::nullopt;
+  return result.hangflowid;
+}
+
+std::string change_text(const AlarmChange& change) {
+  const unsigned calls = change.raised ? change.rule.raise_after : change.rule.clear_after;
+  return (change.raised ? "raised: " : "cleared: not ") + condition_text(change.rule) + " for " +
+         std::to_string(calls) + (calls == 1 ? " call" : " calls");
+}

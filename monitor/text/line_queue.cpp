@@ -1,0 +1,176 @@
+#include "text/line_queue.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+// How often a thread that waits for the reader looks whether it is to give up.
+constexpr int kLookMs = 50;
+
+// How long the thread may take to end once it was told to give up. In a write() that blocks it
+// takes for ever.
+constexpr std::chrono::milliseconds kToGiveUp{200};
+
+}  // namespace
+
+LineQueue::LineQueue(int fd, LossText loss_text, const Wake& wake)
+    : fd_(fd), is_terminal_(isatty(fd) != 0), loss_text_(loss_text), wake_owner_(wake) {
+  try {
+    thread_ = std::thread([this] { write_lines(); });
+  } catch (const std::system_error&) {
+    errno = EAGAIN;
+  }
+}
+
+LineQueue::~LineQueue() {
+  if (thread_.joinable()) finish(std::chrono::milliseconds(0));
+}
+
+void LineQueue::push(std::string line, Weight weight) noexcept {
+  const bool is_ordinary = weight == Weight::kOrdinary;
+  const std::lock_guard lock(mutex_);
+  if (closed_) return;
+  try {
+    if (is_ordinary) {
+      keep(ordinary_, std::move(line));
+      while (ordinary_.lines.size() > kMostOrdinary || ordinary_.bytes > kMostOrdinaryBytes) {
+        take_first(ordinary_);
+        ++loss_.ordinary;
+      }
+    } else if (lasting_.lines.size() < kMostLasting && lasting_.bytes < kMostLastingBytes) {
+      keep(lasting_, std::move(line));
+    } else {
+      ++loss_.lasting;
+    }
+  } catch (...) {  // no memory
+    ++(is_ordinary ? loss_.ordinary : loss_.lasting);
+  }
+  wake_.notify_one();
+}
+
+void LineQueue::keep(Lane& lane, std::string line) {
+  line += '\n';
+  const size_t size = line.size();
+  lane.lines.push_back({next_number_++, std::move(line)});
+  lane.bytes += size;
+}
+
+std::string LineQueue::take_first(Lane& lane) {
+  std::string line = std::move(lane.lines.front().text);
+  lane.lines.pop_front();
+  lane.bytes -= line.size();
+  return line;
+}
+
+bool LineQueue::is_empty() const {
+  return ordinary_.lines.empty() && lasting_.lines.empty() && !loss_.any();
+}
+
+// The older of the two lanes' first lines; a loss comes before everything else. With memory too
+// short to tell of a loss the loss goes on being counted.
+std::string LineQueue::next_line() {
+  if (loss_.any()) {
+    try {
+      std::string line = loss_text_(loss_) + '\n';
+      loss_ = {};
+      return line;
+    } catch (...) {
+      if (ordinary_.lines.empty() && lasting_.lines.empty()) return "";
+    }
+  }
+  if (ordinary_.lines.empty()) return take_first(lasting_);
+  if (lasting_.lines.empty()) return take_first(ordinary_);
+  const bool lasting_first = lasting_.lines.front().number < ordinary_.lines.front().number;
+  return take_first(lasting_first ? lasting_ : ordinary_);
+}
+
+void LineQueue::write_lines() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    wake_.wait(lock, [&] { return finishing_ || !is_empty(); });
+    if (is_empty() || closed_) break;
+    const std::string line = next_line();
+    lock.unlock();
+    const bool written = write_whole(line);
+    lock.lock();
+    if (!written) break;
+  }
+  has_ended_ = true;
+  ended_.notify_all();
+}
+
+// False when nothing more can be written, or it was told to give up.
+bool LineQueue::write_whole(const std::string& line) {
+  for (size_t written = 0; written < line.size();) {
+    if (!wait_until_writable()) return false;
+    // A pipe that poll() calls writable takes PIPE_BUF bytes without blocking.
+    const size_t chunk = std::min<size_t>(line.size() - written, PIPE_BUF);
+    const ssize_t got = write(fd_, line.data() + written, chunk);
+    if (got > 0) {
+      written += static_cast<size_t>(got);
+    } else if (errno != EINTR && errno != EAGAIN) {
+      close(errno);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool LineQueue::wait_until_writable() const {
+  while (!give_up_) {
+    pollfd writable{fd_, POLLOUT, 0};
+    const int count = poll(&writable, 1, kLookMs);
+    if (count > 0) return true;                    // an error too: write() then tells which
+    if (count < 0 && errno != EINTR) return true;  // write() then waits instead
+  }
+  return false;
+}
+
+void LineQueue::close(int error) {
+  const std::lock_guard lock(mutex_);
+  closed_ = true;
+  const bool reader_has_gone = error == EPIPE || (error == EIO && is_terminal_);
+  if (!reader_has_gone) error_ = error;
+  wake_owner_.set();
+}
+
+bool LineQueue::closed() const {
+  const std::lock_guard lock(mutex_);
+  return closed_;
+}
+
+int LineQueue::error() const {
+  const std::lock_guard lock(mutex_);
+  return error_;
+}
+
+unsigned long LineQueue::finish(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  finishing_ = true;
+  wake_.notify_all();
+  bool has_ended = ended_.wait_for(lock, limit, [&] { return has_ended_; });
+  unsigned long lost = 0;
+  if (!has_ended) {
+    give_up_ = true;
+    has_ended = ended_.wait_for(lock, kToGiveUp, [&] { return has_ended_; });
+    lost = 1;  // the line that the thread was at
+  }
+  if (!closed_) {
+    lost += ordinary_.lines.size() + lasting_.lines.size() + loss_.ordinary + loss_.lasting;
+  }
+  lock.unlock();
+  if (has_ended) {
+    thread_.join();
+  } else {
+    thread_.detach();
+    stuck_ = true;
+  }
+  return lost;
+}
