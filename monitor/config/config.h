@@ -5,14 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "item/alert.h"
 #include "item/instance.h"
 #include "item/recovery.h"
 #include "text/mistake.h"
 
 struct Config {
   std::vector<Instance> instances;
+  std::vector<Alert> alerts;
   Recovery recovery;
-  unsigned workers = 0;  // the most calls at one time; 0: as many as there can be
+  std::string state_file;  // what must outlast a restart; empty: nothing is kept
+  unsigned workers = 0;    // the most calls at one time; 0: as many as there can be
 };
 
 // What a file gave: a configuration to use if there are no mistakes. Mistakes and warnings are each

@@ -114,8 +114,9 @@ AlarmRule read_alarm(TomlFields fields, const ItemRow* item) {
   AlarmRule rule;
   read_condition(fields, item, rule);
   read_states(fields, rule);
-  rule.raise_after = fields.whole_number("for", Presence::kOptional, kCalls).value_or(1);
-  rule.clear_after = fields.whole_number("clear_for", Presence::kOptional, kCalls).value_or(1);
+  rule.raise_after.calls = fields.whole_number("for", Presence::kOptional, kCalls).value_or(1);
+  rule.clear_after.calls =
+      fields.whole_number("clear_for", Presence::kOptional, kCalls).value_or(1);
   const toml::table* const report =
       fields.table("report", "a table { item = \"...\", params = [...] }");
   if (report) rule.report = read_report(fields.within(*report, "report"), item);

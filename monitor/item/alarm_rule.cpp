@@ -19,6 +19,15 @@ std::string value_condition(const AlarmRule& rule) {
 
 }  // namespace
 
+const char* severity_name(Severity severity) {
+  return severity == Severity::kWarning ? "warning" : "critical";
+}
+
+std::string hold_text(const Hold& hold) {
+  if (hold.seconds > 0.0) return number_text(hold.seconds) + " s";
+  return std::to_string(hold.calls) + (hold.calls == 1 ? " call" : " calls");
+}
+
 std::string condition_text(const AlarmRule& rule) {
   std::string text = value_condition(rule);
   for (const State state : rule.states) {

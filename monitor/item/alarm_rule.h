@@ -16,14 +16,32 @@ struct AlarmReport {
   std::vector<Param> params;
 };
 
+enum class Severity { kWarning, kCritical };
+
+// "warning" or "critical"
+const char* severity_name(Severity severity);
+
+// For how long something must hold: for a number of calls in a row, or, if `seconds` is not 0, for
+// that time.
+struct Hold {
+  unsigned calls = 1;
+  double seconds = 0.0;
+};
+
+// "3 calls", "1 call", "90 s"
+std::string hold_text(const Hold& hold);
+
 struct AlarmRule {
   enum class Condition { kNone, kAbove, kBelow, kEquals };
 
   Condition condition = Condition::kNone;  // of a measured value
   double bound = 0.0;
-  std::vector<State> states;  // each of these counts like the condition
-  unsigned raise_after = 1;   // calls in a row with the condition or such a state
-  unsigned clear_after = 1;   // calls in a row that were measured without it
+  std::optional<double> clear_bound;  // once raised the condition is that with this bound
+  std::vector<State> states;          // each of these counts like the condition
+  Hold raise_after;                   // with the condition or such a state
+  Hold clear_after;                   // measured without it
+  Severity severity = Severity::kCritical;
+  std::vector<std::string> alerts;  // the names of the [alert.NAME] that are told
   std::optional<AlarmReport> report;
 };
 

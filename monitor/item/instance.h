@@ -21,6 +21,7 @@ struct Instance {
   double deadline_s = 10.0;  // beyond the interval that the item measures over by intent
   std::string unit;
   std::vector<AlarmRule> alarms;
+  std::string file;   // in which it is configured; empty: the command line
   unsigned line = 0;  // of its table in the file
 };
 

@@ -26,7 +26,7 @@ std::optional<unsigned> Answer::flow_id() const {
 }
 
 std::string change_text(const AlarmChange& change) {
-  const unsigned calls = change.raised ? change.rule.raise_after : change.rule.clear_after;
+  const Hold& hold = change.raised ? change.rule.raise_after : change.rule.clear_after;
   return (change.raised ? "raised: " : "cleared: not ") + condition_text(change.rule) + " for " +
-         std::to_string(calls) + (calls == 1 ? " call" : " calls");
+         hold_text(hold);
 }

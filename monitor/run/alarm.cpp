@@ -29,7 +29,7 @@ Alarm::Change Alarm::judge(State state, double value) {
     in_a_row_ = 0;
     return Change::kNone;
   }
-  if (++in_a_row_ < (raised_ ? rule_->clear_after : rule_->raise_after)) return Change::kNone;
+  if (++in_a_row_ < (raised_ ? rule_->clear_after : rule_->raise_after).calls) return Change::kNone;
   in_a_row_ = 0;
   raised_ = !raised_;
   return raised_ ? Change::kRaised : Change::kCleared;
