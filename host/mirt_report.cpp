@@ -1,4 +1,4 @@
-// Reports and errors: built here, then handed to the embedding program.
+// Builds reports and errors and passes them to the embedding program.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -9,8 +9,8 @@
 #include "kelv_log.h"
 #include "mirt_host.h"
 
-// The attached texts form a chain in the order of attaching, each pair in one block with its texts
-// behind it, so that a report costs one allocation a parameter and releasing it cannot go wrong.
+// The parameters form a linked list in the order of attachment. Each list node and its two texts
+// share one block: one allocation for each parameter, and one free().
 struct tagMIRT_ERRREPORT_S {
   struct Param {
     Param* next;
@@ -53,7 +53,7 @@ int32_t deliver(const MIRT_HOST_REPORT_S& report) {
   return handler.call != nullptr ? handler.call(&report, handler.user) : log_report(report);
 }
 
-// A report's description; longer ones are cut.
+// A report's description, truncated to fit.
 class Description {
  public:
   Description(const char* desc, va_list* args) {
@@ -66,7 +66,7 @@ class Description {
   char text_[1024];
 };
 
-// Two texts behind their record, in one block; null when there is no memory.
+// Returns one block with the record followed by its two texts; null when memory is short.
 Param* new_param(const char* name, const char* value) {
   const size_t name_size = strlen(name) + 1, value_size = strlen(value) + 1;
   char* const block = static_cast<char*>(malloc(sizeof(Param) + name_size + value_size));
@@ -93,7 +93,8 @@ int32_t MIRT_AddParamToErrRptSub(const MIRT_ERRREPORT_S* errRpt, char* name, cha
   if (errRpt == nullptr || name == nullptr || value == nullptr) return -1;
   Param* const param = new_param(name, value);
   if (param == nullptr) return -1;
-  // The library made the report and never as a constant: only its users may not change it.
+  // The report was created without const, so the cast is safe; const is a promise of the callers
+  // only.
   auto* const report = const_cast<MIRT_ERRREPORT_S*>(errRpt);
   (report->last != nullptr ? report->last->next : report->first) = param;
   report->last = param;

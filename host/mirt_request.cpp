@@ -1,4 +1,4 @@
-// Requests to framework modules: answered by the embedding program, in the requester's call.
+// Requests to framework modules: the embedding program answers them during the requester's call.
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -14,7 +14,7 @@ struct Handler {
   void* user = nullptr;
 };
 
-// A refused request must look to the requester like one that failed, not like an answer.
+// The requester must see a refused request as a failure, not as an answer.
 constexpr int32_t kNobodyAnswers = -1;
 
 std::mutex g_handlers_mutex;

@@ -1,4 +1,4 @@
-// Named shared memory: POSIX shared memory, mapped once a process.
+// Named shared memory: POSIX shared memory, mapped once in each process.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr size_t kMaxName = 255;
 
-// What this process has mapped, for good: users keep pointers into it.
+// One mapping of this process. It is never unmapped, because users keep pointers into it.
 struct Mapping {
   char path[kMaxName + 1];
   void* address;
@@ -31,17 +31,17 @@ Mapping* g_mappings = nullptr;
 
 int open_segment(const char* path) {
   const int created = shm_open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0660);
-  // Where the kernel protects regular files in sticky folders, O_CREAT is refused for a segment of
-  // another user, even to root.
+  // With the sysctl fs.protected_regular the kernel refuses O_CREAT for another user's segment in a
+  // sticky directory, even for root.
   return created < 0 && errno == EACCES ? shm_open(path, O_RDWR | O_CLOEXEC, 0) : created;
 }
 
-// One byte of a segment's file as a lock of the open file, not of the process: it holds until it is
-// released, or until nobody has the file open or mapped any more.
-constexpr off_t kSizing = 0;    // exclusive: who sizes the segment and judges whether it is new
-constexpr off_t kAttached = 1;  // shared: whoever has the segment mapped
+// Each lock is one byte of the segment's file. It belongs to the open file description, not to the
+// process: it lasts until it is released or the last descriptor and mapping are gone.
+constexpr off_t kSizing = 0;  // exclusive: held to size the segment and to decide whether it is new
+constexpr off_t kAttached = 1;  // shared: held by every process that has the segment mapped
 
-// Owns one descriptor. Closing it leaves the mapping, and with it the second lock.
+// Owns one descriptor. The mapping and the second lock continue after close().
 class Segment {
  public:
   explicit Segment(const char* path) : descriptor_(open_segment(path)) {}
@@ -63,7 +63,7 @@ class Segment {
     return locked == 0;
   }
 
-  // Does anybody else have the segment mapped?
+  // True if another process has the segment mapped.
   bool is_shared() const {
     struct flock range = range_of(kAttached, F_WRLCK);
     return fcntl(descriptor_, F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
@@ -93,18 +93,18 @@ bool is_all_zero(const void* memory, size_t size) {
   return std::all_of(bytes, bytes + size, [](char byte) { return byte == 0; });
 }
 
-// Opens, sizes and maps the segment. Pages are reserved, not merely promised: a file system that is
-// full must fail here and not kill the process at its first store.
+// Opens, sizes and maps the segment. Allocates its pages at once: a full file system must cause an
+// error here, not a SIGBUS at the first store.
 int32_t map_segment(const char* path, uint32_t size, void*& address, bool& created) {
   const Segment segment(path);
   if (segment.get() < 0) return refuse(path, "cannot be opened", errno);
   struct stat status {};
   if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
   char why[160];
-  // Before the lock, which a stranger could keep for ever.
+  // Check before locking, because another user could hold the lock forever.
   if (mirt_host_check_owner(status.st_uid, why, sizeof why) != 0) return refuse(path, why, 0);
   if (!segment.lock(kSizing, F_WRLCK)) return refuse(path, "cannot be locked", errno);
-  // Again, as whoever had the lock may have sized it.
+  // Again, because the previous holder of the lock may have sized the segment.
   if (fstat(segment.get(), &status) != 0) return refuse(path, "cannot be examined", errno);
   if (status.st_size == 0) {
     int error;
@@ -119,8 +119,8 @@ int32_t map_segment(const char* path, uint32_t size, void*& address, bool& creat
   }
   void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, segment.get(), 0);
   if (mapped == MAP_FAILED) return refuse(path, "cannot be mapped", errno);
-  // A segment without content that nobody has mapped counts as new, whoever sized it: its creator
-  // died before it wrote, and the next one has to take over.
+  // An all-zero segment that no other process has mapped counts as new: its creator died before it
+  // wrote anything, so the next process has to initialise it.
   created = status.st_size == 0 || (!segment.is_shared() && is_all_zero(mapped, size));
   segment.lock(kAttached, F_RDLCK);
   address = mapped;

@@ -1,4 +1,4 @@
-// Whose shared memory this process may map.
+// Decides whose shared memory this process may map.
 #include <pwd.h>
 #include <unistd.h>
 
@@ -10,7 +10,7 @@ namespace {
 
 constexpr uid_t kRoot = 0;
 constexpr char kSystemUser[] = "daemon";
-constexpr size_t kLookupSize = 4096;  // on the stack: the longest line of /etc/passwd that counts
+constexpr size_t kLookupSize = 4096;  // on the stack; longer /etc/passwd entries are not found
 
 bool is_system_user(uid_t user) {
   char buffer[kLookupSize];
@@ -20,7 +20,7 @@ bool is_system_user(uid_t user) {
          record.pw_uid == user;
 }
 
-// "alice (1000)", or "1000" where the user has no name.
+// "alice (1000)", or "1000" if the user has no name.
 void print_user(uid_t user, char* text, size_t size) {
   char buffer[kLookupSize];
   passwd record{};

@@ -1,6 +1,6 @@
-/* Records and numbers exchanged with the framework's host library, and its functions. The plug-in
- * meets the library through these C symbols alone, so a daemon may bring its own. Fields lie at the
- * offsets asserted below, little-endian. Plain C can include this header.
+/* The records, numbers and functions of the framework's host library. The plug-in uses only these C
+ * symbols of the library, so a daemon can provide its own library. Fields lie at the offsets
+ * asserted below, little-endian. Plain C can include this header.
  *
  * Every function returns 0 for success unless it says otherwise.
  */
@@ -22,7 +22,8 @@ typedef enum tagenPID_CTRL_E {
   PID_CTRL_BUTT
 } enPID_CTRL_E;
 
-/* Request code: may the hung data plane be recovered? Answered by one byte, 1 for yes. */
+/* Request code: asks whether the hung data plane may be recovered. The answer is one byte; 1 means
+ * yes. */
 #define MIRT_OP_EXECUT_FILTER_ERRRPT 1879048204U /* 0x7000000c */
 
 /* Identity of an error report. */
@@ -33,7 +34,7 @@ typedef struct tagMIRT_PRIMARY_KEY_S {
   uint8_t rptType;
 } MIRT_PRIMARY_KEY_S;
 
-/* An error report; owned by the host library and handled only by pointer. */
+/* An error report. The host library owns it; callers only hold a pointer. */
 typedef struct tagMIRT_ERRREPORT_S MIRT_ERRREPORT_S;
 
 /* Header of a request to another framework module. */
@@ -65,8 +66,8 @@ MIRT_LAYOUT(__builtin_offsetof(MIRT_COMM_INFO_S, alreadyRetry) == 20);
 MIRT_LAYOUT(sizeof(MIRT_COMM_RET_DATA_S) == 16);
 MIRT_LAYOUT(__builtin_offsetof(MIRT_COMM_RET_DATA_S, buf) == 8);
 
-/* A new report for the key, or null. The caller passes it to MIRT_DestoryErrRptSub() exactly once.
- */
+/* Returns a new report for the key, or null. The caller passes it to MIRT_DestoryErrRptSub()
+ * exactly once. */
 MIRT_EXTERN_C MIRT_API MIRT_ERRREPORT_S* MIRT_CreateErrRptSub(MIRT_PRIMARY_KEY_S* key);
 
 /* Attaches a name and a value; both texts are copied. */
@@ -77,7 +78,7 @@ MIRT_EXTERN_C MIRT_API int32_t MIRT_AddParamToErrRptSub(const MIRT_ERRREPORT_S* 
 MIRT_EXTERN_C MIRT_API int32_t MIRT_GetPrimaryKeySub(const MIRT_ERRREPORT_S* errRpt,
                                                      MIRT_PRIMARY_KEY_S* key);
 
-/* Sends the report. desc is a format for *args, or null: then args is not read. */
+/* Sends the report. desc is a printf format for *args. If desc is null, args is not read. */
 MIRT_EXTERN_C MIRT_API int32_t MIRT_SendErrReportSub(const MIRT_ERRREPORT_S* errRpt,
                                                      const char* desc, va_list* args);
 
@@ -89,21 +90,22 @@ MIRT_EXTERN_C MIRT_API int32_t MIRT_SendErrorSub(uint16_t resType, uint32_t errC
                                                  const char* funcName, uint8_t rptType,
                                                  const char* desc, va_list* args);
 
-/* This node's id; the low 16 bits count. */
+/* Returns this node's id in the low 16 bits. */
 MIRT_EXTERN_C MIRT_API uint32_t MIRT_CommGetLocalNid(void);
 
 /* Sends info->msgLen bytes of payload to module info->dstPid on node info->dstNid and waits at most
- * info->timeOut for the answer. On success fills *reply, which then belongs to
- * MIRT_CommFreeRetData(); on failure leaves it alone. */
+ * info->timeOut for the answer. On success fills *reply; the caller releases it with
+ * MIRT_CommFreeRetData(). On failure *reply is unchanged. */
 MIRT_EXTERN_C MIRT_API int32_t MIRT_CommSendRequestMsg(MIRT_COMM_INFO_S* info, void* payload,
                                                        MIRT_COMM_RET_DATA_S* reply);
 
 /* Releases a reply's buffer. */
 MIRT_EXTERN_C MIRT_API void MIRT_CommFreeRetData(MIRT_COMM_RET_DATA_S* reply);
 
-/* Creates or attaches the named shared memory of size bytes: stores where it is mapped in *address,
- * and in *isCreate whether this call created it (then it is all zero). A segment whose creator died
- * before it wrote anything counts as new. A second attach in one process gives the same mapping. */
+/* Creates or attaches the named shared memory of size bytes. Stores the mapped address in *address.
+ * *isCreate is true if this call created the memory, which is then all zero. A segment whose
+ * creator died before it wrote anything counts as new. A second attach in one process returns the
+ * same mapping. */
 MIRT_EXTERN_C MIRT_API int32_t MIRT_InitShareMem(void** address, const char* name, uint32_t size,
                                                  bool* isCreate);
 

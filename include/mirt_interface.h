@@ -1,13 +1,13 @@
-/* The records that cross the boundary between a host and its inspection items.
+/* The records that a host and its inspection items exchange.
  *
- * Host and plug-in are built apart, so the layout is the contract: these fields, in this order, in
- * this width, without gaps. Plain C can include this header.
+ * Host and plug-in are built separately, so this layout is fixed: the fields, their order and their
+ * sizes, without gaps. Plain C can include this header.
  *
  * An item is an exported function of the form
  *
  *     float Item(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
  *
- * (three items return int, see mirt_items.h). It runs to its end on the caller's thread.
+ * (three items return int, see mirt_items.h). The call runs to completion on the caller's thread.
  */
 #ifndef MIRT_INTERFACE_H
 #define MIRT_INTERFACE_H
@@ -20,7 +20,7 @@
 #define MIRT_LAYOUT(condition) _Static_assert(condition, #condition)
 #endif
 
-/* Everything is hidden from the library's users but what carries this mark. */
+/* The library exports only the symbols with this mark. */
 #define MIRT_API __attribute__((visibility("default")))
 
 enum {
@@ -36,19 +36,19 @@ typedef struct tagFI_PARAM_S {
   char value[FI_PARAM_VALUE_LEN]; /* a process name, a directory, a command, a number of seconds */
 } FI_PARAM_S;
 
-/* State of one item instance. The host owns it, hands it over zero-filled before the first call and
- * unchanged ever after, and never makes two calls with one record overlap. */
+/* State of one item instance. The host owns it, fills it with zeros before the first call and never
+ * changes contextbuff later. Two calls with the same record must not overlap. */
 typedef struct tagFI_CONTEXT_S {
-  int steppointer;                       /* the host's own; no item reads or writes it */
-  char contextbuff[FI_CONTEXT_BUFF_LEN]; /* the item's own; the host only keeps the bytes */
+  int steppointer;                       /* for the host only; no item reads or writes it */
+  char contextbuff[FI_CONTEXT_BUFF_LEN]; /* for the item only; the host keeps the bytes */
 } FI_CONTEXT_S;
 
-/* What an item reports besides its return value. */
+/* What an item reports in addition to its return value. */
 typedef struct tagFI_RESULT_S {
   int result;                        /* 0: the value is valid; -1: the item failed */
-  char reason[FI_RESULT_REASON_LEN]; /* why it failed; left as it was on success */
-  int pid; /* process or thread that the value belongs to, where the item names one */
-  unsigned int hangflowid; /* written by ProcessHeartBeat alone */
+  char reason[FI_RESULT_REASON_LEN]; /* why it failed; unchanged on success */
+  int pid; /* process or thread that the value belongs to, if the item reports one */
+  unsigned int hangflowid; /* only ProcessHeartBeat writes it */
 } FI_RESULT_S;
 
 MIRT_LAYOUT(sizeof(FI_PARAM_S) == 500);

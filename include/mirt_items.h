@@ -1,6 +1,6 @@
-/* The inspection items, by their exported names. docs/items.md tells each one's parameters, unit
- * and outcomes. A host normally resolves them with dlsym(); this header is for those that link the
- * library, and the one place where every item is declared. Plain C can include it.
+/* The inspection items, by their exported names. docs/items.md describes the parameters, unit and
+ * results of each item. A host normally looks them up with dlsym(); programs that link the library
+ * use this header. All items are declared here. Plain C can include it.
  */
 #ifndef MIRT_ITEMS_H
 #define MIRT_ITEMS_H
@@ -30,12 +30,12 @@ MIRT_ITEM(float, GetProcessHandle);
 MIRT_ITEM(float, GetProcessHandleExtern);
 MIRT_ITEM(float, GetProcessHandleFuzzyMatch);
 
-/* Does such a process run? 1.0 or 0.0. */
+/* 1.0 if such a process runs, else 0.0. */
 MIRT_ITEM(float, IsExistProcess);
 MIRT_ITEM(float, IsExistProcessExtern);
 MIRT_ITEM(float, IsExistProcessPreCmd);
 
-/* The machine: percent, and MiB for the free memory. */
+/* The machine: percent; free memory in MiB. */
 MIRT_ITEM(float, GetDiskUsage);
 MIRT_ITEM(float, GetSysCPU);
 MIRT_ITEM(float, GetSysUsrCPU);

@@ -1,11 +1,11 @@
-// The current time, broken down.
+// The current time, split into its fields.
 #ifndef MIRT_TIMEUTIL_H
 #define MIRT_TIMEUTIL_H
 
 #include "kelv_securec.h"
 #include "kelv_time.h"
 
-// Now, in local time, with every field as the platform fills it: kelv_time.h tells the ranges.
+// Stores the current local time. kelv_time.h documents the range of each field.
 inline void MIRT_GmTime(TIME_S* pTime) {
   TIME_S now;
   memset_s(&now, sizeof now, 0, sizeof now);

@@ -1,4 +1,4 @@
-/* Marks of the platform library's public functions: C linkage, visible to every user. */
+/* Marks the platform library's public functions: C linkage, exported. */
 #ifndef KELV_API_H
 #define KELV_API_H
 

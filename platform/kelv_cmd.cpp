@@ -9,7 +9,7 @@
 
 namespace {
 
-// What the shell starts with. Both objects own memory, hence the destructor.
+// The descriptors and signal mask for the new shell. Both objects own memory, hence the destructor.
 class ShellStart {
  public:
   ShellStart() {
@@ -54,7 +54,7 @@ int kelv_cmd_exec(const char* command) {
   if (command == nullptr) return -1;
   pid_t child = 0;
   if (!ShellStart().run(command, child)) return -1;
-  // ECHILD (the host ignores SIGCHLD) means that the kernel has reaped the shell for us.
+  // ECHILD means that the host ignores SIGCHLD and the kernel has reaped the shell.
   while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
   return 0;

@@ -4,11 +4,11 @@
 
 #include "kelv_api.h"
 
-/* Runs a shell command line with /bin/sh and waits until that shell has ended; a command that ends
- * in "&" therefore goes on in the background and the call returns at once. 0 when the shell was
- * started, whatever became of the command; -1 when it could not be. The shell gets the three
- * standard descriptors and no other, and no blocked signals. The caller's signal handling is left
- * alone and no zombie stays behind. */
+/* Runs a command line with /bin/sh and waits until that shell has ended. A command that ends in "&"
+ * continues in the background and the call returns at once. Returns 0 if the shell was started,
+ * whatever the command's exit status; -1 if it could not be started. The shell inherits only the
+ * three standard descriptors and no blocked signals. The caller's signal handlers are unchanged and
+ * no zombie remains. */
 KELV_API int kelv_cmd_exec(const char* command);
 
 #endif

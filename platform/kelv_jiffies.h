@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-/* 1 when tick ullA is at or after tick ullB, else 0; right across a wrap of the counter. */
+/* Returns 1 if tick ullA is at or after tick ullB, else 0. Correct even if the counter wraps. */
 static inline int32_t time_after_eq(uint64_t ullA, uint64_t ullB) {
   return (int64_t)(ullB - ullA) <= 0 ? 1 : 0;
 }

@@ -9,12 +9,11 @@ typedef struct list_head {
   struct list_head *next, *prev;
 } list_head;
 
-/* What a removed node points to: addresses that no mapping holds, so that a use of it shows at
- * once. */
+/* The pointers of a removed node: unmapped addresses, so that any use of it crashes at once. */
 #define KELV_LIST_POISON_NEXT ((uintptr_t)0x00100100)
 #define KELV_LIST_POISON_PREV ((uintptr_t)0x00200200)
 
-/* Makes node an empty list's head, or a node in no list. */
+/* Makes node the head of an empty list, or a node outside any list. */
 static inline void kelv_list_init(list_head* node) {
   node->next = node;
   node->prev = node;

@@ -11,8 +11,8 @@
 
 namespace {
 
-// Longer records are cut: a log line that needs more says too much, and a buffer on the stack lets
-// a program log when it is out of memory.
+// Longer records are truncated. The buffer is on the stack, so that a program can log when it is
+// out of memory.
 constexpr size_t kMaxLine = 4096;
 
 std::atomic<kelvlog_sink_t> g_sink{nullptr};
@@ -21,13 +21,13 @@ void write_whole(const char* text, size_t length) {
   while (length > 0) {
     const ssize_t written = write(STDERR_FILENO, text, length);
     if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;  // nobody reads standard error: there is no one left to tell
+    if (written <= 0) return;  // standard error is closed; there is nowhere to report that
     text += written;
     length -= static_cast<size_t>(written);
   }
 }
 
-// One write a line, so that lines of several threads and processes do not mix.
+// One write() per line, so that lines of several threads and processes do not mix.
 void write_to_stderr(const KELV_LOG_RECORD_S& record) {
   char line[kMaxLine + 256];
   const int length =
@@ -35,7 +35,7 @@ void write_to_stderr(const KELV_LOG_RECORD_S& record) {
                record.module, record.file, record.line, record.function, record.text);
   if (length < 0) return;
   const size_t used = std::min(static_cast<size_t>(length), sizeof line - 1);
-  line[used - 1] = '\n';  // stands there already unless the record was cut
+  line[used - 1] = '\n';  // needed only if the record was truncated
   write_whole(line, used);
 }
 
@@ -64,7 +64,7 @@ void kelvlog_set_sink(kelvlog_sink_t sink) {
 
 void kelvlog(unsigned int module, int level, const char* file, int line, const char* function,
              int /*reserved*/, const char* format, ...) {
-  const int saved_errno = errno;  // a caller may log first and look at errno afterwards
+  const int saved_errno = errno;  // a caller may read errno after it logs
   char text[kMaxLine];
   va_list arguments;
   va_start(arguments, format);

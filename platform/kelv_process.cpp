@@ -10,8 +10,7 @@ namespace {
 constexpr unsigned long kDumpingCore = 0x200;
 constexpr unsigned long kKilledBySignal = 0x400;
 
-// A file of a process, read line by line: the status file may be long where a process is in many
-// groups. Closed at the end of its life.
+// A file of a process, read line by line: the status file is long if a process is in many groups.
 class ProcessFile {
  public:
   ProcessFile(pid_t pid, const char* name) {
@@ -25,7 +24,7 @@ class ProcessFile {
     if (file_ != nullptr) fclose(file_);
   }
 
-  // False at the end, and when the process has gone.
+  // False at the end of the file, and when the process has ended.
   template <size_t kSize>
   bool next(char (&line)[kSize]) {
     return file_ != nullptr && fgets(line, kSize, file_) != nullptr;
@@ -35,8 +34,8 @@ class ProcessFile {
   FILE* file_;
 };
 
-// "7 (a b) S 1 7 7 0 -1 4194560 ..." -> 4194560. The name may hold anything, so the fields are
-// counted from the last ')': state, ppid, pgrp, session, tty, tpgid, flags.
+// "7 (a b) S 1 7 7 0 -1 4194560 ..." -> 4194560. The name may contain any character, so count the
+// fields from the last ')': state, ppid, pgrp, session, tty, tpgid, flags.
 unsigned long flags_in(const char* stat_line) {
   const char* field = strrchr(stat_line, ')');
   for (int blanks = 0; field != nullptr && blanks < 7; ++blanks) {

@@ -25,7 +25,7 @@ int memcpy_s(void* destination, size_t size, const void* source, size_t count) {
 
 namespace {
 
-// Text in a bounded buffer, cut where it does not fit.
+// Text in a bounded buffer, truncated to fit.
 class BoundedText {
  public:
   BoundedText(char* buffer, size_t room) : begin_(buffer), at_(buffer), end_(buffer + room) {}
@@ -49,7 +49,7 @@ class BoundedText {
     append(digits);
   }
 
-  // Its length, or -1 when it was cut.
+  // Returns its length, or -1 when it was truncated.
   int terminate() {
     *at_ = '\0';
     return cut_ ? -1 : static_cast<int>(at_ - begin_);
@@ -58,13 +58,13 @@ class BoundedText {
  private:
   char* begin_;
   char* at_;
-  char* end_;  // where the terminating NUL has its place at the latest
+  char* end_;  // the last position for the terminating NUL
   bool cut_ = false;
 };
 
-// Prints a format of nothing but text and plain %s, %d and %u, of which paths are made. It calls no
-// function: right after a system call, when the processor has to guess anew where each call leads,
-// the calls would cost more than the printing.
+// Fast path for formats that contain only text and plain %s, %d and %u, such as paths. It calls no
+// function: after a system call the branch predictor is cold, and the calls would cost more than
+// the formatting.
 std::optional<int> print_plain(BoundedText text, const char* format, va_list arguments) {
   for (; *format != '\0'; ++format) {
     if (*format != '%') {
@@ -113,7 +113,7 @@ int snprintf_s(char* destination, size_t size, size_t count, const char* format,
 
 namespace {
 
-// As isspace() in the C locale, without a call for each character.
+// isspace() of the C locale, without a function call.
 bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
@@ -129,12 +129,12 @@ const char* skip_blanks(const char* text) {
 // One "%..." of a format.
 struct Conversion {
   bool assigns = true;
-  size_t width = 0;  // 0: none given
+  size_t width = 0;  // 0: no width
   char length[3] = "";
   char kind = '\0';
 };
 
-// Reads the conversion behind the '%' that format points to and moves format past it.
+// Reads the conversion at the '%' that format points to and moves format past it.
 Conversion read_conversion(const char*& format) {
   Conversion conversion;
   ++format;
@@ -153,7 +153,7 @@ Conversion read_conversion(const char*& format) {
   return conversion;
 }
 
-// Stores a number as the conversion's length says; signs and widths as the standard scanner does.
+// Stores a number in the size that the conversion's length modifier selects.
 void store_number(const Conversion& conversion, uintmax_t value, void* target) {
   size_t bytes = sizeof(int);
   if (strcmp(conversion.length, "hh") == 0)
@@ -173,13 +173,13 @@ int base_of(char kind) {
     case 'o':
       return 8;
     case 'i':
-      return 0;  // as the number is written
+      return 0;  // the number's prefix decides
     default:
       return 10;
   }
 }
 
-// Reads the number at text; where it ends, or null when there is none.
+// Reads the number at text. Returns its end, or null if there is no number.
 const char* scan_number(char kind, const char* text, uintmax_t& value) {
   char* end = nullptr;
   if (kind == 'd' || kind == 'i') {
@@ -190,7 +190,8 @@ const char* scan_number(char kind, const char* text, uintmax_t& value) {
   return end != text ? end : nullptr;
 }
 
-// The same within the conversion's width, if it has one; no number needs more than 127 characters.
+// The same, limited to the conversion's width if it has one. No number needs more than 127
+// characters.
 const char* scan_number(const Conversion& conversion, const char* text, uintmax_t& value) {
   if (conversion.width == 0) return scan_number(conversion.kind, text, value);
   char digits[128] = "";
@@ -199,7 +200,7 @@ const char* scan_number(const Conversion& conversion, const char* text, uintmax_
   return end != nullptr ? text + (end - digits) : nullptr;
 }
 
-// Walks text and format side by side.
+// Reads text and format in parallel.
 class Scanner {
  public:
   explicit Scanner(const char* text) : text_(text) {}

@@ -16,6 +16,6 @@ bool is_hexadecimal(const char* text) {
 uint64_t kelv_str_tou64(const char* text) {
   if (text == nullptr) return 0;
   text += strspn(text, " \t\n\v\f\r");
-  if (isdigit(static_cast<unsigned char>(*text)) == 0) return 0;  // strtoull would take a sign
+  if (isdigit(static_cast<unsigned char>(*text)) == 0) return 0;  // strtoull would accept a sign
   return strtoull(text, nullptr, is_hexadecimal(text) ? 16 : 10);
 }

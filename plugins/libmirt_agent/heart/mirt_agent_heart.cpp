@@ -1,4 +1,4 @@
-// The heartbeat table in named shared memory: made, found and claimed under one lock file.
+// The heartbeat table in named shared memory. One lock file protects its creation and every claim.
 #include "mirt_agent_heart.h"
 
 #include <fcntl.h>
@@ -21,16 +21,16 @@ constexpr unsigned int MY_PID = PID_CTRL_MIRTCORE;
 constexpr size_t kLookupSize = 16384;
 constexpr mode_t kLockFileMode = 0640;
 
-// The mapped table; null until the first successful attach, never unmapped.
+// The mapped table: null until the first successful attach, never unmapped.
 std::atomic<MIRT_AGENT_HEART_INFO_SET_S*> s_pstMirtAgentHeartInfoArr{nullptr};
 
-// The compiler keeps the stores on both sides apart; the processor does so by itself.
+// Keeps the compiler from reordering stores across this call; the processor does not reorder them.
 void keep_order() {
   std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-// A maker that dies before it has set the mark leaves a segment without content, which the host
-// library takes for new.
+// If the creator dies before it sets the mark, the segment is still all zero and the host library
+// treats it as new.
 void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   uint32_t& mark = table.array[0].reserved;
   mark = MIRT_AGENT_HEART_UNFINISHED;
@@ -46,7 +46,7 @@ void initialise(MIRT_AGENT_HEART_INFO_SET_S& table) {
   mark = 0;
 }
 
-// The first entry with that module id, or null.
+// Returns the first entry with that module id, or null.
 MIRT_AGENT_HEART_INFO_S* find_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t pid) {
   for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
     if (entry.pid == pid) return &entry;
@@ -54,10 +54,10 @@ MIRT_AGENT_HEART_INFO_S* find_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t
   return nullptr;
 }
 
-// Attaches the shared table, and makes it if nobody has yet. Null when it cannot be had.
+// Attaches the shared table and creates it if it does not exist. Returns null on failure.
 MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
-  // Loaded and stored by every attach although the library maps the segment once: between threads
-  // of one process this carries over what the file lock carries over between processes.
+  // Every attach loads and stores this pointer, although the library maps the segment only once: it
+  // orders memory between threads of one process, as the file lock does between processes.
   void* memory = s_pstMirtAgentHeartInfoArr.load();
   bool isCreate = false;
   if (MIRT_InitShareMem(&memory, MIRT_AGENT_HEARTBEAT_NAME, sizeof(MIRT_AGENT_HEART_INFO_SET_S),
@@ -69,7 +69,7 @@ MIRT_AGENT_HEART_INFO_SET_S* attach_table() {
   return table;
 }
 
-// The module's entry, claimed among the free ones if it has none yet; null when all are taken.
+// Returns the module's entry, or claims a free one for it; null when no entry is free.
 MIRT_AGENT_HEART_INFO_S* find_or_claim_entry(MIRT_AGENT_HEART_INFO_SET_S& table, uint32_t pid) {
   MIRT_AGENT_HEART_INFO_S* entry = find_entry(table, pid);
   if (entry == nullptr) {
@@ -82,7 +82,8 @@ MIRT_AGENT_HEART_INFO_S* find_or_claim_entry(MIRT_AGENT_HEART_INFO_SET_S& table,
 
 }  // namespace
 
-// Gives a lock file that this process made to the user "daemon", under which other attachers run.
+// Makes the user "daemon" the owner of a lock file that this process created, because other
+// processes attach as that user.
 void MIRT_AgentSetLockFileOwner(int32_t fd) {
   if (fd < 0) return;
   char* const buffer = static_cast<char*>(malloc(kLookupSize));
@@ -104,7 +105,7 @@ void MIRT_AgentSetLockFileOwner(int32_t fd) {
   free(buffer);
 }
 
-// An open descriptor of the lock file, or -1.
+// Returns an open descriptor of the lock file, or -1.
 int32_t MIRT_AgentShmInitCreateFile() {
   int32_t fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockFileMode);
   if (fd >= 0) {
@@ -112,8 +113,8 @@ int32_t MIRT_AgentShmInitCreateFile() {
     return fd;
   }
   fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, kLockFileMode);
-  // Where the kernel protects regular files in sticky folders, O_CREAT is refused to everybody but
-  // the file's owner, and that is "daemon" by now.
+  // With the sysctl fs.protected_regular the kernel refuses O_CREAT in a sticky directory to all
+  // users except the file's owner, which is now "daemon".
   if (fd < 0 && errno == EACCES) {
     fd = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CLOEXEC);
   }
