@@ -1,4 +1,4 @@
-// The snapshot of all user processes.
+// The listings of all user processes.
 #include "allprocess.h"
 
 #include <unistd.h>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr unsigned int kSampleSeconds = 60;
 
-// The machine's ticks as far as the listing needs them.
+// The machine's ticks that the listing needs.
 struct MachineTicks {
   unsigned long long user = 0, total = 0;
 };
@@ -35,8 +35,8 @@ bool read_machine_ticks(MachineTicks& ticks) {
   return true;
 }
 
-// Percent of the machine's time between two readings that was spent in user mode; 0 when a counter
-// went backwards.
+// Returns the percent of the machine's time between two readings that was spent in user mode; 0 if
+// a counter went backwards.
 int user_percent(const MachineTicks& before, const MachineTicks& after) {
   if (after.user < before.user || after.total < before.total) return 0;
   const unsigned long long percent =
@@ -44,8 +44,8 @@ int user_percent(const MachineTicks& before, const MachineTicks& after) {
   return static_cast<int>(std::min<unsigned long long>(percent, INT_MAX));
 }
 
-// Percent of one core between two samples, cut to whole percent. 0 when the process's count went
-// backwards: its PID then belongs to a younger process of the same name.
+// Returns percent of one core between two samples, rounded down. 0 if the process's counter went
+// backwards: a newer process of the same name has the PID.
 int core_percent(const PROCESS_BASICDATA_S& before, const PROCESS_BASICDATA_S& after) {
   if (after.procputime < before.procputime) return 0;
   const double ratio = 100.0 * static_cast<double>(after.procputime - before.procputime) /
@@ -63,7 +63,7 @@ void free_list(list_head* head) {
 
 }  // namespace
 
-// Walking.
+// Walk over /proc.
 
 bool isDigit(char* str, int strLen) {
   if (str == nullptr) return false;
@@ -82,7 +82,7 @@ int ForeachProcDir(void (*iterfunc)(const char* procPath, int pid, void* pContex
   return 0;
 }
 
-// Sampling.
+// Samples.
 
 bool IsUserProcess(const char* cmdLinePath) {
   const UniqueFd file = open_to_read(cmdLinePath);
@@ -92,7 +92,7 @@ bool IsUserProcess(const char* cmdLinePath) {
 
 namespace {
 
-// A new sample of that process, all else zero; null when there is no memory.
+// Returns a new sample with this PID, all other members zero; null when memory is short.
 HeapRecord<PROCESS_BASICDATA_S> new_sample(pid_t pid) {
   auto sample = allocate_zeroed<PROCESS_BASICDATA_S>();
   if (sample != nullptr) sample->pid = pid;
@@ -104,14 +104,14 @@ void add_to_list(HeapRecord<PROCESS_BASICDATA_S> sample, void* head) {
   kelv_list_add_tail(&sample.release()->stEntry, static_cast<list_head*>(head));
 }
 
-// Name and memory from one reading of the status file. False when it has no name, or no memory
-// because the process has ended since its command line was read.
+// Reads name and memory in one pass over the status file. False if there is no name, or no memory
+// because the process ended after its command line was read.
 bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
   LineReader status(ProcPath<64>("/proc/%d/status", sample.pid).get());
   char line[256];
   int rss_kb = 0;
   bool has_name = false, has_rss = false;
-  while (!has_name && status.next(line, sizeof line)) {  // it is the first line of all
+  while (!has_name && status.next(line, sizeof line)) {  // it is the first line
     has_name = scan_name(line, sample.name, sizeof sample.name);
     has_rss = has_rss || scan_rss_kb(line, rss_kb);
   }
@@ -122,8 +122,8 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
   return has_name && (has_rss || IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get()));
 }
 
-// What a memory listing needs of a process, and no more: every file is read once, but for the
-// command line of one that shows no memory. A process without a command line is none of the users'.
+// Reads only what a memory listing needs. Each file is read once, except the command line of a
+// process that shows no memory. A process without a command line is not a user process.
 void GetProcessMemoryData(const char* procPath, pid_t pid, void* pContext,
                           const bool /*isFirstCpuCheck*/) {
   auto sample = new_sample(pid);
@@ -142,8 +142,8 @@ void GetProcessBasicData(const char* procPath, pid_t pid, void* pContext,
   if (!IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get())) return;
   auto sample = new_sample(pid);
   if (sample == nullptr) return;
-  // The process is read inside the machine's interval, so that it never seems to have used more
-  // time than there was.
+  // Both readings of the process lie between those of the machine, so that its share never exceeds
+  // 100 %.
   if (isFirstCpuCheck) {
     sample->syscputime = MIRT_Linux_Plugin::get_cpu_total_occupy();
     sample->procputime = MIRT_Linux_Plugin::get_cpu_process_occupy(pid);
@@ -163,7 +163,7 @@ void FreeProcBasicData(list_head* pstBasicDataHead) {
   free_list(pstBasicDataHead);
 }
 
-// Matching the two passes.
+// Matches between the two passes.
 
 int ProcBasicDataCmpMatchPidName(list_head* pstEntry1, list_head* pstEntry2) {
   const PROCESS_BASICDATA_S* const first = sample_of(pstEntry1);
@@ -179,7 +179,7 @@ list_head* SearchList(list_head* pstListHead, int (*compare)(list_head*, list_he
   return nullptr;
 }
 
-// Building the result.
+// The result list.
 
 PROCESS_INFO_S* ProcBasicDataToProcInfo(PROCESS_BASICDATA_S* procBasicData) {
   auto info = allocate_zeroed<PROCESS_INFO_S>();
@@ -198,7 +198,7 @@ PROCESS_INFO_S* ProcBasicDataToProcInfo(PROCESS_BASICDATA_S* procBasicData) {
 
 namespace {
 
-// Adds a result entry for every valid sample; one that finds no memory is left out.
+// Adds a result entry for every valid sample. An entry is left out when memory is short.
 void add_valid_samples(list_head* samples, list_head* results) {
   for_each_node(samples, [results](list_head* node) {
     if (sample_of(node)->invalid) return;
@@ -229,7 +229,7 @@ int CalcAllProcessRssMem(list_head* pstBasicDataHead, list_head* pstAllProcessRs
 
 namespace {
 
-// The samples of one pass, freed at the end of their life.
+// Owns the samples of one pass.
 class SampleList {
  public:
   SampleList() { kelv_list_init(&head_); }
@@ -269,8 +269,8 @@ int GetAllProcessRssMem(list_head* allProcessListHead) {
   SampleList samples;
   if (ForeachProcDir(GetProcessMemoryData, samples.head(), true) != 0) return -1;
   kelv_list_init(allProcessListHead);
-  // Sample by sample, so that each entry takes the memory that the sample before it has left: fresh
-  // pages for all entries would make up a fiftieth of the time.
+  // One sample at a time, so that each entry reuses the memory of the previous sample. New pages
+  // for all entries would take 2 % of the time.
   while (!samples.is_empty()) {
     SampleList one;
     samples.move_first_to(one);

@@ -1,4 +1,5 @@
-// The snapshot's samples, and its inner functions: linked with the library's objects, not exported.
+// The samples and internal functions of the process listings. The library does not export them;
+// tests link the objects.
 #ifndef ALLPROCESS_H
 #define ALLPROCESS_H
 
@@ -7,13 +8,13 @@
 #include "kelv_list.h"
 #include "mirt_process.h"
 
-// One process as one pass found it.
+// One process in one pass.
 typedef struct tagPROCESS_BASICDATA_S {
-  list_head stEntry;  // first, so that a node's address is its record's address
-  bool invalid;       // marks what the CPU calculation found no figure for
+  list_head stEntry;  // first, so that a node's address is also its record's address
+  bool invalid;       // the CPU calculation found no value for it
   pid_t pid;
   unsigned long long syscputime;  // the machine's ticks at the sample
-  unsigned long long procputime;  // the process's own
+  unsigned long long procputime;  // the process's ticks at the sample
   int corecpu;                    // percent of one core
   int rss;                        // whole MiB
   char name[32];
@@ -33,29 +34,30 @@ void for_each_node(list_head* head, Visit visit) {
   }
 }
 
-// Does the file hold a byte at least? Kernel threads and zombies have an empty command line.
+// True if the file has at least one byte. Kernel threads and zombies have an empty command line.
 bool IsUserProcess(const char* cmdLinePath);
 
-// Adds a sample of a user process to the list whose head is pContext. In the first pass the
-// machine's ticks are read before the process's, in the second after them. A process that cannot be
-// read in full is left out.
+// Adds a sample of a user process to the list with head pContext. The first pass reads the
+// machine's ticks before the process's ticks, the second pass after them. A process that cannot be
+// read completely is left out.
 void GetProcessBasicData(const char* procPath, pid_t pid, void* pContext,
                          const bool isFirstCpuCheck);
 
 void FreeProcBasicData(list_head* pstBasicDataHead);
 
-// The first node of the list for which compare(pstEntry1, node) is 0; null when there is none.
+// Returns the first node of the list for which compare(pstEntry1, node) is 0, or null.
 list_head* SearchList(list_head* pstListHead, int (*compare)(list_head*, list_head*),
                       list_head* pstEntry1);
 
-// 0 when both samples have the same PID and name, else -1.
+// Returns 0 if both samples have the same PID and name, else -1.
 int ProcBasicDataCmpMatchPidName(list_head* pstEntry1, list_head* pstEntry2);
 
-// A new result entry, in no list; null when there is no memory.
+// Returns a new result entry outside any list; null when memory is short.
 PROCESS_INFO_S* ProcBasicDataToProcInfo(PROCESS_BASICDATA_S* procBasicData);
 
-// Add the result entries, in the samples' order, to an initialised list; entries without memory are
-// left out. The first works the CPU figures out and drops the samples that have none. Always 0.
+// Both functions append the result entries, in the order of the samples, to an initialised list. An
+// entry is left out when memory is short. The first function also calculates the CPU usage and
+// leaves out samples without one. Both return 0.
 int CalcAllProcessCoreCPU(list_head* pstFirstBasicDataHead, list_head* pstSecondBasicDataHead,
                           list_head* pstAllProcessCoreCPUListHead);
 int CalcAllProcessRssMem(list_head* pstBasicDataHead, list_head* pstAllProcessRssMemListHead);

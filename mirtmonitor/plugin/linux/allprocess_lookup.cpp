@@ -1,4 +1,4 @@
-// Looking single processes up by name, and killing them.
+// Finds single processes by name and kills them.
 #include <cstring>
 
 #include "common_plugin.h"

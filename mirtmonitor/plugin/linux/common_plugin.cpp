@@ -1,4 +1,4 @@
-// What stands before a measurement: argument checks, the pre-command, the period.
+// The steps before a measurement: argument checks, the pre-command, the period.
 #include "common_plugin.h"
 
 #include <cstdio>
@@ -40,7 +40,7 @@ int MIRT_Linux_Plugin::exec_pre_cmd(char* script, char* checkRet) {
   if (pipe == nullptr) return -1;
   char output[32];
   memset_s(output, sizeof output, 0, sizeof output);
-  // How much arrived does not matter: what is missing stays zero.
+  // The number of bytes read does not matter: the rest stays zero.
   fread(output, 1, sizeof output, pipe);
   pclose(pipe);
   output[sizeof output - 1] = '\0';

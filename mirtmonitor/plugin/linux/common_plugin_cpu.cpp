@@ -24,7 +24,8 @@ struct process_cpu_occupy_t {
   unsigned long long utime, stime;
 };
 
-// The first line of a file, on the heap; null when there is no memory or the file cannot be opened.
+// Returns the first line of a file, on the heap; null if memory is short or the file cannot be
+// opened.
 HeapArray<char> read_first_line(const char* path) {
   HeapArray<char> line = allocate_zeroed<char>(kLineSize);
   if (line == nullptr) return nullptr;
@@ -34,8 +35,7 @@ HeapArray<char> read_first_line(const char* path) {
   return line;
 }
 
-// What part has grown by, in percent of what whole has grown by; nothing when either went
-// backwards.
+// Returns the growth of part in percent of the growth of whole; nothing if either went backwards.
 std::optional<double> growth_percent(unsigned long long part_before, unsigned long long part,
                                      unsigned long long whole_before, unsigned long long whole) {
   if (part < part_before || whole < whole_before) return std::nullopt;
@@ -57,8 +57,8 @@ bool read_system_ticks(SystemTicks& ticks) {
   return true;
 }
 
-// Samples every match twice, period_us apart, and gives the highest share. beats(usage, highest)
-// tells whether a process takes the lead, lead(pid) notes that it did.
+// Samples every match twice, period_us apart, and returns the highest share. beats(usage, highest)
+// says whether a process replaces the current highest one; lead(pid) then records it.
 template <typename Pcpu, typename Beats, typename Lead>
 float busiest_match(const char* task_name, int flag, int period_us, Pcpu pcpu, Beats beats,
                     Lead lead) {
@@ -152,7 +152,8 @@ float MIRT_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* pstContext) {
       growth_percent(pstContext->idletime, now.idle, pstContext->totaltime, now.total);
   pstContext->idletime = now.idle;
   pstContext->totaltime = now.total;
-  // Idle time outgrows the whole when the kernel corrects its iowait counter downwards: no fault.
+  // Idle time can grow more than the total when the kernel decreases its iowait counter. Not an
+  // error.
   return static_cast<float>(std::max(100.0 - idle.value_or(100.0), 0.0));
 }
 

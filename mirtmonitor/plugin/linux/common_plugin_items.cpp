@@ -1,4 +1,4 @@
-// The resource items: rows over one sequence.
+// The resource items: each one is a table row that run_item() executes.
 #include "common_plugin.h"
 #include "context_overlay.h"
 #include "item_result.h"
@@ -13,14 +13,14 @@ constexpr int kFuzzyPeriodUs = 500000;
 enum class Scale { kMachine, kPerCore };
 enum class Report { kValue, kValueAndPid };
 
-// One row an item: everything in which the members of the family differ.
+// One row per item: everything that differs between the items.
 struct ItemRow {
   bool (*check)(Plugin& plugin, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                 FI_RESULT_S* result);
   float (*sample)(Plugin& plugin, FI_PARAM_S* argv, FI_CONTEXT_S* context, int& pid);
   Scale scale;
   Report report;
-  const char* fault;  // takes one %f: the sample as it was taken; null when none is ever below 0
+  const char* fault;  // takes one %f, the unscaled sample; null if a sample is never below 0
 };
 
 float run_item(const ItemRow& row, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
@@ -39,7 +39,7 @@ float run_item(const ItemRow& row, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* con
                                       : value;
 }
 
-// The checks, by what they ask for.
+// The checks, named after the parameters they require.
 
 bool one_parameter(Plugin& plugin, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                    FI_RESULT_S* result) {
@@ -66,7 +66,7 @@ bool result_alone(Plugin& /*plugin*/, int /*argc*/, FI_PARAM_S* /*argv*/, FI_CON
   return result != nullptr;
 }
 
-// The samples. Those that report a PID leave it in pid.
+// The samples. A sample that reports a PID stores it in pid.
 
 float followed_cpu(Plugin& plugin, FI_PARAM_S* argv, FI_CONTEXT_S* context, int& /*pid*/) {
   ContextOverlay<process_cpu_context_t> overlay(*context);
@@ -89,7 +89,8 @@ float followed_existence(Plugin& plugin, FI_PARAM_S* argv, FI_CONTEXT_S* context
   return plugin.get_process_exist(argv[0].value, overlay->pid);
 }
 
-// The process is looked for only when the command's output says so; else it counts as there.
+// Searches for the process only if the command's output matches; otherwise the process counts as
+// existing.
 float gated_existence(Plugin& plugin, FI_PARAM_S* argv, FI_CONTEXT_S* context, int& pid) {
   if (Plugin::exec_pre_cmd(argv[1].value, argv[2].value) != 0) return 1.0F;
   return followed_existence(plugin, argv, context, pid);

@@ -1,4 +1,4 @@
-// Which processes does a configured name mean?
+// Finds the processes that a configured name selects.
 #include <cstring>
 
 #include "common_plugin.h"
@@ -13,7 +13,7 @@ constexpr unsigned int kCmdlineSize = 1024;
 bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
   if (str1 == nullptr || pattern == nullptr) return false;
   size_t p1 = 0, p2 = 0;
-  size_t mark = 0;  // just after the latest '*': what lies before it is settled for good
+  size_t mark = 0;  // just after the last '*'; the match before it is final
   while (str1[p1] != '\0' && pattern[p2] != '\0') {
     if (pattern[p2] == '*') {
       mark = ++p2;
@@ -23,7 +23,7 @@ bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
     } else if (p1 == 0 && p2 == 0) {
       return false;
     } else {
-      // Again from the mark, one character behind where the last attempt began.
+      // Try again from the mark, one character after the start of the last attempt.
       p1 = p1 - (p2 - mark) + 1;
       p2 = mark;
     }

@@ -58,7 +58,7 @@ bool begins_with(const char* line, const char* key) {
   return strncmp(line, key, strlen(key)) == 0;
 }
 
-// "voluntary_ctxt_switches:\t150" -> 150; the count is left alone when there is no number.
+// "voluntary_ctxt_switches:\t150" -> 150; the count is unchanged if there is no number.
 void scan_count(const char* line, unsigned long& count) {
   unsigned long long value = count;
   sscanf_s(line, "%*s\t%llu", &value);
@@ -78,7 +78,7 @@ int MIRT_Linux_Plugin::get_proc_status_info(pid_t pid, pid_t tid, int& stat,
       char state = '\0';
       sscanf_s(line, "%*s\t%c", &state, 1U);
       stat = state == 'D' ? 1 : 0;
-      // Nearly every thread ends here, at the third of some 60 lines.
+      // Most threads are not in D state: reading stops at the third of about 60 lines.
       if (stat == 0) break;
     } else if (begins_with(line, "voluntary_ctxt_switches:")) {
       scan_count(line, voluntary_ctxt_switches);

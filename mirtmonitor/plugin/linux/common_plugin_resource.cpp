@@ -1,4 +1,4 @@
-// One-shot measurements: memory, handles, disk, existence.
+// Measurements of one moment: memory, open files (handles), disk, existence.
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t kLineSize = 256;
 
-// "MemTotal:       16305508 kB" -> 16305508: the number behind the next line's first word, 0 if
+// "MemTotal:       16305508 kB" -> 16305508: the number after the next line's first word, 0 if
 // there is none.
 unsigned long long next_number(LineReader& file) {
   char line[kLineSize] = "";
@@ -23,8 +23,8 @@ unsigned long long next_number(LineReader& file) {
   return number;
 }
 
-// Since Linux 6.2 the size of a process's fd directory is the number of its descriptors, and a walk
-// over 15,000 of them would cost milliseconds. Elsewhere, and before, a size says nothing: 0.
+// Since Linux 6.2 the size of /proc/<pid>/fd is the number of descriptors; a walk over 15,000
+// descriptors would take milliseconds. Returns 0 on older kernels and other file systems.
 unsigned int descriptors_by_size(int directory) {
   struct statfs file_system {};
   struct stat status {};
@@ -32,7 +32,7 @@ unsigned int descriptors_by_size(int directory) {
   return fstat(directory, &status) == 0 ? static_cast<unsigned int>(status.st_size) : 0;
 }
 
-// Takes the descriptor over. "." and ".." do not count.
+// Takes ownership of the descriptor. "." and ".." do not count.
 unsigned int descriptors_by_walk(int directory) {
   DIR* const entries = fdopendir(directory);
   if (entries == nullptr) {
@@ -45,8 +45,8 @@ unsigned int descriptors_by_walk(int directory) {
   return count > 1 ? count - 2 : count;
 }
 
-// The highest value among all matches; beats(value, highest) tells whether a process takes the
-// lead.
+// Returns the highest value among all matches. beats(value, highest) says whether a process
+// replaces the current highest one; lead(pid) then records it.
 template <typename Measure, typename Beats, typename Lead>
 float highest_match(const char* task_name, int flag, Measure measure, Beats beats, Lead lead) {
   float highest = 0.0F;
@@ -61,7 +61,7 @@ float highest_match(const char* task_name, int flag, Measure measure, Beats beat
   return highest;
 }
 
-// Among equals the later process leads, so that a match is named even when all measure 0.
+// The last one of equal processes wins, so that a PID is reported even if all values are 0.
 template <typename Measure>
 float highest_of_pattern(const char* pattern, Measure measure, int& max_usage_pid) {
   return highest_match(
@@ -80,8 +80,8 @@ unsigned int MIRT_Linux_Plugin::get_phy_mem(pid_t p) {
 }
 
 unsigned int MIRT_Linux_Plugin::get_handle_count(pid_t p) {
-  // Opened first: the size can be read without the right to open the directory, and a process that
-  // may not be looked at measures 0.
+  // Open the directory first: its size is readable without permission to open it, but a process
+  // without that permission must measure 0.
   UniqueFd directory(
       open(ProcPath<64>("/proc/%d/fd", p).get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() < 0) return 0;
@@ -134,8 +134,8 @@ float MIRT_Linux_Plugin::get_disk_usage(const char* dir_name) {
   const unsigned long long blocks_used = file_system.f_blocks - file_system.f_bfree;
   const unsigned long long den = blocks_used + file_system.f_bavail;
   if (den == 0) return 0.0F;
-  // Rounded up twice, by half the denominator and by the 0.5: alarm thresholds are set against
-  // that.
+  // Rounded up twice, by half the denominator and by 0.5: existing alarm thresholds depend on this
+  // result.
   const unsigned long long num = blocks_used * 100 + den / 2;
   const float quotient = static_cast<float>(num) / static_cast<float>(den);
   return static_cast<float>(std::trunc(static_cast<double>(quotient) + 0.5));

@@ -1,4 +1,4 @@
-// An item's overlay on its context record.
+// Access to an item's state inside its context record.
 #ifndef CONTEXT_OVERLAY_H
 #define CONTEXT_OVERLAY_H
 
@@ -6,8 +6,8 @@
 
 #include "mirt_interface.h"
 
-// Lends the overlay as an aligned record and writes it back at the end of its life. The overlay
-// lies four bytes into the context record, where its 64-bit fields must not be touched as such.
+// Provides an aligned copy of the overlay and writes it back in the destructor. The overlay starts
+// at offset 4 of the context record, so its 64-bit fields are not aligned there.
 template <typename Overlay>
 class ContextOverlay {
  public:

@@ -1,4 +1,4 @@
-// What every item does to its result record, and the argument tests that several share.
+// How items report failure in the result record, and the argument checks that items share.
 #ifndef ITEM_RESULT_H
 #define ITEM_RESULT_H
 
@@ -8,15 +8,15 @@
 #include "kelv_securec.h"
 #include "mirt_interface.h"
 
-// Notes a failure: result -1 and the reason, cut to fit.
+// Stores a failure: result -1 and the reason, truncated to fit.
 template <typename... Values>
 void set_failure(FI_RESULT_S& result, const char* format, Values... values) noexcept {
   result.result = -1;
   snprintf_s(result.reason, sizeof result.reason, sizeof result.reason - 1, format, values...);
 }
 
-// The tests that come before the context's: the number of parameters, argv, and their names by
-// position, where names are given. A null result fails without a word.
+// The checks before the context check: the number of parameters, argv and, if names are given, the
+// parameter names by position. A null result fails without a reason.
 inline bool check_arguments(int argc, const FI_PARAM_S* argv, FI_RESULT_S* result, int required,
                             std::initializer_list<const char*> names) noexcept {
   if (result == nullptr) return false;

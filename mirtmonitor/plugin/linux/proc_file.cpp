@@ -30,8 +30,8 @@ bool LineReader::next_with(const char* key, char* line, size_t limit) noexcept {
   return false;
 }
 
-// Passes over the lines before the one that holds the key, if that one is in the buffer. A NUL
-// before it is left to those who look at every line.
+// Skips the lines before the one that contains the key, if that line is in the buffer. If a NUL
+// comes first, nothing is skipped and next_with() checks every line.
 void LineReader::skip_to(const char* key) noexcept {
   if (begin_ == end_ && !refill(At::kLineStart)) return;
   buffer_[end_] = '\0';
@@ -45,8 +45,9 @@ void LineReader::skip_to(const char* key) noexcept {
 }
 
 bool LineReader::refill(At position) noexcept {
-  // A command line comes whole and ends in a NUL, so a short read that ends like that inside a line
-  // is the end of the file: asking once more would cost a system call per process.
+  // One read() returns a whole command line, which ends in a NUL. So a short read that ends in a
+  // NUL inside a line is the end of the file; another read() would cost one system call per
+  // process.
   if (drained_ || (position == At::kInsideLine && whole_cmdline_)) return false;
   ssize_t got;
   do {

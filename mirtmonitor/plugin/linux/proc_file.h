@@ -1,5 +1,5 @@
-// Cheap readers of kernel files and directories: no stream, no heap of their own beyond what the
-// directory stream takes, and nothing that a child of the host could inherit.
+// Fast readers of kernel files and directories: no streams, no heap except in opendir(), and no
+// descriptor that a child of the host could inherit.
 #ifndef PROC_FILE_H
 #define PROC_FILE_H
 
@@ -29,24 +29,25 @@ class UniqueFd {
   int fd_;
 };
 
-// The only way in: no child that the host starts ever inherits what we open.
+// Opens close-on-exec, so that no child of the host inherits the descriptor.
 inline UniqueFd open_to_read(const char* path) noexcept {
   return UniqueFd(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// Cuts a kernel text file into lines through one buffer on the stack: open, read, close, no more.
+// Reads a kernel text file line by line through one buffer on the stack, with only open, read and
+// close.
 class LineReader {
  public:
   explicit LineReader(const char* path) noexcept : file_(open_to_read(path)) {}
   bool is_open() const noexcept { return file_.get() >= 0; }
 
-  // Copies the next line, its newline included, into line[0 .. limit - 1] and terminates it; a line
-  // of more than limit - 1 bytes comes in pieces, and NUL bytes are bytes like any other. False
-  // when nothing is left, which includes a file that could not be opened or read.
+  // Copies the next line, with its newline, to line[0 .. limit - 1] and terminates it. A line
+  // longer than limit - 1 bytes is returned in pieces. NUL bytes are copied like other bytes. False
+  // at the end of the file, or if it could not be opened or read.
   bool next(char* line, size_t limit) noexcept;
 
-  // The next line in which strstr() finds the key: what calling next() until then would give, but
-  // the lines before it are not looked at one by one.
+  // Returns the next line in which strstr() finds the key, like repeated next() calls, but without
+  // copying the lines before it.
   bool next_with(const char* key, char* line, size_t limit) noexcept;
 
  private:
@@ -58,11 +59,11 @@ class LineReader {
   UniqueFd file_;
   bool whole_cmdline_ = false;
   bool drained_ = false;
-  size_t begin_ = 0, end_ = 0;    // what refill() brought and next() has not handed out yet
-  char buffer_[kBufferSize + 1];  // and a NUL; left uninitialised: clearing a page would show
+  size_t begin_ = 0, end_ = 0;    // bytes that refill() read and next() has not returned
+  char buffer_[kBufferSize + 1];  // and a NUL; uninitialised, because clearing a page costs time
 };
 
-// A path under /proc, at most kSize - 1 characters of it.
+// A path under /proc, truncated to kSize - 1 characters.
 template <size_t kSize>
 class ProcPath {
  public:
@@ -77,7 +78,7 @@ class ProcPath {
   char text_[kSize];
 };
 
-// The names of a directory's subdirectories, in the order in which the kernel lists them.
+// Returns the names of a directory's subdirectories, in the kernel's order.
 class SubdirectoryReader {
  public:
   explicit SubdirectoryReader(const char* path) noexcept : directory_(opendir(path)) {}
@@ -88,14 +89,14 @@ class SubdirectoryReader {
   }
   bool is_open() const noexcept { return directory_ != nullptr; }
 
-  // The next name, valid until the call after this one; null at the end. "." and ".." are left out.
+  // Returns the next name, valid until the next call; null at the end. Skips "." and "..".
   const char* next() noexcept;
 
  private:
   DIR* directory_;
 };
 
-// Heap memory for plain records, all zero; null when there is none.
+// Heap memory for plain records, filled with zeros; null if memory is short.
 struct Free {
   void operator()(void* memory) const noexcept { free(memory); }
 };
@@ -113,7 +114,7 @@ HeapRecord<Record> allocate_zeroed() noexcept {
   return HeapRecord<Record>(static_cast<Record*>(calloc(1, sizeof(Record))));
 }
 
-// The same, with whatever lay there before: for those who fill it anyway.
+// The same, but uninitialised: for callers that overwrite it.
 template <typename Record>
 HeapArray<Record> allocate(size_t count) noexcept {
   return HeapArray<Record>(static_cast<Record*>(malloc(count * sizeof(Record))));

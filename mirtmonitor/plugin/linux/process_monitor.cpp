@@ -27,7 +27,7 @@ constexpr uint16_t kResourceTypeMark = 0xF000;
 constexpr size_t kNameSize = 32;
 constexpr size_t kUserDataSize = 128;
 
-// The tests that these items share; each looks its parameters up by name afterwards.
+// The checks that these items share. Each item then finds its parameters by name.
 bool check_input(int argc, const FI_PARAM_S* argv, FI_RESULT_S* result) {
   if (result == nullptr) return false;
   if (argc >= 0 && argv != nullptr) return true;
@@ -35,7 +35,7 @@ bool check_input(int argc, const FI_PARAM_S* argv, FI_RESULT_S* result) {
   return false;
 }
 
-// A parameter that must be there; null, with the failure noted, when it is not.
+// Returns the value of a required parameter; if it is missing, stores the failure and returns null.
 char* required_value(int argc, FI_PARAM_S* argv, const char* name, FI_RESULT_S& result) {
   char* const value = GetParaValue(argc, argv, name);
   if (value == nullptr) set_failure(result, "Get para '%s' failed.", name);
@@ -62,8 +62,9 @@ bool CheckProcIdAndProcName(pid_t pid, const char* procName) {
 
 namespace {
 
-// The supervised process writes while we read: one load a field, so that no value is ever torn and
-// every test of a call sees the same heartbeat; and no other field is older than its process id.
+// The supervised process writes while we read. One atomic load per field, so that no value is torn
+// and all checks of a call use the same heartbeat. Acquire order: no other field is older than the
+// process id.
 template <typename Field>
 Field load_shared(const Field& field) {
   return __atomic_load_n(&field, __ATOMIC_ACQUIRE);
@@ -71,8 +72,8 @@ Field load_shared(const Field& field) {
 
 }  // namespace
 
-// Is the module's heartbeat another one than at the last call, or not to be judged? If neither,
-// *hangFlowId is what the process says it was at work on.
+// True if the heartbeat changed since the last call or must not be checked. Otherwise false, with
+// the flow id in *hangFlowId.
 bool CheckHeartbeatFresh(const char* pszProcessName, const char* pszMid, FI_CONTEXT_S* context,
                          uint32_t* hangFlowId) {
   ContextOverlay<MIRT_AGENT_HEARTBEAT_CONTEXT_S> overlay(*context);
@@ -126,14 +127,15 @@ uint32_t GetErrCodeFromArgv(int argc, FI_PARAM_S* argv) {
 
 namespace {
 
-// The error code that both items need; kNoErrCode, with the failure noted, when there is none.
+// Returns the error code that both items require; if it is missing, stores the failure and returns
+// kNoErrCode.
 uint32_t required_err_code(int argc, FI_PARAM_S* argv, FI_RESULT_S& result) {
   const uint32_t code = GetErrCodeFromArgv(argc, argv);
   if (code == kNoErrCode) set_failure(result, "Get para 'ErrCode' failed.");
   return code;
 }
 
-// A report's identity; resId is still to be written.
+// Returns a report's key without resId; the caller sets resId.
 MIRT_PRIMARY_KEY_S make_key(const char* module_id, uint32_t uErrCode) {
   MIRT_PRIMARY_KEY_S key;
   memset_s(&key, sizeof key, 0, sizeof key);
@@ -154,7 +156,7 @@ MIRT_ERRREPORT_S* create_report(MIRT_PRIMARY_KEY_S& key, FI_RESULT_S& result) {
   return report;
 }
 
-// What becomes of both items once the host library has answered.
+// Ends both items after the host library has answered.
 int finish_send(int32_t sent, FI_RESULT_S& result) {
   if (sent != 0) {
     set_failure(result, "Send ErrRpt failed.");
@@ -231,7 +233,7 @@ namespace {
 using Builder = MIRT_ERRREPORT_S* (*)(int argc, FI_PARAM_S* argv, uint32_t uErrCode,
                                       FI_RESULT_S* result);
 
-// How a report with that code is built; null for a code that is not supported.
+// Returns the function that builds a report with that code; null for an unsupported code.
 Builder builder_of(uint32_t code) {
   switch (code) {
     case kErrSysCPUHigh:
@@ -258,7 +260,7 @@ int SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_RESULT_
   }
   MIRT_ERRREPORT_S* const report = build(argc, argv, code, result);
   if (report == nullptr) return -1;
-  MIRT_PRIMARY_KEY_S key{};  // logged as it stands should the host library not fill it
+  MIRT_PRIMARY_KEY_S key{};  // zero, in case the host library does not fill it before it is logged
   MIRT_GetPrimaryKeyInner(report, &key);
   key.resId[sizeof key.resId - 1] = '\0';
   KELV_LOG(MY_PID, DBG_LOG_EVENT, "DiagCode(0x%X) resId %s.", key.errCode, key.resId);
@@ -269,7 +271,7 @@ int SendErrRpt(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_RESULT_
 
 namespace {
 
-// A text that pieces are appended to; what does not fit is cut.
+// A text built by appending; truncated to fit.
 class UserDataText {
  public:
   UserDataText() { memset_s(text_, sizeof text_, 0, sizeof text_); }
@@ -290,7 +292,8 @@ class UserDataText {
            now.iSecond);
   }
 
-  // Removes the last character: the comma behind the last piece, or what a cut left of it.
+  // Removes the last character: the comma after the last piece, or the last character that still
+  // fitted.
   void drop_last() {
     const size_t usedsize = strlen(text_);
     if (usedsize > 0) text_[usedsize - 1] = '\0';
@@ -302,7 +305,7 @@ class UserDataText {
   char text_[kUserDataSize];
 };
 
-// One parameter's piece of the text. An empty value asks for what only this node can tell.
+// Appends one parameter. An empty nodeId or diagnoseTime means the local node id or time.
 void append_parameter(UserDataText& text, const FI_PARAM_S& parameter) {
   if (parameter.value[0] != '\0') {
     text.append("%s,", parameter.value);
@@ -320,7 +323,7 @@ int SendErrRptExtend(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* /*context*/, FI_R
   if (!check_input(argc, argv, result)) return -1;
   const uint32_t code = required_err_code(argc, argv, *result);
   if (code == kNoErrCode) return -1;
-  // The first parameter is the error code by custom and never becomes text.
+  // The first parameter is the error code by convention and is never part of the text.
   for (int i = 1; i < argc && !text.is_full(); ++i) {
     if (strcmp(argv[i].name, "UserData") != 0) append_parameter(text, argv[i]);
   }

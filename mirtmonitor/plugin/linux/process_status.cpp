@@ -1,4 +1,4 @@
-// Threads that hang in uninterruptible sleep, and the recovery of the data plane.
+// Finds threads that hang in uninterruptible sleep, and recovers the data plane.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,8 +21,8 @@ namespace {
 constexpr unsigned int MY_PID = PID_CTRL_MIRTMONITOR;
 
 constexpr unsigned int kMaxProcesses = 128;
-constexpr int kSilentTimes = 7;  // detections that go by without a word
-constexpr int kHungTimes = 10;   // a thread that stood still more often than this hangs
+constexpr int kSilentTimes = 7;  // consecutive detections that are not logged
+constexpr int kHungTimes = 10;   // a thread with more consecutive detections hangs
 constexpr size_t kReportSize = 256;
 constexpr size_t kDumpCommandSize = 384;
 
@@ -33,8 +33,8 @@ bool took_fatal_signal(pid_t pid) {
   return kelv_process_status_check(pid, &status) == 0 && status == KELV_PROCESS_STATUS_COREDUMP;
 }
 
-// Notes one more detection of a thread in D state. False, with times as it was, when the thread was
-// switched since it was first seen.
+// Counts one more detection of a thread in D state. False, with times unchanged, if the thread had
+// a context switch since its first detection.
 bool age(thread_info_t& entry, unsigned long voluntary, unsigned long nonvoluntary) {
   entry.current_voluntary_ctxt_switches = voluntary;
   entry.current_nonvoluntary_ctxt_switches = nonvoluntary;
@@ -107,7 +107,7 @@ int MIRT_Linux_Plugin::check_process_status_is_D_Fuzzy(const char* task_name,
     const pid_t pid = pPids[i].pid;
     if (checkappstatus && took_fatal_signal(pid)) {
       const RateLimiter::Verdict verdict = g_fatal_signal_limiter.ask();
-      const int line = __LINE__;  // of both records, and in the text
+      const int line = __LINE__;  // used by both records and in the text
       if (verdict.missed != 0) {
         kelvlog(MY_PID, DBG_LOG_INFO, kelvlog_base_name(__FILE__), line, __func__, 0,
                 "print: %u messages suppressed.%s,line=%d.", verdict.missed, __func__, line);
@@ -131,8 +131,8 @@ int MIRT_Linux_Plugin::check_process_status_is_D_Fuzzy(const char* task_name,
 
 namespace {
 
-// The instance's table, made at its first call and in its context from then on, so that even a call
-// that never returns leaves it where the next one finds it. Null when there is no memory.
+// Returns the instance's table. The first call allocates it and stores it in the context at once,
+// so that the next call finds it even if this one never returns. Null if memory is short.
 thread_info_set_t* table_of(FI_CONTEXT_S& context) {
   ContextOverlay<process_status_context_t> overlay(context);
   if (overlay->pthreadinfoset == nullptr) {
@@ -174,8 +174,8 @@ constexpr char kAppData[] = "/QAV/bin/./app_data 12";
 constexpr char kCollectStacks[] = "/QAV/script/os_lookup_stack.sh > /dev/kmsg 2>&1 &";
 constexpr uint32_t kCollectWait10ms = 100;
 
-// The framework's answer as the byte that it is: a bool that holds anything but 0 and 1 must not be
-// read as one.
+// Reads the framework's answer as a byte: reading a bool that contains neither 0 nor 1 is
+// undefined.
 unsigned char as_byte(const bool& status) {
   unsigned char byte = 0;
   memcpy(&byte, &status, sizeof byte);
@@ -195,7 +195,8 @@ void process_print_stack() {
   KELV_LOG(MY_PID, DBG_LOG_WARNING, "Sys collect stack is end.");
 }
 
-// Sends SIGUSR1 to a process or thread, its own id as the value. What sigqueue() returns.
+// Sends SIGUSR1 to a process or thread, with its own id as the value. Returns the result of
+// sigqueue().
 int send_sigusr1(pid_t target) {
   sigval value;
   memset_s(&value, sizeof value, 0, sizeof value);
@@ -245,7 +246,7 @@ int32_t MIRT_GetDStatusCheckRedundancy(bool* redundancyStatus) {
 
 namespace {
 
-// Does the framework allow recovery? If not, says so in the item's name, at the item's line.
+// True if the framework allows recovery. If not, logs that with the item's name and line.
 bool recovery_allowed(const char* item, int line) {
   bool redundancyStatus = false;
   const int32_t rst = MIRT_GetDStatusCheckRedundancy(&redundancyStatus);

@@ -1,4 +1,4 @@
-// Matches the samples of one pass with those of another.
+// Finds the samples of one pass in the other pass.
 #ifndef SAMPLE_INDEX_H
 #define SAMPLE_INDEX_H
 
@@ -8,8 +8,8 @@
 #include "allprocess.h"
 #include "proc_file.h"
 
-// Finds what SearchList() finds by PID and name, but for tens of thousands of samples: sorted once,
-// searched by halving. Without memory for that it falls back on SearchList() itself.
+// Returns the same sample as SearchList() by PID and name, but fast for tens of thousands of
+// samples: sorts once, then uses binary search. If memory is short it uses SearchList().
 class SampleIndex {
  public:
   explicit SampleIndex(list_head* head) : head_(head) {
@@ -27,7 +27,7 @@ class SampleIndex {
     });
   }
 
-  // The first sample, in the list's order, with that PID and name; null when there is none.
+  // Returns the first sample in list order with that PID and name, or null.
   PROCESS_BASICDATA_S* find(PROCESS_BASICDATA_S& wanted) {
     if (entries_ == nullptr) {
       list_head* const node = SearchList(head_, ProcBasicDataCmpMatchPidName, &wanted.stEntry);
@@ -43,7 +43,7 @@ class SampleIndex {
  private:
   struct Entry {
     PROCESS_BASICDATA_S* sample;
-    size_t order;  // among equals the list's first has to come first
+    size_t order;  // keeps equal samples in list order
   };
 
   static int compare(const PROCESS_BASICDATA_S& a, const PROCESS_BASICDATA_S& b) {
