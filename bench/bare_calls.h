@@ -1,4 +1,4 @@
-// The floor of every row: the system calls that cannot be done without, and nothing around them.
+// The floor of each row: only the system calls that are necessary.
 #ifndef BARE_CALLS_H
 #define BARE_CALLS_H
 
@@ -37,7 +37,7 @@ inline std::string proc_path(pid_t pid, const char* file) {
   return "/proc/" + std::to_string(pid) + "/" + file;
 }
 
-// One of its files for every process there is, in the order of /proc.
+// The paths of one file of every process, in the order of /proc.
 inline std::vector<std::string> paths_of_all_processes(const std::string& file) {
   std::vector<std::string> paths;
   DIR* const directory = opendir("/proc");

@@ -1,5 +1,5 @@
-// The heartbeat check and an error report. The table lies in a /dev/shm of this program's own, so
-// that the machine's table is never touched.
+// The heartbeat check and an error report. The table is in a private /dev/shm, so that the
+// machine's table is not changed.
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -20,8 +20,8 @@ namespace {
 
 constexpr int kEntries = MIRT_AGENT_HEART_MAX;
 
-// Runs attach in a mount namespace with an empty /dev/shm and /tmp, and comes back from it: what
-// other rows read is the machine's own.
+// Runs attach in a mount namespace with an empty /dev/shm and /tmp, and then returns to the
+// machine's namespace, which other rows read.
 template <typename Attach>
 bool in_private_namespace(Attach attach) {
   const int machine = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
@@ -34,7 +34,7 @@ bool in_private_namespace(Attach attach) {
   return attached && back;
 }
 
-// Fifty supervised processes that stand still without a flow, each with its configured item.
+// Fifty supervised processes that do not beat and have no flow id, each with its configured item.
 class Supervision {
  public:
   Supervision() {
@@ -49,13 +49,13 @@ class Supervision {
   }
   bool ready() const { return ready_; }
 
-  // The item as a host calls it, after the process has beaten.
+  // Calls the item as a host does, after a beat of the process.
   float check(size_t i) {
     Instance& instance = instances_[i];
     ++entries_[i]->heartbeat;
     return ProcessHeartBeat(2, instance.parameters, &instance.context, &instance.result);
   }
-  // Has the item got as far as the heartbeat, and not only as far as another name?
+  // True if the item compared the heartbeat and did not stop at the name check.
   bool is_judged(size_t i) {
     check(i);
     entries_[i]->flowid = 1;
@@ -73,7 +73,7 @@ class Supervision {
     FI_CONTEXT_S context{};
     FI_RESULT_S result{};
   };
-  // The first check attaches the item as well.
+  // The first check also attaches the item.
   bool add(size_t i, pid_t pid) {
     entries_[i] = MIRT_AgentShmInit(static_cast<uint16_t>(i));
     if (entries_[i] == nullptr) return false;
@@ -101,7 +101,7 @@ Supervision& supervision() {
 
 void HeartbeatOne(benchmark::State& state) {
   Supervision& all = supervision();
-  if (!all.ready() || !all.is_judged(0)) return state.SkipWithError("no table of its own");
+  if (!all.ready() || !all.is_judged(0)) return state.SkipWithError("no private table");
   paired(
       state, [&all] { benchmark::DoNotOptimize(all.check(0)); },
       [path = all.status_paths()[0].c_str()] { bare_read(path); });
@@ -120,8 +120,8 @@ void HeartbeatFifty(benchmark::State& state) {
 }
 PAIRED_ROW(HeartbeatFifty);
 
-// A heartbeat-lost report with four parameters beside the same calls of the host library and the
-// log, both of which take what they get without a look.
+// A heartbeat-lost report with four parameters, compared with the same calls of the host library
+// and the log. Handler and sink ignore what they receive.
 void ErrorReport(benchmark::State& state) {
   FI_PARAM_S parameters[5]{};
   const char* const kTexts[5][2] = {{"ErrCode", "0xF000020F"},

@@ -1,4 +1,4 @@
-// Detection of hung threads beside bare loops over the same files.
+// Detection of hung threads, compared with bare loops over the same files.
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// Threads of this process that wait until it is over.
+// Threads of this process that wait until the object is destroyed.
 class IdleThreads {
  public:
   explicit IdleThreads(size_t count) {
@@ -99,7 +99,7 @@ void HungThreads_2000AndListing(benchmark::State& state) {
 }
 PAIRED_ROW(HungThreads_2000AndListing);
 
-// The whole item on the 128 processes that it takes of 2,000 that match.
+// The whole item on 128 processes, its limit, of 2,000 that match.
 void CheckProcessStatusIsD_128(benchmark::State& state) {
   constexpr unsigned int kLooked = 128;
   const std::string pattern = "*bench-idle --work*";
@@ -108,11 +108,11 @@ void CheckProcessStatusIsD_128(benchmark::State& state) {
   unsigned int used = 0;
   MIRT_Linux_Plugin::get_allpid(pattern.c_str(), pids.data(), kLooked + 1, &used, kMatchWildcard);
   if (used <= kLooked) return state.SkipWithError("not enough processes were found");
-  // The scan ends at the first match too many.
+  // The scan ends at the first match above the limit.
   std::vector<std::string> cmdlines = paths_of_all_processes("cmdline"), tasks, statuses;
   const auto last =
       std::find(cmdlines.begin(), cmdlines.end(), proc_path(pids[kLooked].pid, "cmdline"));
-  if (last == cmdlines.end()) return state.SkipWithError("a process has gone");
+  if (last == cmdlines.end()) return state.SkipWithError("a process has ended");
   cmdlines.erase(last + 1, cmdlines.end());
   for (unsigned int i = 0; i < kLooked; ++i) {
     tasks.push_back(proc_path(pids[i].pid, "task"));
@@ -120,13 +120,13 @@ void CheckProcessStatusIsD_128(benchmark::State& state) {
   }
   FI_PARAM_S parameter{};
   pattern.copy(parameter.value, sizeof parameter.value - 1);
-  static FI_CONTEXT_S context{};  // holds the table, for the life of the process
+  static FI_CONTEXT_S context{};  // points to the table, which is never freed
   FI_RESULT_S result{};
   paired(
       state,
       [&] { benchmark::DoNotOptimize(CheckProcessStatusIsD(1, &parameter, &context, &result)); },
       [&] {
-        // The scan needs few entries of /proc; the kernel brings a buffer full of them.
+        // The scan needs few entries of /proc, but the kernel returns a full buffer.
         DIR* const proc = opendir("/proc");
         benchmark::DoNotOptimize(readdir(proc));
         closedir(proc);
@@ -139,13 +139,13 @@ void CheckProcessStatusIsD_128(benchmark::State& state) {
 }
 PAIRED_ROW(CheckProcessStatusIsD_128);
 
-// A clean-up of a full table that keeps every entry: as many threads truly in D state.
+// A clean-up of a full table that keeps every entry, because each thread really is in D state.
 void CleanFullTable(benchmark::State& state) {
   std::list<HungThread> hung;
   while (hung.size() < kMaxThreadInfos) hung.emplace_back();
   MIRT_Linux_Plugin plugin;
   const auto table = std::make_unique<thread_info_set_t>();
-  // Each thread's counts are final once it hangs.
+  // A thread's counts do not change after it hangs.
   for (int pass = 0; pass < 1000 && table->thread_info_unused < kMaxThreadInfos; ++pass) {
     pid_t tid = 0;
     memset(static_cast<void*>(table.get()), 0, sizeof *table);

@@ -1,12 +1,12 @@
-/* A process that does nothing, and ends at the latest with the benchmark that started it. */
+/* A process that does nothing and ends with the benchmark that started it at the latest. */
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 int main(void) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  /* The parent waits for one byte of each child. A parent that ended before the line above took
-   * effect reads no more, and the byte kills its sender. */
+  /* The parent waits for one byte from each child. If the parent ended before the line above took
+   * effect, this write() ends the child with SIGPIPE. */
   if (write(STDIN_FILENO, "", 1) != 1) return 1;
   close(STDIN_FILENO);
   for (;;) pause();

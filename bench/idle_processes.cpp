@@ -16,7 +16,7 @@ constexpr int kSharedProcesses = 2000;
 const std::string kName = "mirt-bench-idle";
 const std::string kOption = "--worker";
 
-// The program lies beside this one.
+// The program is in the same directory as this one.
 std::string idle_program() {
   char path[PATH_MAX] = "";
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
@@ -37,7 +37,7 @@ std::optional<pid_t> start(const std::string& program, int number, int ready_fd)
   return error == 0 ? std::optional(pid) : std::nullopt;
 }
 
-// Until each child has sent its byte, or has ended without.
+// Waits until each child has sent its byte or has ended.
 void wait_until_ready(int fd, size_t children) {
   char bytes[256];
   for (size_t ready = 0; ready < children;) {

@@ -1,4 +1,4 @@
-// Items that need no scan beside the bare reads of their files.
+// Items that need no scan, compared with bare reads of their files.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,7 +20,7 @@ namespace {
 
 using Item = float (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
 
-// One configured item, as a host keeps it.
+// One configured item of a host.
 class Instance {
  public:
   Instance(Item item, const std::string& value) : item_(item) {
@@ -38,13 +38,13 @@ class Instance {
 
 template <typename Floor>
 void item_row(benchmark::State& state, Instance instance, Floor floor) {
-  instance.call();  // finds the process, where there is one
+  instance.call();  // finds the process, if the item has one
   if (!instance.valid()) return state.SkipWithError("the item failed");
   paired(
       state, [&instance] { benchmark::DoNotOptimize(instance.call()); }, floor);
 }
 
-// An item that follows the process amid the idle ones, and remembers it.
+// An item for one process in the middle of the idle ones; the item remembers its PID.
 template <typename Floor>
 void followed_row(benchmark::State& state, Item item, Floor floor_of) {
   const std::vector<pid_t>& idle = idle_processes().pids();
@@ -82,7 +82,7 @@ void IsExistProcess_Remembered(benchmark::State& state) {
 }
 PAIRED_ROW(IsExistProcess_Remembered);
 
-// The size of the opened directory, where the kernel tells it there.
+// The size of the opened directory, if the kernel reports the number of entries there.
 void bare_size(const char* directory) {
   struct stat status {};
   struct statfs file_system {};
@@ -105,7 +105,7 @@ void GetProcessHandle_Remembered(benchmark::State& state) {
 }
 PAIRED_ROW(GetProcessHandle_Remembered);
 
-// Holds descriptors open for as long as it lives.
+// Keeps descriptors open until it is destroyed.
 class ManyDescriptors {
  public:
   explicit ManyDescriptors(size_t count) {
@@ -140,8 +140,8 @@ std::string own_command_line() {
   return text;
 }
 
-// The whole item beside the mere walk over the directory: far below 1 where the kernel tells the
-// number.
+// The whole item, compared with only a listing of the directory: far below 1 if the kernel reports
+// the number of entries.
 void GetProcessHandle_15000BesideWalk(benchmark::State& state) {
   constexpr size_t kOpen = 15000;
   const ManyDescriptors many(kOpen);

@@ -1,4 +1,4 @@
-// Wildcard patterns that would make a careless matcher slow.
+// Wildcard patterns that are slow in a simple matcher.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr size_t kTextSize = 1022;  // the longest that is compared
+constexpr size_t kTextSize = 1022;  // the longest text that the matcher compares
 
-// A file that holds the longest command line of one repeated letter.
+// A file with a command line of maximum length that repeats one letter.
 class LongCommandLine {
  public:
   LongCommandLine() {
@@ -41,13 +41,13 @@ void pattern_row(benchmark::State& state, const std::string& pattern, Floor floo
   const auto match = [&](const std::string& wanted) {
     return MIRT_Linux_Plugin::check_with_cmdline(file.path(), wanted.c_str(), kMatchWildcard);
   };
-  if (match(pattern)) return state.SkipWithError("a pattern matched that must not");
+  if (match(pattern)) return state.SkipWithError("a pattern matched, expected no match");
   paired(
       state, [&] { benchmark::DoNotOptimize(match(pattern)); }, [&] { floor(match); });
 }
 
-// 198 stars, each with a letter that the text is full of, and an end that it lacks. A matcher that
-// goes back to every star tries more ways than there are atoms; ours costs what "a*b" costs.
+// 198 stars, each before the letter of the text, and an end that the text does not contain. A
+// matcher that backtracks to every star needs exponential time; ours needs the time of "a*b".
 void PatternManyStars(benchmark::State& state) {
   std::string pattern;
   while (pattern.size() < 396) pattern += "*a";
@@ -56,8 +56,8 @@ void PatternManyStars(benchmark::State& state) {
 }
 PAIRED_ROW(PatternManyStars);
 
-// The worst case of one star: each try goes wrong at its last letter. Beside as many comparisons of
-// single bytes as the text's length times the pattern's, the bound of all patterns.
+// The worst case of one star: each try fails at its last letter. The floor compares single bytes,
+// text length times pattern length times, which is the limit for all patterns.
 void PatternLateMismatch(benchmark::State& state) {
   const std::string pattern = "*" + std::string(397, 'a') + "b";
   pattern_row(state, pattern, [&pattern](const auto&) {
@@ -65,7 +65,7 @@ void PatternLateMismatch(benchmark::State& state) {
     size_t equal = 0;
     for (size_t from = 0; from < text.size(); ++from) {
       for (size_t i = 0; i < pattern.size(); ++i) {
-        // Kept from being vectorised: one comparison a step.
+        // Prevents vectorisation: one comparison per step.
         char letter = pattern[i];
         benchmark::DoNotOptimize(letter);
         equal += letter == text[from] ? 1 : 0;

@@ -1,4 +1,4 @@
-// Two ways of doing the same, measured in turn, so that the machine's drift falls on both.
+// Measures two functions alternately, so that a change of machine speed affects both equally.
 #ifndef PAIRED_H
 #define PAIRED_H
 
@@ -11,7 +11,7 @@
 
 namespace paired_detail {
 
-// Processor time of this thread: what other programs take meanwhile does not count.
+// Processor time of this thread, without the time of other programs.
 inline double now_s() {
   timespec now{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -25,7 +25,8 @@ double batch_s(Work& work, int calls) {
   return now_s() - start;
 }
 
-// How many calls make a batch of some two milliseconds, long beside a switch to another program.
+// Returns the number of calls for a batch of about 2 ms, which is long compared with a context
+// switch.
 template <typename Work>
 int calls_per_batch(Work& work) {
   constexpr double kBatch = 2e-3;
@@ -35,7 +36,7 @@ int calls_per_batch(Work& work) {
   return calls;
 }
 
-// The value below which share of all values lie; values are sorted.
+// Returns the quantile for share; values are sorted.
 inline double quantile(const std::vector<double>& values, double share) {
   return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
@@ -51,7 +52,7 @@ void paired(benchmark::State& state, Ours ours, Floor floor) {
   const int ours_calls = calls_per_batch(ours), floor_calls = calls_per_batch(floor);
   std::vector<double> ratios, floors;
   for (auto _ : state) {
-    // There and back, so that a drift within the pair cancels out.
+    // Symmetric order, so that a change of speed within the pair cancels out.
     double ours_s = batch_s(ours, ours_calls);
     double floor_s = batch_s(floor, floor_calls);
     floor_s += batch_s(floor, floor_calls);

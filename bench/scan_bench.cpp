@@ -1,4 +1,4 @@
-// Scans over all processes beside bare loops over the same files.
+// Scans over all processes, compared with bare loops over the same files.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr unsigned int kRoom = 16384;  // more than there are processes: no scan stops early
+constexpr unsigned int kRoom = 16384;  // above the number of processes: no scan stops early
 
-// The cmdline files of all processes up to and with one of them.
+// The cmdline files of all processes up to and including one of them.
 std::vector<std::string> cmdlines_until(pid_t pid) {
   std::vector<std::string> paths = paths_of_all_processes("cmdline");
   const auto last = std::find(paths.begin(), paths.end(), proc_path(pid, "cmdline"));
@@ -21,7 +21,7 @@ std::vector<std::string> cmdlines_until(pid_t pid) {
   return paths;
 }
 
-// get_allpid() over the whole machine.
+// get_allpid() over all processes of the machine.
 template <typename Floor>
 void scan_all(benchmark::State& state, const char* name, int flag, Floor floor) {
   const size_t expected = idle_processes().pids().size();
@@ -72,7 +72,7 @@ void ScanExactLast(benchmark::State& state) {
 }
 PAIRED_ROW(ScanExactLast);
 
-// An item that measures every match reads two files of each.
+// An item that measures every match reads two files of each match.
 void scan_memory(benchmark::State& state, const char* name,
                  float (*item)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)) {
   std::vector<std::string> paths = paths_of_all_processes("cmdline");

@@ -1,4 +1,5 @@
-// The snapshot of all processes: its readings beside bare loops, and the matching of two passes.
+// The listing of all processes: the whole call compared with bare loops, and the match of two
+// passes.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -24,8 +25,8 @@ bool is_empty_file(const std::string& path) {
   return empty;
 }
 
-// cmdline of every process, and status of those whose cmdline holds something: in the order in
-// which a listing has to ask for them.
+// cmdline of every process, and status of each process whose cmdline is not empty, in the order in
+// which a listing reads them.
 std::vector<std::string> paths_of_listing() {
   std::vector<std::string> paths;
   for (const std::string& cmdline : paths_of_all_processes("cmdline")) {
@@ -42,7 +43,7 @@ size_t length_of(list_head& head) {
   return length;
 }
 
-// The listing with its release beside the bare calls.
+// The listing and its release, compared with the bare calls.
 template <typename Floor>
 void list_memory(benchmark::State& state, Floor floor) {
   list_head head;
@@ -72,7 +73,7 @@ void ListMemoryAndListing(benchmark::State& state) {
 }
 PAIRED_ROW(ListMemoryAndListing);
 
-// Samples as a pass leaves them: each its own allocation, by rising PID.
+// Samples as a pass creates them: each in its own allocation, in ascending order of PID.
 class Pass {
  public:
   explicit Pass(unsigned long long ticks) {
@@ -92,7 +93,7 @@ class Pass {
   ~Pass() { FreeProcBasicData(&head_); }
   list_head* head() { return &head_; }
 
-  // The worst order for a search from the front.
+  // The worst order for a linear search.
   void reverse() {
     for_each_node(&head_, [](list_head* node) { std::swap(node->next, node->prev); });
     std::swap(head_.next, head_.prev);
@@ -102,8 +103,8 @@ class Pass {
   list_head head_;
 };
 
-// Two passes of 20,000 processes each; the time holds the result's 20,000 entries and their
-// release.
+// Two passes of 20,000 processes each. The time includes creating and freeing 20,000 result
+// entries.
 void match_passes(benchmark::State& state, bool reversed) {
   Pass first(1000), second(2000);
   if (reversed) second.reverse();

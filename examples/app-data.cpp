@@ -1,4 +1,4 @@
-// Stands in for the data plane: prints every SIGUSR1 with its value, until it gets SIGTERM.
+// Simulates the data plane: prints every SIGUSR1 with its value, until it gets SIGTERM.
 //
 //     bash -c 'exec -a /QAV/bin/./app_data build/bin/app-data 12 --hang'
 //
@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   sigemptyset(&awaited);
   sigaddset(&awaited, SIGUSR1);
   sigaddset(&awaited, SIGTERM);
-  sigprocmask(SIG_BLOCK, &awaited, nullptr);  // before any thread starts: all inherit it
+  sigprocmask(SIG_BLOCK, &awaited, nullptr);  // before any thread: threads inherit it
 
   std::unique_ptr<HungThread> hung;
   if (argc > 1 && strcmp(argv[argc - 1], "--hang") == 0) hung = std::make_unique<HungThread>();

@@ -1,4 +1,4 @@
-/* The smallest host: loads the plug-in, calls one item three times and prints what it gave.
+/* A minimal host: loads the plug-in, calls one item three times and prints the results.
  *
  *     embed PLUGIN ITEM [VALUE ...]
  */
@@ -14,7 +14,7 @@ typedef float (*item_t)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RE
 
 enum { kMaxParams = 8, kRounds = 3 };
 
-/* One instance of an item: its parameters, and the context that it finds again at every call. */
+/* One instance of an item: its parameters, and the context that every call receives. */
 typedef struct instance {
   item_t item;
   int argc;
@@ -27,7 +27,7 @@ static int fail(const char* what, const char* which) {
   return 2;
 }
 
-/* 0, or 1 when the item could not do its work. */
+/* Returns 0, or 1 if the item failed. */
 static int call_once(instance* one) {
   FI_RESULT_S result;
   memset(&result, 0, sizeof result);
@@ -47,12 +47,12 @@ int main(int argc, char** argv) {
   void* const plugin = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
   if (plugin == NULL) return fail(dlerror(), argv[1]);
 
-  static instance one; /* all zero, as the item wants its context before the first call */
+  static instance one; /* static, so the context is all zero before the first call */
   *(void**)&one.item = dlsym(plugin, argv[2]);
   if (one.item == NULL) return fail("no such item", argv[2]);
   for (int i = 3; i < argc; ++i) {
     FI_PARAM_S* const parameter = &one.argv[one.argc++];
-    /* Most items take their parameters by position and do not look at the name. */
+    /* Most items find their parameters by position and ignore the names. */
     snprintf(parameter->name, sizeof parameter->name, "ProcessName");
     if (strlen(argv[i]) >= sizeof parameter->value) return fail("value too long", argv[i]);
     snprintf(parameter->value, sizeof parameter->value, "%s", argv[i]);

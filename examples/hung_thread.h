@@ -1,4 +1,4 @@
-// A thread that is truly in D state, for as long as one likes.
+// A thread that stays in D state until the object is destroyed.
 #ifndef HUNG_THREAD_H
 #define HUNG_THREAD_H
 
@@ -11,9 +11,9 @@
 #include <csignal>
 #include <thread>
 
-// The thread waits in vfork() for its child to exec or to end, which the kernel does in
-// uninterruptible sleep; the child only waits to be killed. It dies with its parent in any case.
-// Where no child can be started the thread ends at once.
+// The thread waits in vfork() until its child execs or ends; the kernel waits in uninterruptible
+// sleep. The child only waits for SIGKILL, and ends with its parent at the latest. If no child can
+// be started, the thread ends at once.
 class HungThread {
  public:
   HungThread() : thread_([this] { hang(); }) {
@@ -33,7 +33,7 @@ class HungThread {
     tid_ = static_cast<pid_t>(syscall(SYS_gettid));
     const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork): the point
     if (child == 0) {
-      // Nothing but system calls here: the child runs on its parent's memory.
+      // Only system calls here: the child uses its parent's memory.
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       child_ = getpid();
       for (;;) pause();

@@ -1,4 +1,4 @@
-/* The processes that hold the most memory, from one listing of all of them.
+/* Lists the processes that use the most memory.
  *
  *     largest-processes [COUNT]
  */
@@ -15,20 +15,20 @@ static size_t count_of(const list_head* processes) {
   return count;
 }
 
-/* More memory first; of equals the lower PID. */
+/* Most memory first; for equal memory the lower PID first. */
 static int by_memory(const void* left, const void* right) {
   const process_t a = *(const process_t*)left, b = *(const process_t*)right;
   if (a->rss != b->rss) return a->rss > b->rss ? -1 : 1;
   return a->pid < b->pid ? -1 : 1;
 }
 
-/* Points into the list, which stays as it is. The caller frees the array, and only that. */
+/* Returns an array of pointers into the list, which is unchanged. The caller frees only it. */
 static process_t* sorted(const list_head* processes, size_t count) {
   process_t* const rows = calloc(count + 1, sizeof *rows);
   if (rows == NULL) return NULL;
   size_t used = 0;
   for (const list_head* node = processes->next; node != processes; node = node->next) {
-    rows[used++] = (process_t)node; /* the node comes first in the record */
+    rows[used++] = (process_t)node; /* the node is the record's first member */
   }
   qsort(rows, used, sizeof *rows, by_memory);
   return rows;
@@ -37,7 +37,7 @@ static process_t* sorted(const list_head* processes, size_t count) {
 int main(int argc, char** argv) {
   const long wanted = argc > 1 ? strtol(argv[1], NULL, 10) : 10;
   if (argc > 2 || wanted < 1) {
-    fprintf(stderr, "usage: largest-processes [COUNT], COUNT from 1\n");
+    fprintf(stderr, "usage: largest-processes [COUNT], COUNT at least 1\n");
     return 2;
   }
   list_head processes;

@@ -1,9 +1,9 @@
-// A supervised process: beats ten times a second as module MODULE and is at work on flow FLOW.
+// A supervised process: beats ten times a second as module MODULE, with flow id FLOW.
 //
 //     supervised-process MODULE FLOW
 //
-// SIGUSR1 makes it hang as programs do: its loop goes on, but the work, and with it the heartbeat,
-// stands still. SIGUSR2 lets it go on, SIGTERM ends it.
+// SIGUSR1 simulates a hang: the loop still runs, but work and heartbeat stop. SIGUSR2 resumes them,
+// SIGTERM ends the process.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-/* The other side of the items that report and ask: a host that takes error reports and decides
- * whether the data plane may be recovered. It sends itself one report, and asks itself once.
+/* A host that receives error reports and decides whether the data plane may be recovered. It calls
+ * SendErrRpt once and RebootAppData once, so that both handlers run.
  */
 #include <inttypes.h>
 #include <stdio.h>
@@ -8,7 +8,8 @@
 #include "mirt_host.h"
 #include "mirt_items.h"
 
-/* On the thread of the item that sends. Nothing of the report may be kept: copy what you need. */
+/* Runs on the thread of the item that sends. The report is valid only during the call: copy what
+ * you need. */
 static int32_t take(const MIRT_HOST_REPORT_S* report, void* user) {
   printf("error 0x%" PRIX32 " of resource type 0x%X, id '%s'", report->key.errCode,
          (unsigned int)report->key.resType, report->key.resId);
@@ -17,10 +18,10 @@ static int32_t take(const MIRT_HOST_REPORT_S* report, void* user) {
   }
   printf("\n");
   ++*(int*)user;
-  return 0; /* anything else makes SendErrRpt fail */
+  return 0; /* any other value makes SendErrRpt fail */
 }
 
-/* One byte answers: 1 allows. A request that is not this one is left unanswered. */
+/* The answer is one byte; 1 allows. Returns -1 for any other request. */
 static int32_t decide(const MIRT_COMM_INFO_S* info, const void* payload, void* reply,
                       uint32_t* replyLen, void* user) {
   (void)payload;
@@ -46,7 +47,7 @@ int main(void) {
     fprintf(stderr, "take-reports: %s\n", result.reason);
     return 1;
   }
-  /* Refused by decide(): nothing is started, and nothing is signalled. */
+  /* decide() refuses, so nothing is started and no signal is sent. */
   const int recovered = RebootAppData(0, NULL, NULL, &result);
   printf("recovery: %s\n", recovered == -1 ? "refused" : "allowed");
 

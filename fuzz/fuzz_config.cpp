@@ -1,4 +1,4 @@
-// The configuration file: whatever it holds, there is an answer, and every mistake has its place.
+// The configuration reader: for any content it returns a result, and every mistake has a position.
 #include <algorithm>
 
 #include "config/config.h"

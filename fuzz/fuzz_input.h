@@ -1,4 +1,4 @@
-// What the fuzz targets share: pieces of their input, files that hold it, and their assertion.
+// Common code of the fuzz targets: reading the input, files with given content, the assertion.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-// A fuzz target has found something when it dies.
+// A fuzz target reports a failure by abort().
 #define FUZZ_CHECK(condition)                                      \
   do {                                                             \
     if (!(condition)) {                                            \
@@ -19,7 +19,7 @@
     }                                                              \
   } while (false)
 
-// Hands the input out piece by piece; empty pieces and zeros once it is used up.
+// Returns the input piece by piece; empty pieces and zeros at its end.
 class FuzzInput {
  public:
   FuzzInput(const uint8_t* data, size_t size) : left_(reinterpret_cast<const char*>(data), size) {}
@@ -48,7 +48,7 @@ class FuzzInput {
   std::string left_;
 };
 
-// A file that exists in memory only, under a path that can be opened.
+// A file in memory, with a path that can be opened.
 class MemoryFile {
  public:
   explicit MemoryFile(const std::string& content) : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {

@@ -1,4 +1,5 @@
-// The matcher in its three modes, its wildcard mode beside the rules told piece by piece.
+// The matcher in its three modes; wildcard mode is compared with a direct implementation of the
+// rules.
 #include <algorithm>
 #include <sstream>
 
@@ -13,13 +14,13 @@ bool stands_at(const std::string& text, size_t at, const std::string& piece) {
                     [](char p, char t) { return p == '?' || p == t; });
 }
 
-// The pieces between the stars stand in the text one behind the other, each as early as it can.
+// The pieces between the stars are in the text one after another, each as early as possible.
 bool matches_by_rule(const std::string& text, const std::string& pattern) {
   std::istringstream stars(pattern);
   size_t at = 0;
   bool first = true;
   for (std::string piece; std::getline(stars, piece, '*'); first = false) {
-    // The one anchor at the start: the first character, where no star comes before it.
+    // Only the first character is anchored at the start, unless a star comes before it.
     if (first && !piece.empty() && !stands_at(text, 0, piece.substr(0, 1))) return false;
     while (at <= text.size() && !stands_at(text, at, piece)) ++at;
     if (at > text.size()) return false;

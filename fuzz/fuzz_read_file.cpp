@@ -1,4 +1,4 @@
-// read_file() beside the C library's own line reader, and the reader by key beside that by line.
+// read_file() compared with the C library's line reader, and next_with() compared with next().
 #include <cstring>
 
 #include "common_plugin.h"
@@ -21,7 +21,7 @@ int expected(const std::string& path, char* buf, unsigned int size, int line) {
   return found ? 0 : -1;
 }
 
-// The reader by key beside what it stands for.
+// Compares next_with() with a loop over next().
 void check_keyed(const std::string& path, size_t limit) {
   LineReader by_key(path.c_str()), by_line(path.c_str());
   char found[kMaxSize], line[kMaxSize];

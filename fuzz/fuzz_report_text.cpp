@@ -1,5 +1,5 @@
-// The text of an error without a report, whatever its parameters: within its bound, and of nothing
-// but their values.
+// The text of an error without a report: for any parameters it stays within its limit and contains
+// only their values.
 #include <algorithm>
 #include <vector>
 
@@ -16,7 +16,7 @@ int32_t keep_description(const MIRT_HOST_REPORT_S* report, void* user) {
   return 0;
 }
 
-// "ErrCode" first, then what the input says.
+// "ErrCode" first, then parameters from the input.
 std::vector<FI_PARAM_S> parameters(FuzzInput& input) {
   std::vector<FI_PARAM_S> list(1);
   std::string("ErrCode").copy(list[0].name, sizeof list[0].name - 1);
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FI_RESULT_S result{};
   FUZZ_CHECK(SendErrRptExtend(static_cast<int>(list.size()), list.data(), nullptr, &result) == 0);
   FUZZ_CHECK(sent.size() < kMostText);
-  size_t begin = 0;  // a value that is not the last piece stands there whole
+  size_t begin = 0;  // every value except the last one is complete
   for (size_t i = 1; i < list.size(); ++i) {
     const std::string name = list[i].name, value = list[i].value;
     if (value.empty() || name == "UserData") continue;

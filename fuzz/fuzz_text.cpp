@@ -1,5 +1,5 @@
-// The readers of texts in memory: the command line's conversion, the items of a stat line, and the
-// bounded scanner beside the C library's.
+// Functions that read text in memory: the conversion of the command line, the items of a stat line,
+// and the bounded scanner compared with the C library's.
 #include <cstring>
 #include <vector>
 
@@ -11,7 +11,7 @@ namespace {
 
 void check_conversion(const std::string& text) {
   std::vector<char> bytes(text.begin(), text.end());
-  bytes.resize(bytes.size() + 2, 'x');  // behind the buffer: must stay as it is
+  bytes.resize(bytes.size() + 2, 'x');  // after the buffer: must not change
   const size_t size = text.size();
   if (size == 0) return;
   MIRT_Linux_Plugin::change_cmdlie_to_str(bytes.data(), static_cast<unsigned int>(size));
@@ -34,7 +34,7 @@ void check_items(const std::string& text, int item) {
 void check_scanner(const char* text) {
   unsigned long long ours[3] = {7, 7, 7}, theirs[3] = {7, 7, 7};
   sscanf_s(text, "%*s %llu %llu %llu", &ours[0], &ours[1], &ours[2]);
-  // NOLINTNEXTLINE(cert-err34-c): how it fails is what is compared
+  // NOLINTNEXTLINE(cert-err34-c): the comparison includes errors
   sscanf(text, "%*s %llu %llu %llu", &theirs[0], &theirs[1], &theirs[2]);
   FUZZ_CHECK(memcmp(ours, theirs, sizeof ours) == 0);
 

@@ -1,4 +1,4 @@
-// Runs a fuzz target over its corpus, without a fuzzer: replay FOLDER.
+// Runs a fuzz target on its corpus without a fuzzer: replay DIRECTORY.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -19,5 +19,5 @@ int main(int argc, char** argv) {
     }
   }
   printf("%d inputs replayed\n", replayed);
-  return replayed > 0 ? 0 : 1;  // a corpus that is not there must not pass
+  return replayed > 0 ? 0 : 1;  // a missing corpus is a failure
 }

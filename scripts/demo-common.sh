@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# What the demonstrations share. Sourced by them, in the repository's folder; whatever they start in
-# the background goes into `children`, whatever they write into the folder `work`.
+# Common functions of the demonstrations, which source this file in the repository's directory. They
+# add background processes to `children` and write files only to the directory `work`.
 set -euo pipefail
 
 children=()
 work=""
-restore=() # a command, if something has to be set back
+restore=() # a command that restores a changed setting
 
 finish() {
   if [ ${#children[@]} -gt 0 ]; then
-    kill -CONT "${children[@]}" 2>/dev/null || true # a stopped process does not end
+    kill -CONT "${children[@]}" 2>/dev/null || true # a stopped process ignores SIGTERM
     kill "${children[@]}" 2>/dev/null || true
     wait "${children[@]}" 2>/dev/null || true
   fi
@@ -21,7 +21,7 @@ finish() {
 trap finish EXIT
 trap 'exit 1' INT TERM
 
-# expect WHAT COMMAND...: tells whether it was seen, and ends the demonstration if it was not.
+# expect WHAT COMMAND...: prints whether COMMAND succeeded; if not, ends the demonstration.
 expect() {
   local what=$1
   shift
@@ -33,7 +33,7 @@ expect() {
   fi
 }
 
-# within SECONDS COMMAND...: tries again and again.
+# within SECONDS COMMAND...: retries COMMAND until it succeeds.
 within() {
   local tries=$(($1 * 10))
   shift

@@ -1,28 +1,27 @@
 #!/usr/bin/env bash
-# A thread that truly hangs in D state, and what the monitor makes of it:
-#   1. silence for seven calls, the report with the kernel stack from the 8th, the verdict from the
-#      11th;
-#   2. no signal for the data plane while recovery is denied, SIGUSR1 once it is allowed.
-# Needs root: kernel stacks and the kernel log are root's. Ends with exit code 0 if all was seen.
+# Shows how the monitor handles a thread that really hangs in D state:
+#   1. no log for seven calls, a report with the kernel stack from the 8th, value 1 from the 11th;
+#   2. no signal to the data plane while recovery is denied, SIGUSR1 when it is allowed.
+# Needs root to read kernel stacks and the kernel log. Exit status 0: every step succeeded.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 help_if_asked "$@"
 . scripts/demo-common.sh
 if [ "$(id -u)" -ne 0 ] || [ ! -c /dev/kmsg ]; then
-  echo "demo-hang.sh reads kernel stacks and the kernel log: run it as root, with /dev/kmsg." >&2
+  echo "demo-hang.sh needs root and /dev/kmsg to read kernel stacks and the kernel log." >&2
   exit 1
 fi
 install_missing "${build_packages[@]}"
 build_in build -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF
 work=$(mktemp -d)
 
-# The kernel drops lines that come too fast; for the demonstration it keeps them all.
+# The kernel drops log lines that come too fast. Turn that off for the demonstration.
 devkmsg=/proc/sys/kernel/printk_devkmsg
 devkmsg_before=$(cat $devkmsg)
 restore_devkmsg() { echo "$devkmsg_before" >$devkmsg; }
 restore=(restore_devkmsg)
-echo on >$devkmsg || echo "  The kernel log may drop lines: $devkmsg cannot be set." >&2
+echo on >$devkmsg || echo "  The kernel log may drop lines: $devkmsg cannot be changed." >&2
 
 # configure FILE PATTERN ITEM REDUNDANCY PERIOD
 configure() {
@@ -51,16 +50,16 @@ echo "$mark" >/dev/kmsg
 build/bin/mirt-monitor run --config "$work/hung.toml" --rounds 12 --json \
   >"$work/results" 2>"$work/log"
 dmesg | sed -n "/$mark/,\$p" | grep -v "$mark" >"$work/kernel" || true
-echo "  values of the twelve calls: $(values "$work/results")"
-expect "ten calls without a verdict, then the verdict twice" \
+echo "  values of the 12 calls: $(values "$work/results")"
+expect "value 0 for ten calls, then 1 twice" \
   test "$(values "$work/results")" = 000000000011
-expect "the verdict names thread $tid, process ${children[0]} and its command line" \
+expect "the output shows thread $tid, process ${children[0]} and its command line" \
   grep -q "\"tid\":$tid,\"process\":${children[0]},\"cmdline\":\"build/bin/hung-thread\"" \
   "$work/results"
-expect "silence for seven calls, a report from the 8th on" \
+expect "no log for seven calls, a report from the 8th call on" \
   test "$(sed -n "s/.* Tid $tid is D status. Detected times \([0-9]*\).*/\1/p" "$work/kernel" |
     tr '\n' ' ')" = "8 9 10 11 12 "
-expect "the kernel stack behind it" grep -q vfork "$work/kernel"
+expect "the kernel stack follows the report" grep -q vfork "$work/kernel"
 head -n 6 "$work/kernel" | sed 's/^/    /'
 kill "${children[@]}"
 wait "${children[@]}" || true
@@ -78,12 +77,12 @@ for redundancy in deny allow; do
   build/bin/mirt-monitor run --config "$work/app.toml" --rounds 11 --json \
     >"$work/results" 2>"$work/log"
   if [ $redundancy = deny ]; then
-    expect "recovery denied: the thread is named, the request refused" \
+    expect "recovery denied: the output shows the thread, the request is refused" \
       sh -c "grep -q '\"tid\":$tid,' '$work/results' && grep -q 'redundancyStatus(0)' '$work/log'"
-    expect "no signal comes" sh -c "! grep -q SIGUSR1 '$work/app'"
+    expect "no signal was sent" sh -c "! grep -q SIGUSR1 '$work/app'"
   else
     expect "recovery allowed: SIGUSR1 with the thread's id" \
       within 10 grep -qsx "SIGUSR1 with value $tid" "$work/app"
   fi
 done
-echo "All of it seen."
+echo "Every step succeeded."

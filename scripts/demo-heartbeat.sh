@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Three supervised processes under examples/heartbeats.toml: one is stopped, one hangs while its loop
-# still runs, one goes on. The monitor names the two within two periods, sends the heartbeat-lost
-# report with their flow ids, and clears the alarms when they go on. Table and lock file are the
-# demonstration's own, in a /dev/shm and a /tmp that nobody else sees: that takes root, or a machine
-# that allows user namespaces.
-# Ends with exit code 0 if all was seen, 77 if it was skipped.
+# Supervises three processes with examples/heartbeats.toml: one is stopped, one hangs while its loop
+# still runs, one continues. The monitor reports the first two within two periods, with their flow
+# ids, and clears the alarms when they resume. The demonstration mounts a private /dev/shm and /tmp
+# for the table and the lock file. This needs root, or a machine that allows user namespaces.
+# Exit status 0: every step succeeded; 77: skipped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -17,19 +16,19 @@ if [ "${1:-}" != --own-table ]; then
   own_mounts=(unshare --mount --propagation private)
   [ "$(id -u)" -eq 0 ] || own_mounts+=(--user --map-root-user)
   if ! reason=$("${own_mounts[@]}" true 2>&1); then
-    echo "Skipped: no mounts of the demonstration's own ($reason)." >&2
+    echo "Skipped: cannot create private mounts ($reason)." >&2
     exit 77
   fi
   exec "${own_mounts[@]}" -- bash scripts/demo-heartbeat.sh --own-table
 fi
 mount -t tmpfs tmpfs /dev/shm
 case $PWD/ in
-  /tmp/*) # the repository has to stay in sight
+  /tmp/*) # the repository has to stay visible
     mkdir /dev/shm/repository
     mount --rbind . /dev/shm/repository
     mount -t tmpfs tmpfs /tmp
     mkdir -p "$PWD"
-    mount --no-mtab --move /dev/shm/repository "$PWD" # its record is only for real root to write
+    mount --no-mtab --move /dev/shm/repository "$PWD" # only real root can write /etc/mtab
     cd "$PWD"
     ;;
   *) mount -t tmpfs tmpfs /tmp ;;
@@ -43,7 +42,7 @@ start_process() { # start_process MODULE FLOW
   sed 's/^/  /' "$work/$1"
 }
 said() { grep -qsE "$1" "$work/lines"; }
-# raised NAME MODULE FLOW: the alarm, and its report with everything in it.
+# raised NAME MODULE FLOW: the alarm, and its complete report.
 raised() {
   local type
   type=$(printf '0x%04X' $(($2 | 0xF000)))
@@ -51,7 +50,7 @@ raised() {
     "report 0xF000020F  resType $type  resId supervised-proc:$3  .*MoudleId=$2 .*UserData=$3\$"
 }
 cleared() { said " $1 .*alarm cleared"; }
-beats_of() { # beats_of MODULE: whether its heartbeat moved within a second
+beats_of() { # beats_of MODULE: whether its heartbeat changed within a second
   sed -n "s/.*\"module\":$1,.*\"moved\":\([a-z]*\).*/\1/p" "$work/table"
 }
 
@@ -66,24 +65,24 @@ build/bin/mirt-monitor heartbeats
 within 10 said ' scrubber +1\.00$'
 expect "no alarm" sh -c "! grep -q alarm '$work/lines'"
 
-echo "2. The writer is stopped, the reader hangs while its loop goes on"
+echo "2. The writer is stopped; the reader hangs while its loop still runs"
 kill -STOP "${children[0]}"
 kill -USR1 "${children[1]}"
-# Two periods, and one more second for the machine to be slow in.
-expect "the writer named, with flow 101" within 3 raised writer 60001 101
-expect "the reader named, with flow 102" within 3 raised reader 60002 102
+# Two periods, and one second more for a slow machine.
+expect "alarm for the writer, with flow 101" within 3 raised writer 60001 101
+expect "alarm for the reader, with flow 102" within 3 raised reader 60002 102
 build/bin/mirt-monitor heartbeats --json >"$work/table"
-expect "two of the three hearts stand still" \
+expect "two of the three heartbeats have stopped" \
   test "$(beats_of 60001) $(beats_of 60002) $(beats_of 60003)" = "false false true"
 
-echo "3. Both go on"
+echo "3. Both resume"
 kill -CONT "${children[0]}"
 kill -USR2 "${children[1]}"
-expect "the writer cleared" within 3 cleared writer
-expect "the reader cleared" within 3 cleared reader
+expect "the writer's alarm cleared" within 3 cleared writer
+expect "the reader's alarm cleared" within 3 cleared reader
 kill "$monitor"
-expect "the monitor ends at once and well" wait "$monitor"
-expect "each report sent once, none for the scrubber" \
+expect "the monitor ends with exit status 0" wait "$monitor"
+expect "one report each, none for the scrubber" \
   test "$(grep -c ' report 0xF000020F ' "$work/lines")$(grep -c 'scrubber.*alarm' "$work/lines")" = 20
 grep -E ' report |alarm' "$work/lines" | sed 's/^/    /'
-echo "All of it seen."
+echo "Every step succeeded."

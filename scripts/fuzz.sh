@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# fuzz.sh [SECONDS]: installs what is missing, builds the fuzzers with clang under AddressSanitizer
-# and UndefinedBehaviorSanitizer, and runs each for SECONDS (default 30), beginning with its corpus.
-# What it finds stays in build-fuzz/found; add an input worth keeping to fuzz/corpus.
+# fuzz.sh [SECONDS]: installs missing packages, builds the fuzzers with clang, AddressSanitizer and
+# UndefinedBehaviorSanitizer, and runs each for SECONDS (default 30), starting with its corpus.
+# Inputs that fail are in build-fuzz/found; add useful ones to fuzz/corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 help_if_asked "$@"
 seconds=${1:-30}
 if [[ ! $seconds =~ ^[1-9][0-9]*$ ]]; then
-  echo "usage: scripts/fuzz.sh [SECONDS], found '$seconds'" >&2
+  echo "usage: scripts/fuzz.sh [SECONDS]; SECONDS is '$seconds', expected a whole number from 1" >&2
   exit 2
 fi
 
@@ -25,8 +25,8 @@ for target in read_file match text report_text config; do
   build-fuzz/bin/fuzz_$target -max_total_time="$seconds" -max_len=8192 -verbosity=0 \
     -print_final_stats=1 -artifact_prefix="$found/" "$work" "fuzz/corpus/$target" 2>&1 |
     grep -E 'number_of_executed_units|new_units_added|not true|rror|SUMMARY' ||
-    [ "${PIPESTATUS[0]}" -eq 0 ] || { # whatever it printed
-    echo "fuzz_$target failed; found: $(ls "$found")" >&2
+    [ "${PIPESTATUS[0]}" -eq 0 ] || { # the fuzzer's status, whatever it printed
+    echo "fuzz_$target failed; failing inputs: $(ls "$found")" >&2
     exit 1
   }
 done

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs mirt-monitor: with the arguments given, or for three
-# rounds over this machine with the shipped example configuration.
+# Installs missing packages, builds, and runs mirt-monitor with the given arguments. Without
+# arguments it inspects this machine for three rounds with the example configuration.
 set -euo pipefail
 called_from=$PWD
 cd "$(dirname "$0")/.."
@@ -11,8 +11,8 @@ build_in build -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF
 
 if [ $# -gt 0 ]; then
   monitor=$PWD/build/bin/mirt-monitor
-  cd "$called_from" # so that file names mean what the caller meant
+  cd "$called_from" # relative file names refer to the caller's directory
   exec "$monitor" "$@"
 fi
-# The example finds the monitor itself by exactly this command line.
+# The example configuration finds the monitor's process by exactly this command line.
 exec build/bin/mirt-monitor run --config examples/this-machine.toml --rounds 3

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds and runs all tests: in the release build, under AddressSanitizer
-# with UndefinedBehaviorSanitizer, and under ThreadSanitizer where threads meet.
+# Installs missing packages, builds and runs all tests: in the release build, with AddressSanitizer
+# and UndefinedBehaviorSanitizer, and the tests with several threads with ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
