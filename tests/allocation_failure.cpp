@@ -25,12 +25,12 @@ struct Watch {
   bool counting = false;
   Refusal refusal = kNone;
   size_t asked = 0;
-  size_t live = 0;  // of the blocks taken while counting, those not given back
+  size_t live = 0;  // blocks allocated while counting and not freed yet
   void* blocks[4096];
 };
 Watch g_watch;
 
-// Counts one allocation. False when it is to be refused.
+// Counts one allocation. False if it must be refused.
 bool grant() {
   if (!g_watch.counting) return true;
   const size_t number = g_watch.asked++;
@@ -88,7 +88,7 @@ MemoryGranted::~MemoryGranted() {
 
 namespace {
 
-// What a child writes, into memory that it shares with its parent.
+// The results that a child writes to memory shared with its parent.
 struct Report {
   size_t allocations, left_over;
   int descriptors_left_over;

@@ -1,5 +1,5 @@
-// Every exported function without memory and without descriptors: what it then returns and writes,
-// that it leaves nothing behind, and that it works again afterwards.
+// Every exported function without memory and without descriptors: checks what it returns and
+// writes, that it leaks nothing, and that it works again afterwards.
 #include "allocation_failure.h"
 
 #include <dlfcn.h>
@@ -31,8 +31,7 @@
 #include "mirt_process.h"
 #include "proc_fixture.h"
 
-// What the recovery of the data plane does to the machine: here a shell without work, no wait and
-// no signal.
+// Replaces the actions of data-plane recovery: a shell without work, no wait, no signal.
 extern "C" {
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
                 const posix_spawnattr_t* attributes, char* const*, char* const* environment) {
@@ -50,8 +49,8 @@ int sigqueue(pid_t, int, const union sigval) noexcept {
 
 namespace {
 
-// Beside the scenario, its outcomes: with nothing refused, without any memory, without descriptors,
-// and further ones, parted by '|', when a single allocation is refused.
+// A scenario and its outcomes: normal, without memory, without descriptors, and further ones,
+// separated by '|', if a single allocation is refused.
 struct Row {
   Scenario scenario;
   const char *whole, *without_memory, *without_descriptors, *partly;
@@ -84,7 +83,7 @@ class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
     ASSERT_TRUE(files_.mounted());
     put_process({10, {"app", "10"}, 500, 0, 3072, 8, "16"});
     put_process({11, {"app", "11"}, 100, 0, 2048, 4, "16"});
-    put_cmdline(12, {"nameless"});  // dropped by a listing that has begun with it
+    put_cmdline(12, {"nameless"});  // a listing that has started with it drops it
     put("10/task/100/status",
         "Name:\tx\nState:\tD (disk sleep)\nvoluntary_ctxt_switches:\t5\n"
         "nonvoluntary_ctxt_switches:\t6\n");
@@ -101,7 +100,7 @@ class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
     mirt_host_set_report_handler([](const MIRT_HOST_REPORT_S*, void*) { return 0; }, nullptr);
     mirt_host_set_request_handler(PID_CTRL_MIRTKERNELAGENT, allow, nullptr);
     make_stale_heartbeat();
-    // What the C library loads and keeps, it loads now; a name that nobody has asks for all of it.
+    // Makes the C library load now what it keeps; an unknown user name needs everything.
     tzset();
     getpwnam("nobody-of-this-name");
   }
@@ -117,7 +116,8 @@ class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
     return 0;
   }
 
-  // Module 7 is process 10 and stood still at flow 5. In a child: whoever attaches stays attached.
+  // Module 7 is process 10, whose heartbeat stopped at flow 5. In a child, because an attach lasts
+  // until the process ends.
   static void make_stale_heartbeat() {
     const pid_t child = fork();
     if (child == 0) {
@@ -157,7 +157,7 @@ TEST_P(OutOf, MemoryOrDescriptors) {
 }
 
 // Items. An outcome is the value, result->result and result->pid, and the reason of a failure; 77
-// and -5 stand in a result that nobody wrote. A run may use statics: it has a process of its own.
+// and -5 mean an unchanged result. A run may use static variables, because it has its own process.
 
 std::optional<ItemCall> g_records;
 
@@ -177,7 +177,7 @@ void call_item(char* outcome) {
            result.result == -1 ? " " : "", result.result == -1 ? result.reason : "");
 }
 
-// The table belongs to the context, and both to us.
+// The context owns the table, and the test owns the context.
 void free_table() {
   free(g_records->overlay<process_status_context_t>().pthreadinfoset);
 }
@@ -197,13 +197,13 @@ void put_almost_hung_thread() {
   }
 #define ITEM(name, parameters, ...) ITEM_WITH(name, parameters, nullptr, nullptr, 0, __VA_ARGS__)
 
-// A sample whose reading was refused counts as 0 ticks, and the share is that since start-up.
+// A sample that could not be read counts as 0 ticks, so the share is the one since boot.
 #define CPU_ITEM(name, parameters) \
   ITEM(name, parameters, "10 0 10", "0 0 0", "0 0 0", "5 0 11|15 0 11|60 0 10")
 #define CORE_ITEM(name, parameters) \
   ITEM(name, parameters, "70 0 10", "0 0 0", "0 0 0", "35 0 11|105 0 11|420 0 10")
 
-// The heartbeat table stays mapped for the life of the process, as the pointers into it do.
+// The heartbeat table stays mapped until the process ends, because pointers into it stay valid.
 constexpr size_t kMapping = 1;
 
 // clang-format off
@@ -224,7 +224,7 @@ const Row kItems[] = {
     ITEM(GetProcessHandleFuzzyMatch, "ProcessName=*app*", "50 0 10", "0 0 0", "0 0 0", "25 0 11"),
     ITEM(IsExistProcess, "ProcessName=app 10", "1 0 -5", "0 0 -5", "0 0 -5", ""),
     ITEM(IsExistProcessExtern, "ProcessName=app 10", "1 0 10", "0 0 0", "0 0 0", ""),
-    // Without its command's output, the process counts as there.
+    // Without the command's output, the process counts as existing.
     ITEM(IsExistProcessPreCmd, "ProcessName=nobody;PreCmd=ask;RetKeyWords=READY",
          "0 0 -5", "1 0 -5", "1 0 -5", ""),
     ITEM(GetDiskUsage, "Dir=/", "51 0 -5", "51 0 -5", "51 0 -5", ""),
@@ -232,7 +232,7 @@ const Row kItems[] = {
     ITEM(GetSysUsrCPU, "", "10 0 -5", "10 0 -5", "0 0 -5", ""),
     ITEM(GetSysMemory, "", "75 0 -5", "75 0 -5", "0 0 -5", ""),
     ITEM(GetSysFreeMemory, "", "2 0 -5", "2 0 -5", "0 0 -5", ""),
-    // Who cannot be looked at is not judged.
+    // A process that cannot be read is not checked.
     ITEM_WITH(ProcessHeartBeat, "ProcessName=x;ProcessMoudleId=7", nullptr, nullptr, kMapping,
               "0 0 -5", "1 0 -5", "1 0 -5", ""),
     ITEM(SendErrRpt, "ErrCode=0xF000020F;ProcessName=x;ProcessMoudleId=7",
@@ -243,19 +243,18 @@ const Row kItems[] = {
          "0 0 -5", "0 0 -5", "0 0 -5", ""),
     ITEM_WITH(CheckProcessStatusIsD, "ProcessName=*app*", nullptr, free_table, 0,
               "0 0 0", "0 -1 -5 Allocate private data failed.", "0 0 0", ""),
-    // Recovery that nobody could allow is none; the thread is named all the same.
+    // Recovery is refused if the request fails; the thread is still reported.
     ITEM_WITH(CheckProcessStatusIsDForAppData, "ProcessName=*app*", put_almost_hung_thread,
               free_table, 0, "1 0 100", "0 0 0", "0 0 0", "0 0 100"),
     ITEM(RebootAppData, "UserData=100", "0 0 -5", "-1 77 -5", "0 0 -5", ""),
 };
 // clang-format on
 
-// Functions. An outcome is what they returned, and what they found.
+// Functions. An outcome is the return value and the results.
 
 list_head g_head;
 
-// The result, then the PIDs, the lower ones first: which one a /proc of ours lists first is the
-// kernel's to choose.
+// The result, then the PIDs in ascending order, because the order of a test's /proc is not defined.
 void print(char* outcome, int result, std::array<int, 32>& pids, size_t count) {
   outcome += sprintf(outcome, "%d", result);
   std::sort(pids.begin(), pids.begin() + count);
@@ -322,7 +321,7 @@ const Row kFunctions[] = {
     FUNCTION("MIRT_GetDStatusCheckRedundancy", nullptr, 0, bool status = false;
              const int result = MIRT_GetDStatusCheckRedundancy(&status);
              sprintf(outcome, "%d %d", result, status), "0 1", "1 0", "0 1", ""),
-    // Those that take no memory at all answer as ever without it.
+    // Functions that allocate nothing return the same result.
     FUNCTION("Readers", nullptr, 0, char text[64] = ""; char name[8] = ""; int stat = 9;
              unsigned long voluntary = 0; unsigned long nonvoluntary = 0;
              const int read = Plugin::read_file("/proc/meminfo", text, sizeof text, 2);

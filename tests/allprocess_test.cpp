@@ -1,5 +1,5 @@
-// The snapshot of all processes and the look-ups. Links the library's objects: some of what is
-// tested here is not exported.
+// The listings of all processes and the look-ups. Links the library's objects, because some of the
+// tested functions are not exported.
 #include "allprocess.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// A caller's list head with a pattern where a careless call would write.
+// A caller's list head, filled with a pattern to detect unwanted writes.
 struct Head {
   Head() { memset(&list, 0xA5, sizeof list); }
   bool is_untouched() const {
@@ -28,7 +28,7 @@ struct Head {
   list_head list;
 };
 
-// The entries by PID, in copies; the list is freed.
+// Returns copies of the entries by PID; frees the list.
 std::map<int, PROCESS_INFO_S> take(Head& head) {
   std::map<int, PROCESS_INFO_S> entries;
   for_each_node(&head.list, [&entries](list_head* node) {
@@ -60,7 +60,7 @@ class Snapshot : public ProcFixture {
     put(std::to_string(pid) + "/status", "Name:\t" + name + "\nState:\tS (sleeping)\nVmRSS:\t" +
                                              std::to_string(rss_kb) + " kB\nThreads:\t1\n");
   }
-  // user nice system idle iowait irq softirq, and two that no total counts.
+  // user nice system idle iowait irq softirq, and two that are not part of the total.
   static void put_machine(const std::string& ticks) { put("stat", "cpu  " + ticks + " 9 9\n"); }
   // 1,400 ticks of seven processors: 200 of one each.
   void pass_1400_ticks() {
@@ -76,8 +76,8 @@ class Snapshot : public ProcFixture {
   }
 
   ScopedHooks hooks_;
-  std::function<void()> meanwhile_;  // what happens within the minute
-  Trace trace_;                      // what was opened, and the sleep
+  std::function<void()> meanwhile_;  // runs during the 60 seconds
+  Trace trace_;                      // the opened files and the sleep
   int user_percent_ = -7;
 };
 
@@ -93,7 +93,7 @@ TEST_F(Snapshot, CpuIsWholePercentOfOneCoreForWhoLivesThroughTheMinute) {
     put_cmdline(10, {"another", "line"});
     put_ticks(11, 5399, 0);
     put_ticks(13, 4999, 0);        // its count goes backwards
-    put_ticks(14, 1ULL << 62, 0);  // more than an int can tell
+    put_ticks(14, 1ULL << 62, 0);  // more than an int can hold
     remove("20");
     put_named(30, "renamed", 5070);
     put_cmdline(40, {});
@@ -103,7 +103,7 @@ TEST_F(Snapshot, CpuIsWholePercentOfOneCoreForWhoLivesThroughTheMinute) {
   std::map<int, int> percents;
   for (const auto& [pid, entry] : entries) percents[pid] = entry.corecpu;
   EXPECT_EQ(percents, (std::map<int, int>{{10, 200}, {11, 199}, {12, 0}, {13, 0}, {14, INT_MAX}}));
-  // All but the CPU usage is as it was in the first pass.
+  // Everything except the CPU usage comes from the first pass.
   EXPECT_EQ(entries[10].rss, 1);
   EXPECT_STREQ(entries[10].cmdline, "app -x");
 }
@@ -115,9 +115,9 @@ TEST_F(Snapshot, UserPercentIsOfSevenCountersAndLeavesNiceOut) {
     size_t listed;
   } kRows[] = {
       {"1000 10 100 2000 5 5 5", "1311 199 200 2400 155 35 25", 25, 1},  // 31100 / 1200
-      {"1000 0 0 0 0 0 0", "1000 0 0 0 0 0 1", 0, 0},  // no tick that a process could have had
-      {"1000 0 0 0 500 0 0", "1100 0 0 0 450 0 0", 200, 1},  // iowait was corrected
-      {"1000 0 0 5000 0 0 0", "1100 0 0 4000 0 0 0", 0, 0},  // all of it did
+      {"1000 0 0 0 0 0 0", "1000 0 0 0 0 0 1", 0, 0},  // none of the ticks that count for a process
+      {"1000 0 0 0 500 0 0", "1100 0 0 0 450 0 0", 200, 1},  // the kernel decreased iowait
+      {"1000 0 0 5000 0 0 0", "1100 0 0 4000 0 0 0", 0, 0},  // the total went backwards
   };
   put_named(10, "x", 5);
   for (const auto& row : kRows) {
@@ -141,7 +141,8 @@ TEST_F(Snapshot, FilesAreReadOnceAndTheProcessInsideTheMachinesInterval) {
   EXPECT_EQ(entries.at(10).name, "app_data" + std::string(23, 'n'));
   EXPECT_EQ(entries.at(10).cmdline, std::string(700, 'a') + ' ' + std::string(321, 'b'));
 
-  // One that ends between its two files is none any more; one without memory to show is.
+  // A process that ends between its two files is left out; a process that shows no memory is
+  // listed.
   for (const int pid : {20, 21}) {
     put_cmdline(pid, {"app"});
     put(std::to_string(pid) + "/status", "Name:\tapp\nState:\tZ\n");
@@ -193,7 +194,8 @@ TEST(Pairing, IsThatOfASearchFromTheFront) {
   const auto below = [&random](unsigned int bound) {
     return static_cast<unsigned int>(random() % bound);
   };
-  // Up to 60 samples that have few PIDs and names among them; of the later ones some are no later.
+  // Up to 60 samples with few different PIDs and names; some samples of the second pass are not
+  // later.
   const auto fill = [&below](std::vector<PROCESS_BASICDATA_S>& samples, list_head& head,
                              bool later) {
     kelv_list_init(&head);

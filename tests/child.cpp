@@ -32,8 +32,8 @@ Child::Child(const std::vector<std::string>& arguments) {
   if (pid_ == 0) run_cat(arguments, ends[1]);
   close(ends[1]);
   end_ = ends[0];
-  // Its echo tells that the program runs; the end of the socket at exec would come a moment too
-  // soon.
+  // Its echo shows that the program runs; the end of the socket at exec would come slightly too
+  // early.
   char echo = 'x';
   if (!paired || pid_ < 0 || write(end_, &echo, 1) != 1 || read(end_, &echo, 1) != 1) {
     throw std::runtime_error("the child did not start");
@@ -75,7 +75,7 @@ int open_descriptors() {
 
 NoDescriptors::NoDescriptors() {
   getrlimit(RLIMIT_NOFILE, &before_);
-  // All numbers below the lowest free one are taken.
+  // All numbers below the lowest free one are in use.
   const int lowest_free = open("/dev/null", O_RDONLY | O_CLOEXEC);
   close(lowest_free);
   const rlimit none{static_cast<rlim_t>(lowest_free), before_.rlim_max};

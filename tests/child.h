@@ -1,4 +1,4 @@
-// Real child processes with chosen command lines, files, and what the process holds open.
+// Real child processes with chosen command lines, files, and the process's open descriptors.
 #ifndef CHILD_H
 #define CHILD_H
 
@@ -8,19 +8,19 @@
 #include <string>
 #include <vector>
 
-// A process that waits, under a command line of the test's choice, until it is killed. It is the
-// cat program: the first argument may be anything, the others have to be options of it ("-u").
+// A process with a chosen command line that waits until it is killed. It is the cat program: the
+// first argument may be anything, the others must be options of cat ("-u").
 class Child {
  public:
-  // Returns when the process runs under its new command line.
+  // Returns when the process runs with its new command line.
   explicit Child(const std::vector<std::string>& arguments);
   Child& operator=(Child&&) = delete;  // neither copied nor moved
   ~Child();
 
   pid_t pid() const { return pid_; }
-  // Returns when it is dead, with its end not yet noted: a zombie.
+  // Returns when it is dead but not reaped: a zombie.
   void kill_unreaped(int signal);
-  // Returns when nothing is left of it.
+  // Returns when it is dead and reaped.
   void end();
 
  private:
@@ -28,14 +28,14 @@ class Child {
   int end_ = -1;  // of the socket that is its input and output
 };
 
-// All bytes of a file; none if it is not there.
+// All bytes of a file; empty if it does not exist.
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
-// How many descriptors this process has open.
+// The number of open descriptors of this process.
 int open_descriptors();
 
-// While it lives this process cannot open anything more.
+// While it exists this process cannot open files.
 class NoDescriptors {
  public:
   NoDescriptors();

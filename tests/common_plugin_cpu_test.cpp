@@ -13,7 +13,7 @@ using Plugin = MIRT_Linux_Plugin;
 using Ticks = unsigned long long;
 using namespace std::string_literals;
 
-// Both system samplers have a record of the total and of one part.
+// Both system samplers record the total and one part.
 template <typename Sample, float (Plugin::*kSampler)(Sample*)>
 float measure(Ticks& total, Ticks& part) {
   Sample sample{total, part};
@@ -33,12 +33,12 @@ struct Case {
   const char* name;
   float (*sampler)(Ticks&, Ticks&);
   const char* counters;  // user nice system idle iowait irq softirq ...; null: no file
-  const char* process;   // utime and stime, and what follows; null: no file
-  Ticks total, part;     // the sample before: idle, user or the process
+  const char* process;   // utime, stime and the following items; null: no file
+  Ticks total, part;     // the previous sample: idle, user or the process
   float percent;
   Ticks total_after, part_after;
 };
-constexpr char kSeven[] = "100 100 200 1000 9 9 9";  // a process has a share of the first four
+constexpr char kSeven[] = "100 100 200 1000 9 9 9";  // a process's share uses only the first four
 constexpr Case kCases[] = {
     {"SevenOfTen", kBusy, "10 10 10 40 10 10 10 500 600", nullptr, 0, 0, 60, 100, 40},
     {"Interval", kBusy, "150 0 150 850 50 0 0", nullptr, 1000, 800, 75, 1200, 850},
@@ -57,7 +57,7 @@ constexpr Case kCases[] = {
     {"NoProcess", process_share, kSeven, nullptr, 1000, 50, 0, 1000, 50},
     {"NeverRan", process_share, kSeven, "0 0", 1000, 50, 0, 1000, 50},
     {"ProcessNoTickPassed", process_share, "100 100 200 600", "90 0", 1000, 50, 0, 1000, 50},
-    // A younger process under a reused PID: the next call measures again.
+    // A newer process with a reused PID: the next call measures again.
     {"ProcessWentBack", process_share, kSeven, "49 0", 1000, 50, 0, 1400, 49}};
 
 using Share = ProcFixture;
@@ -70,7 +70,7 @@ TEST_F(Share, ReplacesTheSampleOnlyWhenItMeasures) {
     if (row.counters != nullptr) {
       put("stat", "cpu  "s + row.counters + "\ncpu0 1 1 1 1 1 1 1 0 0 0\n");
     }
-    // The blank in the name moves the items by one.
+    // The space in the name shifts the items by one.
     if (row.process != nullptr) put("7/stat", "7 (a b) S 1 1 1 0 -1 0 0 0 0 "s + row.process);
     Ticks total = row.total, part = row.part;
     EXPECT_EQ(row.sampler(total, part), row.percent);

@@ -19,7 +19,7 @@ const Parameters kNone, kExact{parameter("any name", "app -a")},
            parameter("RetKeyWords", "up")},
     kDirectory{parameter("any name", "/proc")};
 
-// Which of the two equal processes a result names; kFollowed is in the context instead.
+// Which of two equal processes a result reports; for kFollowed the context has it instead.
 enum Pid { kNobody, kFollowed, kFirst, kLast };
 
 struct ItemCase {
@@ -56,7 +56,7 @@ const ItemCase kItems[] = {
     {NAMED(GetSysFreeMemory), kNone, 2, kNobody},
 };
 
-// Two equal processes and a machine, whose counters move while an item sleeps.
+// Two equal processes and a machine whose counters grow while an item sleeps.
 class ItemFixture : public ProcFixture {
  protected:
   void SetUp() override {
@@ -111,7 +111,7 @@ TEST_P(Items, MeasureAndWriteWhatIsTheirs) {
 
 TEST_P(Items, GiveZeroForAProcessThatIsNotThere) {
   for (const int pid : {11, 12}) remove(std::to_string(pid));
-  // A context that still follows the process that has gone.
+  // A context with the PID of a process that has ended.
   if (row_.pid == kFollowed) call_.context.contextbuff[0] = 11;
   EXPECT_EQ(call_.run(row_.item), row_.pid == kNobody ? row_.value : 0.0F);
   expect_success(call_, compares_ ? 0 : -5);
@@ -163,7 +163,7 @@ TEST_F(ItemDetails, SamplesStayInTheContextUntilTheProcessIsReplaced) {
   EXPECT_EQ(all.run(GetSysCPU), 50.0F);
   EXPECT_EQ(user.run(GetSysUsrCPU), 25.0F);
   EXPECT_EQ(process.run(GetProcessSysCPU), 10.0F) << "since the call before";
-  // It starts anew: found in the same call, and measured since start-up again.
+  // The item finds the new process in the same call and measures since boot again.
   remove("11");
   put_cmdline(31, {"app", "-a"});
   put_ticks(31, 14, 14);

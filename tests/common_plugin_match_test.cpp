@@ -14,21 +14,21 @@ TEST(Wildcard, FollowsItsOwnRules) {
   for (const auto& [pattern, text] :
        {Row("abc", "abc"), Row("a*b", "axxb"), Row("a*b*", "abxb"), Row("a*", "abc"), Row("*", ""),
         Row("*?*", "x"), Row("ab?", "abc"), Row("", ""), Row("*app_d*", "/bin/./app_d 12"),
-        // After a partial match it is tried further on, and a '?' is one.
+        // After a partial match the matcher tries again further on; '?' is a partial match.
         Row("abc", "abxabc"), Row("?bc", "xabc")}) {
     EXPECT_TRUE(Plugin::str_fuzzy_match(text, pattern)) << pattern << " against " << text;
   }
   for (const auto& [pattern, text] :
        {Row("abc", "abcd"), Row("abc", "ab"), Row("*?", ""), Row("*app_d", "/bin/./app_d 12"),
         Row("", "a"), Row("\\*", "*"), Row("A", "a"), Row("*", nullptr), Row(nullptr, ""),
-        // The very first comparison decides; a star takes the shortest run, and never another.
+        // The first comparison decides; a star matches the shortest text and never a longer one.
         Row("abc", "xabc"), Row("a*b", "abxb")}) {
     EXPECT_FALSE(Plugin::str_fuzzy_match(text, pattern));
   }
 }
 
 TEST(Wildcard, EndsOnPatternsMadeToBacktrack) {
-  // A matcher that goes back to earlier stars would still be at it next year.
+  // A matcher that backtracks to earlier stars would practically never end.
   const std::string text(1022, 'a');
   std::string pattern;
   while (pattern.size() < 396) pattern += "a*a?";

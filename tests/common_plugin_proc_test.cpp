@@ -15,7 +15,7 @@ using namespace std::string_literals;
 
 using ReadProc = ProcFixture;
 
-// What read_file() leaves in a buffer of this size; "-1" when it fails.
+// The content of a buffer of this size after read_file(); "-1" if it fails.
 std::string read_line(unsigned int size, int line) {
   std::string buffer(size, '?');
   if (Plugin::read_file("/proc/file", buffer.data(), size, line) != 0) return "-1";
@@ -23,7 +23,7 @@ std::string read_line(unsigned int size, int line) {
 }
 
 TEST_F(ReadProc, CountsPiecesOfLinesAcrossItsOwnBuffer) {
-  // 682 pieces of six bytes go before; its own buffer ends amid the digits.
+  // 682 pieces of six bytes come first, so that the reader's buffer ends between the digits.
   put("file", std::string(4093, 'x') + "\n0123456789\nn\0m"s);
   EXPECT_EQ(read_line(8, 684), "012345\0\0"s);
   EXPECT_EQ(read_line(8, 685), "6789\n\0\0\0"s);
@@ -72,7 +72,7 @@ TEST_F(ReadProc, NameIsTheWordAfterTheKey) {
 
 TEST_F(ReadProc, StatusGivesTheCountersOfABlockedThreadAlone) {
   constexpr char kCounts[] = "voluntary_ctxt_switches:\t150\nnonvoluntary_ctxt_switches:\t3\n";
-  // What stands before and behind the counters, the state and the sum of the counters.
+  // The text before and after the counters, the state and the sum of the counters.
   using Row = std::tuple<std::string, const char*, int, unsigned long>;
   for (const auto& [before, behind, expected, counts] :
        {Row("Name:\tx\nState:\tD (disk sleep)\n", "", 1, 153),

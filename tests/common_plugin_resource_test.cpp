@@ -23,7 +23,7 @@ TEST_F(Resources, MemoryOfAProcessIsWholeMebibytes) {
   using Row = std::pair<const char*, unsigned int>;
   for (const auto& [status, rss_mib] :
        {Row("VmRSS:\t 1023 kB\n", 0), Row("VmHWM:\t9000 kB\nVmRSS:\t5000 kB\nVmRSS:\t9000 kB\n", 4),
-        // A process of that very name.
+        // A process with exactly that name.
         Row("Name:\tVmRSS:\nVmRSS:\t5000 kB\n", 0), Row("VmRSS:\tmuch\n", 0), Row("", 0)}) {
     put("7/status", status);
     EXPECT_EQ(Plugin::get_phy_mem(7), rss_mib) << status;
@@ -43,7 +43,7 @@ TEST_F(Resources, MemoryOfTheSystemGoesByLineNotByKey) {
   }
 }
 
-// Here the entries are counted: only a proc file system tells their number as a size.
+// Here the item counts the entries, because only a proc file system reports their number as a size.
 TEST_F(Resources, HandlesAreWholePercentOfTheSoftLimit) {
   using Row = std::tuple<int, const char*, unsigned int>;
   for (const auto& [handles, soft_limit, usage] :
@@ -59,7 +59,7 @@ TEST_F(Resources, HandlesAreWholePercentOfTheSoftLimit) {
   EXPECT_EQ(Plugin().get_handle_usage(7), 0U) << "it is the ninth line or nothing";
 }
 
-// The kernel's size of the fd directory and the entries themselves have to tell the same.
+// The size of the fd directory must be equal to the number of its entries.
 TEST(RealHandles, AreThoseOfTheListing) {
   std::vector<int> held(500);
   for (int& fd : held) fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -69,10 +69,10 @@ TEST(RealHandles, AreThoseOfTheListing) {
 }
 
 TEST(RealHandles, OfAProcessThatMayNotBeLookedAtAreNone) {
-  // The size of its fd directory could be read all the same.
+  // The size of its fd directory is still readable.
   const pid_t observer = fork();
   if (observer == 0) {
-    // Fails where we are no real root; then PID 1 is another user's anyway.
+    // Fails if the test is not real root; then PID 1 belongs to another user.
     static_cast<void>(setresuid(65534, 65534, 65534) == 0);
     struct stat status {};
     _exit(stat("/proc/1/fd", &status) == 0 && Plugin().get_handle_count(1) == 0 ? 0 : 1);

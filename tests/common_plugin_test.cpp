@@ -11,7 +11,7 @@
 
 namespace {
 
-// What holds for every item alike is shown with the items.
+// The item tests cover what is common to all items.
 TEST(Checks, CompareWholeNamesInTheirOrder) {
   using Names = std::vector<const char*>;
   for (const Names& names :
@@ -39,12 +39,12 @@ TEST(PreCommand, ComparesTheBeginningOfTheOutput) {
        {Row("echo up and more", "up", 0), Row("echo up", "upx", -1), Row("echo Up", "up", -1),
         Row("echo ' up'", "up", -1), Row("true", "", 0), Row("true", "x", -1),
         Row("echo up; exit 3", "up", 0), Row("/nonexistent/command 2>/dev/null", "", 0),
-        // 31 characters are kept.
+        // Only 31 characters are kept.
         Row("echo 1234567890abcdefghij1234567890a", "1234567890abcdefghij1234567890a", 0),
         Row("echo 1234567890abcdefghij1234567890ab", "1234567890abcdefghij1234567890ab", -1),
-        // More than one pipe holds: the command must not be waited for with it full.
+        // More than the capacity of a pipe: the wait must not block while the pipe is full.
         Row("yes up | head -c 200000", "up", 0),
-        // In two writes: one read of a pipe would see the first alone.
+        // In two writes: one read() of a pipe would return only the first.
         Row("printf a; sleep 0.05; printf b", "ab", 0)}) {
     EXPECT_EQ(MIRT_Linux_Plugin::exec_pre_cmd(script.data(), keywords.data()), outcome) << script;
     EXPECT_EQ(open_descriptors(), descriptors);

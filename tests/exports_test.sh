@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# exports_test.sh NM LIBRARY LIST: the library exports exactly what the list holds, the sanitizers'
-# own names aside.
+# exports_test.sh NM LIBRARY LIST: the library exports exactly the names in LIST, except those of the
+# sanitizers.
 set -euo pipefail
 export LC_ALL=C
 diff --label expected --label found -u <(grep -v '^#' "$3" | sort) \

@@ -1,4 +1,4 @@
-// Threads in a /proc of the test's own, and an instance of a hung-thread item that looks at them.
+// Threads in a private /proc, and an instance of a hung-thread item that examines them.
 #ifndef FAKE_THREADS_H
 #define FAKE_THREADS_H
 
@@ -12,7 +12,7 @@ inline std::string thread_dir(int pid, int tid) {
   return std::to_string(pid) + "/task/" + std::to_string(tid);
 }
 
-// A thread's status file, shortened; in D state unless told otherwise.
+// A thread's status file, shortened; in D state by default.
 inline void put_thread(int pid, int tid, unsigned long voluntary = 5,
                        unsigned long nonvoluntary = 1, char state = 'D') {
   ProcFixture::put(thread_dir(pid, tid) + "/status",
@@ -21,8 +21,7 @@ inline void put_thread(int pid, int tid, unsigned long voluntary = 5,
                        "\nnonvoluntary_ctxt_switches:\t" + std::to_string(nonvoluntary) + "\n");
 }
 
-// One configured instance. Its table lives as long as the process that loaded the plug-in; here the
-// plug-in's life ends with the test.
+// One configured instance. The plug-in never frees its table; here the test frees it.
 struct HungCall : ItemCall {
   explicit HungCall(const std::string& pattern) : ItemCall({parameter("any name", pattern)}) {}
   HungCall(const HungCall&) = delete;

@@ -1,4 +1,4 @@
-// Hung threads on the real kernel: threads truly in D state, real shells, real signals.
+// Hung threads on the real kernel: threads really in D state, real shells, real signals.
 #include "hung_thread.h"
 
 #include <fcntl.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// Matches this process and its forked children, and no other run of this program.
+// Matches this process and its forked children, but no other run of this program.
 std::string own_pattern() {
   char text[1024] = "";
   EXPECT_EQ(MIRT_Linux_Plugin::get_cmdline_bypid(getpid(), text, sizeof text), 0);
@@ -26,7 +26,7 @@ std::string own_pattern() {
 
 class HungThreadTest : public testing::Test {
  protected:
-  // What the last of so many calls returns.
+  // Makes so many calls and returns the last result.
   float run(int calls) {
     for (int call = 1; call < calls; ++call) call_.run(CheckProcessStatusIsD);
     return call_.run(CheckProcessStatusIsD);
@@ -36,7 +36,7 @@ class HungThreadTest : public testing::Test {
   HungCall call_{own_pattern()};
 };
 
-// How many descriptors a shell would inherit.
+// The number of descriptors that a shell would inherit.
 int inherited() {
   int count = 0;
   for (int fd = 3; fd < 4096; ++fd) count += fcntl(fd, F_GETFD) == 0 ? 1 : 0;
@@ -48,7 +48,7 @@ TEST_F(HungThreadTest, IsReportedFromTheEleventhCallOnForAsLongAsItHangs) {
   system_.popen = [&](const char*) -> FILE* {
     EXPECT_GT(open_descriptors(), open_before) << "the plug-in is reading a directory";
     EXPECT_EQ(inherited(), inherited_before);
-    return nullptr;  // a shell that cannot be started changes nothing
+    return nullptr;  // a shell that does not start makes no difference
   };
   {
     const HungThread hung;
@@ -70,13 +70,13 @@ TEST_F(HungThreadTest, AThousandCallsLeaveNothingBehind) {
   const int descriptors = open_descriptors();
   run(1000);
   EXPECT_GT(system_.take().size(), 400000U) << "two reports a call";
-  // Less than the smallest block a call: what the allocator caches counts as in use.
+  // Less than the smallest block per call; memory in the allocator's caches counts as in use.
   EXPECT_LT(mallinfo2().uordblks, heap + 16000);
   EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST_F(HungThreadTest, RealShellsWriteReportAndStackAndLeaveNoZombie) {
-  // A kernel log of the test's own: a pipe under the name of the real one.
+  // A private kernel log: a pipe with the path of the real one.
   SKIP_WITHOUT_MOUNTS();
   const TmpfsMount dev("/dev");
   ASSERT_TRUE(dev.mounted() && mkfifo("/dev/kmsg", 0600) == 0) << strerror(errno);
@@ -96,7 +96,7 @@ TEST_F(HungThreadTest, RealShellsWriteReportAndStackAndLeaveNoZombie) {
   close(log);
 }
 
-// The value of the SIGUSR1 that waits for this process, or -1.
+// The value of the pending SIGUSR1 of this process, or -1.
 int signalled() {
   sigset_t awaited;
   sigemptyset(&awaited);
@@ -114,7 +114,7 @@ int32_t allow(const MIRT_COMM_INFO_S* info, const void*, void* reply, uint32_t* 
 }
 
 TEST_F(HungThreadTest, TheDataPlaneReceivesTheSignalOnceSomebodyAllowsIt) {
-  EXPECT_EQ(signalled(), -1);  // and from now on every thread leaves the signal to this one
+  EXPECT_EQ(signalled(), -1);  // from now on all threads block the signal
   const HungThread hung;
   system_.real_framework = system_.real_signals = true;
   FI_PARAM_S target = parameter("UserData", std::to_string(getpid()));
@@ -141,7 +141,7 @@ TEST_F(HungThreadTest, ThreadsThatComeAndGoAreNeverReportedAndLeaveAnEmptyTable)
   });
   int sighted = 0;
   for (int call = 0; call < 400 || (sighted == 0 && call < 10000); ++call) {
-    // None lives through two of these calls, however fast they are.
+    // No thread lives through two of these calls, however fast they are.
     for (const int before = batches; batches == before;) std::this_thread::yield();
     EXPECT_EQ(run(1), 0.0F);
     sighted += call_.table()->thread_info_unused != 0 ? 1 : 0;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# include_order_test.sh FOLDER: in the monitor's sources each folder includes only itself and the
-# folders named after it here. docs/architecture.md shows the same order.
+# include_order_test.sh FOLDER: each folder of the monitor's sources includes only itself and the
+# folders that follow it in this list. docs/architecture.md shows the same order.
 set -euo pipefail
 order=(command run output config item text proc)
 cd "$1"

@@ -15,7 +15,7 @@ const Hooks kNoHooks;
 const Hooks* g_hooks = &kNoHooks;
 int g_get_nprocs_calls = 0;
 
-// The C library's own function of that name, which is of the same type as ours.
+// Returns the C library's function of that name, which has the same type as ours.
 template <typename Function>
 Function* next(const char* name, Function* /*ours*/) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

@@ -1,5 +1,5 @@
-// System functions that this program defines before the C library does. The plug-in calls them by
-// name, so a test can count the calls, answer in the system's place and let no time pass.
+// System functions that this program replaces. A test can count the plug-in's calls, return its own
+// results and avoid real sleeps.
 #ifndef INTERPOSED_H
 #define INTERPOSED_H
 
@@ -9,18 +9,18 @@
 #include <cstdio>
 #include <functional>
 
-// An empty hook hands the call on to the C library.
+// An empty hook passes the call to the C library.
 struct Hooks {
   std::function<void(useconds_t)> usleep;
   std::function<int(const char*, struct statfs*)> statfs;
   std::function<FILE*()> popen;
-  std::function<size_t()> read_at_most;  // bytes of one read()
+  std::function<size_t()> read_at_most;  // maximum bytes of one read()
   std::function<void(unsigned int)> sleep;
-  std::function<void(const char*)> open;  // looks on; the C library opens
+  std::function<void(const char*)> open;  // observes only; the C library opens
   std::function<bool(const char*)> opendir_fails;
 };
 
-// The hooks that hold while it lives.
+// Sets the hooks while it exists.
 class ScopedHooks {
  public:
   ScopedHooks();
@@ -32,12 +32,13 @@ class ScopedHooks {
   Hooks hooks_;
 };
 
-// The C library's own, for a hook that has another command run.
+// The C library's function, for a hook that runs another command.
 FILE* real_popen(const char* command, const char* mode);
 
-// get_nprocs() always gives this number: the core count is cached for the life of the process.
+// get_nprocs() always returns this number, because the plug-in reads the core count once per
+// process.
 constexpr int kCores = 7;
-// How often it was called since the program started.
+// The number of its calls since the program started.
 int get_nprocs_calls();
 
 #endif

@@ -18,7 +18,7 @@ inline FI_PARAM_S parameter(const std::string& name, const std::string& value) {
   return record;
 }
 
-// "A=1;B=;C=x y" as parameters.
+// Converts "A=1;B=;C=x y" to parameters.
 inline std::vector<FI_PARAM_S> params(const std::string& text) {
   std::vector<FI_PARAM_S> records;
   std::istringstream pairs(text);
@@ -29,7 +29,7 @@ inline std::vector<FI_PARAM_S> params(const std::string& text) {
   return records;
 }
 
-// Filled with marks, so that a test sees what an item wrote and what it left alone.
+// Filled with marks, so that a test sees which fields an item wrote.
 struct ItemCall {
   explicit ItemCall(std::vector<FI_PARAM_S> parameters) : argv(std::move(parameters)) {
     context.steppointer = 4321;
@@ -41,7 +41,7 @@ struct ItemCall {
   float run(Item item) {
     return item(static_cast<int>(argv.size()), argv.data(), &context, &result);
   }
-  // The overlay on the context, copied out: its fields are not aligned in there.
+  // A copy of the overlay, because its fields are not aligned in the context.
   template <typename Overlay>
   Overlay overlay() const {
     Overlay copy;

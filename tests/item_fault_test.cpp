@@ -1,5 +1,5 @@
-// The samplers of this program stand before the library's, as its exported names allow, and fail:
-// most of them never do by themselves, and yet every item has its text for it.
+// This program replaces the library's exported samplers with samplers that fail. Most samplers
+// never fail, but every item has a text for the failure.
 #include <gtest/gtest.h>
 
 #include "common_plugin.h"

@@ -60,14 +60,14 @@ TEST(Command, InheritsNeitherDescriptorsNorBlockedSignals) {
   sigprocmask(SIG_BLOCK, &blocked, nullptr);
   EXPECT_EQ(output_of("kill -USR2 $$; echo blocked"), "");
   sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
-  // What captures the output is open, too. The fourth is the listed directory itself.
+  // The captured output is also open. The fourth descriptor is the listed directory.
   EXPECT_EQ(output_of("ls /proc/self/fd"), "0\n1\n2\n3\n");
 }
 
 TEST(Command, IsWaitedForButNotWhatItLeavesBehind) {
   char held[] = "/tmp/kelv_test_XXXXXX";
   close(mkostemp(held, O_CLOEXEC));
-  // It goes on for as long as the file is there: a call that waited for it would never return.
+  // It runs as long as the file exists: a call that waited for it would never return.
   const std::string waits = "while [ -e " + std::string(held) + " ]; do sleep 0.01; done";
   EXPECT_EQ(output_of(waits + " & echo started"), "started\n");
   EXPECT_EQ(unlink(held), 0);
@@ -81,7 +81,7 @@ TEST(Command, IsWaitedForButNotWhatItLeavesBehind) {
 TEST(ProcessStatus, SeesAFatalSignalUntilTheProcessIsGone) {
   const pid_t pid = fork();
   if (pid == 0) {
-    prctl(PR_SET_NAME, ") 0 0 0 0 0 0 0");  // looks like the fields behind it
+    prctl(PR_SET_NAME, ") 0 0 0 0 0 0 0");  // looks like the fields after it
     raise(SIGKILL);
   }
   waitid(P_PID, static_cast<id_t>(pid), nullptr, WEXITED | WNOWAIT);
@@ -144,7 +144,7 @@ TEST(Bounded, PrintCutsAndTerminates) {
   }
 }
 
-// Numbers come out as the standard scanner gives them, the number of assignments included.
+// Numbers and the count of assignments are the same as those of the standard scanner.
 TEST(Scan, ReadsNumbersAsTheStandardScannerDoes) {
   using Row = std::pair<const char*, const char*>;
   for (const auto& [text, format] :

@@ -1,6 +1,6 @@
-// The heartbeat table, in a /dev/shm and a /tmp of the test's own. Every attach runs in a process
-// of its own, as a table is mapped once for the life of a process. The program links the library's
-// objects and wraps malloc() (see CMakeLists.txt).
+// The heartbeat table, in a private /dev/shm and /tmp. Every attach runs in its own process,
+// because a process maps the table only once. The program links the library's objects and wraps
+// malloc() (see CMakeLists.txt).
 #include "mirt_agent_heart.h"
 
 #include <fcntl.h>
@@ -64,7 +64,8 @@ std::string table_of(std::vector<Entry> entries) {
   return {reinterpret_cast<const char*>(entries.data()), 1200};
 }
 
-std::string g_logged;  // the last text; the host library says first what is wrong with the segment
+std::string
+    g_logged;  // the last text; before it the host library logs what is wrong with the segment
 
 // Adds the outcome to those of other processes: the index of the entry, or what was logged.
 void attach_here(uint16_t module) {
@@ -74,12 +75,12 @@ void attach_here(uint16_t module) {
   });
   const Entry* const entry = MIRT_AgentShmInit(module);
   std::ofstream outcomes(kOutcomes, std::ios::app);
-  // A mapping begins with a page.
+  // A mapping begins at a page boundary.
   if (entry != nullptr) outcomes << reinterpret_cast<uintptr_t>(entry) % 4096 / sizeof *entry;
   outcomes << g_logged + "\n";
 }
 
-// Runs work in a child process; a child that hangs, say on a lock, dies in time.
+// Runs work in a child process; a child that hangs, for example on a lock, is killed.
 template <typename Work>
 pid_t start(Work work) {
   const pid_t pid = fork();
@@ -128,7 +129,7 @@ TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {
   const struct stat status = lock_file_status();
   EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0640));
   EXPECT_EQ(status.st_gid, getegid()) << "the group stays";
-  // Nobody but root may give a file away.
+  // Only root may change the owner of a file.
   const uid_t daemon = getpwnam("daemon")->pw_uid;
   const bool root = chown(MIRT_AGENT_LOCK_FILE, daemon, getegid()) == 0;
   EXPECT_EQ(status.st_uid, root ? daemon : geteuid());
@@ -137,7 +138,7 @@ TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {
 TEST_F(HeartTable, LaterAttachesFindOrClaimUntilItIsFull) {
   std::vector<Entry> entries;
   for (uint32_t module = 100; module < 148; ++module) entries.push_back({4711, module, 12, 31, 0});
-  entries[0].reserved = 0x5452494D;  // the mark of an unfinished table, which this one cannot be
+  entries[0].reserved = 0x5452494D;  // the mark of an unfinished table, but this one is finished
   write_file(kSegment, table_of(entries));
   EXPECT_EQ(attach(0), "48\n") << "0 is a module like any other";
   EXPECT_EQ(attach(65535), "49\n") << "the mark of a free entry";
@@ -174,7 +175,7 @@ TEST_F(HeartTable, OwnerThatCannotBeSetFailsNothing) {
   g_no_lookup_buffer = false;
 }
 
-// With fs.protected_regular on, where the machine allows it.
+// With fs.protected_regular on, if the machine allows it.
 TEST_F(HeartTable, LockFileOfAnotherOwnerIsReopenedAndKeepsIt) {
   constexpr char kSetting[] = "/proc/sys/fs/protected_regular";
   const std::string before = read_file(kSetting);
@@ -218,7 +219,7 @@ bool has_stopped(pid_t pid) {
   return waitpid(pid, &status, 0) == pid && WIFSTOPPED(status);
 }
 
-// A process that attaches module 7 under the test's eyes, held before it begins.
+// A traced process that attaches module 7; it is stopped before the attach.
 pid_t start_traced_attach() {
   const pid_t pid = start([] {
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
@@ -229,14 +230,14 @@ pid_t start_traced_attach() {
   return pid;
 }
 
-// Lets it run to the next stop: the begin or end of a system call (PTRACE_SYSCALL) or the next
+// Lets it run to the next stop: the start or end of a system call (PTRACE_SYSCALL) or the next
 // instruction (PTRACE_SINGLESTEP). False: it has ended.
 bool go_on(pid_t pid, decltype(PTRACE_SYSCALL) how) {
   ptrace(how, pid, nullptr, nullptr);
   return has_stopped(pid);
 }
 
-// After module 7 died in its attach and left this segment, module 8 must get a perfect table.
+// After module 7 died during its attach and left this segment, module 8 must get a correct table.
 void expect_usable(const std::string& left) {
   const bool claimed = left.size() == 1200 && left[4] == 7;
   EXPECT_EQ(attach(8), claimed ? "1\n" : "0\n");
@@ -262,8 +263,8 @@ TEST_F(HeartTable, KilledAtAnySystemCall) {
   EXPECT_GT(stops, 20) << "open, lock, size, map, unlock and close at the least";
 }
 
-// Every state of the table that a process attaching to what is there now leaves if it is killed.
-// Nobody else can be at work on one of them: the lock is held.
+// Returns every state of the table that a process can leave if it is killed while it attaches. No
+// other process changes the table, because the lock is held.
 std::vector<std::string> states_of_attach() {
   const pid_t traced = start_traced_attach();
   while (read_file(kSegment).size() != 1200 && go_on(traced, PTRACE_SYSCALL)) {
@@ -283,7 +284,7 @@ std::vector<std::string> states_of_attach() {
 TEST_F(HeartTable, KilledBetweenAnyTwoStores) {
   std::vector<std::string> states = states_of_attach();
   EXPECT_GT(states.size(), 50u) << "more than one store an entry";
-  // And one that was killed while it repaired what a first one had left.
+  // Also a process that was killed while it repaired the state that the first one left.
   write_file(kSegment, states[states.size() / 2]);
   const std::vector<std::string> repaired = states_of_attach();
   states.insert(states.end(), repaired.begin(), repaired.end());
@@ -312,7 +313,7 @@ void attach_with_handlers() {
   EXPECT_EQ(memcmp(&before, &after, sizeof before), 0);
 }
 
-// Sleeps in the kernel, as one that waits for the lock; not merely about to go on.
+// True if it sleeps in the kernel, like a process that waits for the lock.
 bool waits_for_lock(pid_t pid) {
   const std::string waiter = "-> FLOCK  ADVISORY  WRITE " + std::to_string(pid) + " ";
   return read_file("/proc/locks").find(waiter) != std::string::npos &&
@@ -325,7 +326,7 @@ TEST_F(HeartTable, SignalsDoNotLetAnAttachGoOnWithoutTheLock) {
   const pid_t attaching = start(attach_with_handlers);
   while (!waits_for_lock(attaching)) sched_yield();
   for (int round = 0; round < 1000 && !HasFailure(); ++round) {
-    // A signal that is delivered wakes its process before kill() returns.
+    // A delivered signal wakes its process before kill() returns.
     for (const int number : {SIGUSR1, SIGUSR2, SIGCHLD, SIGRTMIN}) kill(attaching, number);
     EXPECT_TRUE(waits_for_lock(attaching)) << "after " << round << " rounds";
   }
@@ -335,7 +336,7 @@ TEST_F(HeartTable, SignalsDoNotLetAnAttachGoOnWithoutTheLock) {
   EXPECT_TRUE(succeeded(attaching));
 }
 
-// One life of a supervised process, which judges itself.
+// One run of a supervised process, which checks itself.
 void live_and_be_judged() {
   ItemCall call({parameter("ProcessName", "supervised"), parameter("ProcessMoudleId", "17")});
   const auto check = [&call] { return call.run(ProcessHeartBeat); };

@@ -18,7 +18,7 @@
 
 namespace {
 
-// Notes what reached it.
+// Records what it receives.
 int32_t take(const MIRT_HOST_REPORT_S* report, void* user) {
   std::ostringstream text;
   text << report->key.resType << ' ' << report->key.errCode << ' ' << report->key.resId;
@@ -53,7 +53,7 @@ TEST(Host, AReportArrivesWithItsKeyParametersInOrderAndDescription) {
   MIRT_DestoryErrRptInner(report);
 }
 
-// Answers with as many bytes as it is told.
+// Answers with the requested number of bytes.
 int32_t echo(const MIRT_COMM_INFO_S* info, const void* payload, void* reply, uint32_t* length,
              void* user) {
   memcpy(reply, payload, info->msgLen);
@@ -89,24 +89,24 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
   SKIP_WITHOUT_MOUNTS();
   const TmpfsMount small("/dev/shm", "size=64k");
   ASSERT_TRUE(small.mounted()) << strerror(errno);
-  // What its file holds before ("none": there is none, "link": the one of "new"), the size asked
-  // for, the outcome.
+  // The content of its file before ("none": no file, "link": the file of "new"), the requested
+  // size, the outcome.
   using Row = std::tuple<const char*, std::string_view, uint32_t, bool, bool>;
   for (const auto& [name, content, size, mapped, is_new] : {
            Row{"new", "none", 8192, true, true},
            Row{"unwritten", std::string_view("\0\0\0\0", 4), 4, true, true},  // its creator died
            Row{"written", "content", 7, true, false},
-           Row{"linked", "link", 8192, true, false},  // mapped already, if under another name
+           Row{"linked", "link", 8192, true, false},  // already mapped under another name
            Row{"shorter", "content", 8, false, true}, Row{"longer", "content", 6, false, true},
            Row{"huge", "none", 1 << 20, false, true},  // the file system is full
-           Row{"huge", "none", 8192, true, true},      // what is left of that counts as new
+           Row{"huge", "none", 8192, true, true},      // the rest of that file counts as new
        }) {
     SCOPED_TRACE(name);
     const std::string path = std::string("/dev/shm/") + name;
     if (content == "link") std::filesystem::create_hard_link("/dev/shm/new", path);
     if (content != "none" && content != "link") std::ofstream(path) << content;
     void* address = nullptr;
-    bool created = !mapped;  // which a failure leaves alone
+    bool created = !mapped;  // unchanged on failure
     ASSERT_EQ(MIRT_InitShareMem(&address, name, size, &created), mapped ? 0 : -1);
     EXPECT_EQ(created, is_new);
     if (!mapped) continue;
@@ -120,7 +120,7 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
   }
 }
 
-// Runs check as this user, in a process of its own.
+// Runs check as this user, in its own process.
 template <typename Check>
 void expect_as(uid_t user, Check check) {
   const pid_t child = fork();

@@ -1,4 +1,4 @@
-// mirt-monitor as its users have it: a child process with a configuration, pipes and signals.
+// mirt-monitor as users run it: a child process with a configuration, pipes and signals.
 #ifndef MONITOR_FIXTURE_H
 #define MONITOR_FIXTURE_H
 
@@ -39,7 +39,7 @@ inline bool has(const Json& record, const Json& members) {
   return updated == record;
 }
 
-// A table of the configuration; its calls have time enough on the busiest machine.
+// A table of the configuration; its deadline is long enough for the busiest machine.
 inline std::string instance(const std::string& name, const std::string& item,
                             const Params& params = {},
                             const std::string& times = "period = 0.02\ndeadline = 1000\n") {
@@ -47,8 +47,8 @@ inline std::string instance(const std::string& name, const std::string& item,
          params_text(params) + "\n";
 }
 
-// A shell command that becomes mirt-monitor, in a process group of its own with whatever its items
-// have started.
+// A shell command that execs mirt-monitor, in a new process group together with the processes that
+// its items start.
 class Monitor {
  public:
   Monitor(const fs::path& folder, const std::string& command) : errors_(folder / "stderr") {
@@ -66,20 +66,20 @@ class Monitor {
       execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
       _exit(127);
     }
-    setpgid(pid_, pid_);  // in both, so that it is done by the time either goes on
+    setpgid(pid_, pid_);  // in both, so that it is done before either continues
     close(ends[1]);
     output_ = fdopen(ends[0], "r");
   }
   Monitor& operator=(Monitor&&) = delete;  // neither copied nor moved
   ~Monitor() {
     fclose(output_);
-    kill(-pid_, SIGKILL);  // with what it has started, should it have failed
+    kill(-pid_, SIGKILL);  // with the processes it started, if the test failed
     waitpid(pid_, nullptr, 0);
   }
 
   pid_t pid() const { return pid_; }
 
-  // The next line of standard output, whole or not; nothing at its end.
+  // The next line of standard output, even if incomplete; nothing at its end.
   std::optional<std::string> line() {
     std::string found;
     for (int byte; (byte = getc(output_)) != '\n'; found += static_cast<char>(byte)) {
@@ -87,7 +87,7 @@ class Monitor {
     }
     return found;
   }
-  // The records up to the first that has these members; without any, all to the end.
+  // The records up to the first one with these members; without members, all records.
   std::vector<Json> records(const Json& members = {}) {
     std::vector<Json> all;
     while (const std::optional<std::string> next = line()) {
@@ -100,7 +100,7 @@ class Monitor {
   }
   Json await(const Json& members) { return records(members).back(); }
 
-  // Fills the monitor's output with empty records until it takes no more: nobody reads.
+  // Fills the monitor's output pipe with empty records until it is full.
   void fill_pipe() const {
     const std::string path = "/proc/" + std::to_string(pid_) + "/fd/1";
     const int pipe = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
@@ -110,7 +110,7 @@ class Monitor {
     close(pipe);
   }
 
-  // Waits for the end, which is to have this exit code. Returns what standard error has got.
+  // Waits for the end and expects this exit status. Returns the content of standard error.
   std::string end(int exit_code) {
     int status = 0;
     waitpid(pid_, &status, 0);

@@ -17,7 +17,7 @@ namespace {
 
 bool try_to_enter_private_namespace() {
   if (unshare(CLONE_NEWNS) != 0) {
-    // Mounts need root: we become root of a user namespace.
+    // Mounts need root, so become root of a user namespace.
     const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
     write_file("/proc/self/setgroups", "deny");
@@ -27,7 +27,7 @@ bool try_to_enter_private_namespace() {
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-// The folder directly below `path` in which the test program lies; empty if it lies elsewhere.
+// The folder directly below `path` that contains the test program; empty if it is elsewhere.
 fs::path folder_of_program(const fs::path& path) {
   static const fs::path program = fs::read_symlink("/proc/self/exe");
   const auto below = program.lexically_relative(path);

@@ -1,4 +1,4 @@
-// A /proc of the test's own, where exact numbers matter.
+// A private /proc, for tests that need exact numbers.
 #ifndef PROC_FIXTURE_H
 #define PROC_FIXTURE_H
 
@@ -8,40 +8,39 @@
 #include <string>
 #include <vector>
 
-// What the files of one made-up process say.
+// The content of the files of one simulated process.
 struct FakeProcess {
   int pid;
-  std::vector<std::string> arguments;  // none: an empty cmdline, as of a kernel thread
+  std::vector<std::string> arguments;  // empty: an empty cmdline, as for a kernel thread
   unsigned long long utime = 0, stime = 0;
   int rss_kb = 0;
   int handles = 0;
   std::string soft_limit = "1024";
 };
 
-// From now on this process alone sees what it mounts. False: run as root, or allow user namespaces.
+// Enters a private mount namespace. False if it needs root or user namespaces.
 bool enter_private_namespace();
 
-// At the beginning of a test, or of SetUp(): without mounts of its own it is skipped, and counted
-// so.
+// For the beginning of a test or of SetUp(): skips the test if it cannot mount.
 #define SKIP_WITHOUT_MOUNTS() \
   if (!enter_private_namespace()) GTEST_SKIP() << "needs root, or user namespaces, to mount"
 
-// An empty tmpfs over a directory while it lives, in a mount namespace that this process and its
-// children alone see. Where the test program lies below the directory, its folder stays in sight.
+// An empty tmpfs over a directory while it exists, in a mount namespace of this process and its
+// children. If the test program is below the directory, its folder stays visible.
 class TmpfsMount {
  public:
   explicit TmpfsMount(std::string path, const char* options = "size=16m");
   TmpfsMount& operator=(TmpfsMount&&) = delete;  // neither copied nor moved
   ~TmpfsMount();
-  bool mounted() const { return mounted_; }  // if not, the reason is in errno
+  bool mounted() const { return mounted_; }  // if false, errno has the reason
 
  private:
   std::string path_;
   bool mounted_;
 };
 
-// While it lives, this process and its children make and find the heartbeats' lock file and table
-// in an empty /tmp and /dev/shm of their own: the machine's are not touched, and nothing is left.
+// While it exists, this process and its children have a private, empty /tmp and /dev/shm for the
+// heartbeats' lock file and table. The machine's files are not changed, and nothing remains.
 class OwnHeartbeatFiles {
  public:
   bool mounted() const { return tmp_.mounted() && shm_.mounted(); }
@@ -50,11 +49,11 @@ class OwnHeartbeatFiles {
   TmpfsMount tmp_{"/tmp", "size=1m,mode=1777"}, shm_{"/dev/shm", "size=64k,mode=1777"};
 };
 
-// Mounts an empty tmpfs over /proc for the length of each test, in a mount namespace that this
-// process alone sees. The real /proc is back when the test ends: the sanitizers need it.
+// Mounts an empty tmpfs over /proc during each test, in a private mount namespace. The real /proc
+// is visible again after the test, because the sanitizers need it.
 class ProcFixture : public testing::Test {
  public:
-  // Writes a file, with the directories above it. path is below /proc; content may hold NULs.
+  // Writes a file and creates its directories. path is below /proc; content may contain NULs.
   static void put(const std::string& path, const std::string& content);
   static void make_dir(const std::string& path);
   static void remove(const std::string& path);
@@ -64,7 +63,7 @@ class ProcFixture : public testing::Test {
   static void put_cmdline(int pid, const std::vector<std::string>& arguments);
   static void put_ticks(int pid, unsigned long long utime, unsigned long long stime);
 
-  // Of these PIDs, those in /proc in the order in which the directory lists them.
+  // Those of these PIDs that are in /proc, in the order of the directory.
   static std::vector<int> in_listing_order(const std::vector<int>& pids);
 
  protected:

@@ -1,5 +1,5 @@
-// The heartbeat item over entries of the test's own, and the error reports with a host library that
-// records what it is asked. The functions defined here stand before the libraries'.
+// The heartbeat item with entries of the test, and the error reports with a host library that
+// records its calls. The functions defined here replace those of the libraries.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -20,17 +20,17 @@
 
 namespace {
 
-// What the host library does and was asked to do.
+// The behaviour and the recorded calls of the host library.
 struct Host {
   bool creates = true;
   std::string refused_parameter;
   int32_t send_result = 0;
-  MIRT_AGENT_HEART_INFO_S* entry = nullptr;  // what an attach gives
+  MIRT_AGENT_HEART_INFO_S* entry = nullptr;  // the result of an attach
 
   std::string calls;  // each ends with a semicolon
 };
 Host g_host;
-int g_report;       // stands for a report: nobody looks inside
+int g_report;       // represents a report; its content is never read
 std::string g_log;  // the last record
 
 std::string about(const MIRT_ERRREPORT_S* report) {
@@ -53,7 +53,7 @@ int32_t MIRT_AddParamToErrRptSub(const MIRT_ERRREPORT_S* report, char* name, cha
 int32_t MIRT_GetPrimaryKeySub(const MIRT_ERRREPORT_S* report, MIRT_PRIMARY_KEY_S* key) {
   g_host.calls += "key" + about(report) + ";";
   *key = MIRT_PRIMARY_KEY_S{1, 0xABCDEF01, "from the host", 2};
-  return 7;  // which nobody looks at
+  return 7;  // its callers ignore it
 }
 
 int32_t MIRT_SendErrReportSub(const MIRT_ERRREPORT_S* report, const char* desc, va_list*) {
@@ -120,7 +120,7 @@ void expect_outcome(AnyItem* item, const std::vector<FI_PARAM_S>& parameters,
 // Heartbeats.
 
 TEST_F(ProcessMonitor, HeartbeatIsJudgedByItsEntry) {
-  Child process{{"supervised"}};  // a cat under another command line: the kernel's name counts
+  Child process{{"supervised"}};  // cat with another command line: the kernel's name counts
   const auto id = static_cast<uint32_t>(process.pid());
   ItemCall call(params("Other=x;ProcessMoudleId=12abc;ProcessName=cat"));
   for (int attempt = 0; attempt < 2; ++attempt) EXPECT_EQ(call.run(ProcessHeartBeat), 1.0F);
@@ -135,7 +135,7 @@ TEST_F(ProcessMonitor, HeartbeatIsJudgedByItsEntry) {
       {{id, 12, ~0ULL, 7, 0}, 1.0F},                           // paused
       {{static_cast<uint32_t>(getpid()), 12, 5, 7, 0}, 1.0F},  // another name
       {{~0U, 12, 5, 7, 0}, 1.0F},                              // not registered yet
-      {{id, 12, 5, 7, 0}, 0.0F},                               // none of these counted as a beat
+      {{id, 12, 5, 7, 0}, 0.0F},  // none of the rows above counted as a beat
   };
   for (const auto& [state, judged] : kSteps) {
     entry = state;
@@ -242,7 +242,7 @@ TEST_F(ProcessMonitor, ReportThatCannotBeMadeOrFilledIsNotSent) {
 
 // Errors without a report.
 
-// What the text has to be, said another way: everything joined, and the joint cut at 127.
+// The expected text, computed in another way: all values joined, then truncated to 127 bytes.
 std::string model_text(const std::vector<FI_PARAM_S>& parameters) {
   std::string text;
   for (size_t i = 1; i < parameters.size(); ++i) {

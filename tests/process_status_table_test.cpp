@@ -15,12 +15,12 @@ namespace {
 class ThreadTable : public ProcFixture {
  protected:
   using Key = std::pair<pid_t, pid_t>;
-  // What /proc says of a thread: its state (0: it has gone) and its counts.
+  // The state (0: it has ended) and the counts of a thread in /proc.
   using Sight = std::tuple<char, unsigned long, unsigned long>;
 
   unsigned int random(size_t below) { return static_cast<unsigned int>(random_() % below); }
 
-  // Mostly hangs, or hangs on, with its counts as they were.
+  // Mostly in D state, with unchanged counts.
   void change_world(const Key& key) {
     auto& [state, voluntary, nonvoluntary] = world_[key];
     state = "DDDDDDDDDS"[random(11)];
@@ -30,7 +30,7 @@ class ThreadTable : public ProcFixture {
     if (state != 0) put_thread(key.first, key.second, voluntary, nonvoluntary, state);
   }
 
-  // Looks it up, and ages it or enters it, as a detection does.
+  // Finds or adds its entry and counts, as a detection does.
   void detect(const Key& key) {
     const auto own = std::find_if(model_.begin(), model_.end(), [&](const auto& entry) {
       return Key(entry.pid, entry.tid) == key;
@@ -69,7 +69,7 @@ class ThreadTable : public ProcFixture {
     model_.erase(last, model_.end());
   }
 
-  // Every byte: the entries, their order, and the zeros behind them.
+  // Every byte: the entries, their order, and the zeros after them.
   void expect_as_modelled() const {
     const auto expected = std::make_unique<thread_info_set_t>();
     expected->thread_info_unused = static_cast<unsigned int>(model_.size());

@@ -1,4 +1,4 @@
-// Detection and recovery on made-up processes: what is said, done and returned, call by call.
+// Detection and recovery with simulated processes: log, actions and results, call by call.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@
 
 namespace {
 
-// What one call says and does about one thread.
+// The log and actions of one call for one thread.
 std::string reported(int pid, int tid, int times, unsigned long vcsw = 5, unsigned long nvcsw = 1) {
   char text[512];
   snprintf(text, sizeof text,
@@ -34,7 +34,7 @@ class HungThreads : public ProcFixture {
     put_cmdline(pid, {"app", std::to_string(pid)});
     put_thread(pid, pid + 1);
   }
-  // Calls so often; the calls' traces are dropped.
+  // Makes so many calls and drops their traces.
   void age(int times) {
     for (int call = 0; call < times; ++call) call_.run(CheckProcessStatusIsD);
     system_.take();
@@ -64,10 +64,10 @@ TEST_F(HungThreads, SilentSevenTimesReportedFromTheEighthHungFromTheEleventh) {
 TEST_F(HungThreads, ACounterThatMovesWithinACallIsNoDetection) {
   put_app(100);
   age(10);
-  // Asked after the clean-up has read the thread and before the detection does.
+  // Runs after the clean-up has read the thread and before the detection reads it.
   system_.pid_status = [](int) {
     put_thread(100, 101, 6);
-    return -1;  // and a process whose state cannot be told is looked at
+    return -1;  // a process with unknown state is examined
   };
   EXPECT_EQ(call_.run(CheckProcessStatusIsDForAppData), 0.0F);
   EXPECT_EQ(system_.take(), "");
@@ -78,7 +78,7 @@ TEST_F(HungThreads, ACounterThatMovesWithinACallIsNoDetection) {
 
 TEST_F(HungThreads, TheFirstOfTheFirstProcessIsTheVerdictAndAllAreLogged) {
   for (const int pid : {200, 100, 300}) put_app(pid);
-  put_cmdline(50, {"app", "50"});  // it has gone before its threads are listed
+  put_cmdline(50, {"app", "50"});  // it ends before its threads are listed
   age(10);
   std::string expected;
   const std::vector<int> pids = in_listing_order({100, 200, 300});
@@ -87,7 +87,7 @@ TEST_F(HungThreads, TheFirstOfTheFirstProcessIsTheVerdictAndAllAreLogged) {
   EXPECT_EQ(call_.result.pid, pids[0] + 1);
   EXPECT_EQ(system_.take(), expected);
 
-  // A full table ends the walk of one process and not that of the next.
+  // A full table ends the search in one process, but not in the next one.
   for (int tid = 1000; tid < 1300; ++tid) put_thread(pids[0], tid);
   age(1);
   EXPECT_EQ(entry(2).times, 12);
@@ -96,7 +96,7 @@ TEST_F(HungThreads, TheFirstOfTheFirstProcessIsTheVerdictAndAllAreLogged) {
 TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {
   put_app(100);
   static uint64_t now = 0;
-  now += 1000000;  // the limiter, one for the whole process, has long been quiet
+  now += 1000000;  // long after the last message of the process-wide limiter
   system_.jiffies = [] { return now; };
   system_.pid_status = [](int) { return KELV_PROCESS_STATUS_COREDUMP; };
   const std::string who = "check_process_status_is_D_Fuzzy";
@@ -112,15 +112,15 @@ TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {
   EXPECT_EQ(call_.table()->thread_info_unused, 0U) << "nothing was looked at";
 }
 
-// What becomes of the question at each tick: "+" printed, "-" not, "+3" printed after saying that
-// three were left out.
+// The result at each tick: "+" printed, "-" suppressed, "+3" printed after a count of three
+// suppressed messages.
 TEST(LimiterTest, PrintsOnceAnIntervalAndCountsTheRest) {
   RecordedSystem system;
   for (const std::string asks : {
            "20000+ 20001- 34999- 35000+ 49999- 150000+3 150001- 165000+ 299999+ 300000- 315000+2 ",
            "10+ 15009- 15010+ 15011- ",  // just started
            "0+ 0- 5- 15000+ ",
-           // The counter wraps; the summaries' distance is compared as it stands.
+           // The counter wraps; the interval of the summaries is compared without regard to a wrap.
            "9223372036854775808+ 9223372036854775809- 18446744073709551516+1 "
            "18446744073709551615- 14899- 14900+ 149899+ 164899+2 ",
        }) {

@@ -1,4 +1,5 @@
-/* Every public header that promises so is plain C, and its functions have C linkage. */
+/* Checks that the public headers for plain C compile as C, and that their functions have C linkage.
+ */
 #include <string.h>
 
 #include "kelv_api.h"

@@ -1,4 +1,4 @@
-// Numbers with units, as the configuration has them.
+// Numbers with units, as in the configuration.
 #include "text/quantity.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ TEST(Quantity, IsANumberAndOneOfTheUnitsOfItsKind) {
               {"1.5  m", duration_in_seconds(), 90.0},
               {"2h", duration_in_seconds(), 7200.0},
               {"1d", duration_in_seconds(), 86400.0},
-              {"-1 s", duration_in_seconds(), -1.0},  // a number: ranges are another's to judge
+              {"-1 s", duration_in_seconds(), -1.0},  // valid here; another function checks ranges
               {"512 KiB", size_in_mib(), 0.5},
               {"3MiB", size_in_mib(), 3.0},
               {"2 GiB", size_in_mib(), 2048.0},

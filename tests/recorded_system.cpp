@@ -13,7 +13,7 @@
 #include "kelv_time.h"
 #include "mirt_comm.h"
 
-// What this program has hidden by a definition of its own.
+// The functions that this program replaces.
 #define NEXT(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
 
 static RecordedSystem*& g_system = RecordedSystem::current;
@@ -43,7 +43,7 @@ void kelvlog(unsigned int module, int level, const char* file, int line, const c
   va_start(arguments, format);
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  // A text may end with the line of its record.
+  // A text may end with the line number of its record.
   if (char* const named = strstr(text, "line=")) named[atoi(named + 5) == line ? 5 : 0] = '\0';
   if (module != PID_CTRL_MIRTMONITOR || strcmp(file, "process_status.cpp") != 0) return;
   g_system->note(std::string(kelvlog_level_name(level)) + ' ' + function + ": " + text);
@@ -56,7 +56,7 @@ FILE* popen(const char* command, const char* mode) {
 }
 
 int sigqueue(pid_t target, int number, const sigval value) noexcept {
-  // All of the value, not only the number in it.
+  // The whole union, not only the number.
   g_system->note("sigqueue " + std::to_string(target) + (number == SIGUSR1 ? " SIGUSR1 " : " ? ") +
                  std::to_string(reinterpret_cast<uintptr_t>(value.sival_ptr)));
   return g_system->real_signals ? NEXT(sigqueue)(target, number, value) : g_system->answers.signal;

@@ -29,7 +29,7 @@ TEST(RecoveryBudget, HoldsWithinEverySpanOfItsTime) {
   EXPECT_FALSE(budget.take(start + seconds(109)));
 }
 
-// Whatever has this FIFO open for writing shows it until it has ended.
+// Shows which processes still run: each one has this FIFO open for writing until it ends.
 class Witness {
  public:
   Witness() {
@@ -45,7 +45,7 @@ class Witness {
   }
   std::string path() const { return folder_ + "/fifo"; }
 
-  // What all of them wrote; returns when none of them is left.
+  // Returns what all of them wrote, after the last one has ended.
   std::string said() const {
     fcntl(reader_, F_SETFL, O_RDONLY);
     std::string text;
@@ -62,10 +62,10 @@ class Witness {
 TEST(ShellCommand, KillsWhateverItHasStartedWhereverThatHasGone) {
   const std::string sleeper = "sh -c \"echo x; exec sleep 1000\"";
   const std::string command = "timeout 900 " + sleeper +
-                              " &\n"  // in a group of its own
+                              " &\n"  // in its own process group
                               "setsid " +
                               sleeper +
-                              " &\n"  // in a session of its own
+                              " &\n"  // in its own session
                               "(setsid " +
                               sleeper +
                               " &)\n"  // and its parent has ended
@@ -77,7 +77,7 @@ TEST(ShellCommand, KillsWhateverItHasStartedWhereverThatHasGone) {
                               " &\n"  // without the environment
                               "trap \"\" TERM INT HUP; wait; wait\n";
   std::string said;
-  // A slow machine may not have started them all by then.
+  // On a slow machine some may not have started yet.
   for (int limit_s = 1; said.size() < 10 && limit_s < 600; limit_s *= 2) {
     const Witness witness;
     EXPECT_EQ(run_shell_command("exec >" + witness.path() + "\n" + command, seconds(limit_s)),

@@ -1,5 +1,5 @@
-// Ten simulated minutes: every item and function once a second, while processes come and go. Nobody
-// sleeps: what would sleep lets processes come and go instead.
+// Ten simulated minutes: every item and function once a second, while processes start and end.
+// Instead of sleeping, the replaced functions let processes start and end.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/wait.h>
@@ -23,10 +23,10 @@
 namespace {
 
 constexpr int kSeconds = 600;
-constexpr int kWarmUpSeconds = 60;  // by then every table, cache and arena is there
+constexpr int kWarmUpSeconds = 60;  // by then every table, cache and arena exists
 constexpr size_t kLiving = 6;
 
-// Processes of one kind, of which the eldest gives way to a new one at every turn.
+// Processes of one kind; each turn replaces the oldest with a new one.
 class Crowd {
  public:
   void turn() {
@@ -41,13 +41,13 @@ class Crowd {
 
 Crowd* g_crowd = nullptr;
 
-// One instance of every item, with the parameters that make it do its work.
+// One instance of every item, with valid parameters.
 struct Instance {
   Item item;
   ItemCall call;
 };
 
-// The three items that return int keep to the same road.
+// The three items that return int, with the same interface.
 template <int (*kItem)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)>
 float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
   return static_cast<float>(kItem(argc, argv, context, result));
@@ -93,7 +93,7 @@ void run_plain_functions() {
   EXPECT_NE(MIRT_AgentShmInit(18), nullptr);
 }
 
-// A child of ours that has ended and was forgotten. The crowd's own are alive.
+// A child that ended without a wait. The processes of the crowd are alive.
 bool has_zombie() {
   siginfo_t ended{};
   return waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid != 0;
@@ -129,11 +129,11 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
       descriptors = open_descriptors();
     }
   }
-  // The allocator's caches breathe; one smallest block lost a second would be more than that.
+  // The allocator's caches vary; a leak of one smallest block per second would exceed this limit.
   EXPECT_LE(mallinfo2().uordblks, heap + 24UL * (kSeconds - kWarmUpSeconds));
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_FALSE(has_zombie());
-  // The tables of hung threads belong to the contexts, and those to us.
+  // The contexts own the tables of hung threads, and the test owns the contexts.
   for (const Instance& instance : instances) {
     if (instance.item != CheckProcessStatusIsD &&
         instance.item != CheckProcessStatusIsDForAppData) {
@@ -146,7 +146,7 @@ TEST(Soak, TenMinutesLeaveNothingBehind) {
 
 }  // namespace
 
-// The plug-in sleeps by these names. Time does not pass, but the world goes on.
+// The plug-in sleeps with these functions. They return at once and let processes start and end.
 int usleep(useconds_t /*us*/) {
   if (g_crowd != nullptr) g_crowd->turn();
   return 0;

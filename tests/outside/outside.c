@@ -1,4 +1,4 @@
-/* Calls one item of the installed library; exit code 0 if it gave a valid value. */
+/* Calls one item of the installed library; exit status 0 if the value is valid. */
 #include <mirt_items.h>
 #include <mirt_process.h>
 #include <stdio.h>
