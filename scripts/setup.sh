@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Functions that install missing Debian packages and build. The other scripts source this file.
+# Installs what is missing from Debian's packages. Sourced by the other scripts; does nothing where
+# everything is there.
 set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
 fuzz_packages=(clang libclang-rt-14-dev)
 
-# help_if_asked [ARGUMENT...]: with --help prints the script's first comment and exits.
+# help_if_asked [ARGUMENT...]: with --help prints what stands at the script's beginning, and ends.
 help_if_asked() {
   [ "${1:-}" = --help ] || [ "${1:-}" = -h ] || return 0
   sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/${0##*/}"
@@ -31,22 +32,36 @@ install_missing() {
     fi
     as_root=(sudo)
   fi
-  echo "Installing ${missing[*]}" >&2
+  echo "Fetching the list of Debian packages" >&2
   "${as_root[@]}" apt-get update -qq >&2
+  echo "Installing ${missing[*]}" >&2
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-# build_in DIRECTORY [CMAKE-ARGUMENT...]: prints the log only if the build fails.
+# build_in DIRECTORY [CMAKE-ARGUMENT...]: prints what it does, on a terminal with the build's progress.
+# Prints the log only if the build fails.
 build_in() {
-  local directory=$1 log
+  local directory=$1 log status=0
   shift
   log=$(mktemp)
-  if ! { cmake -S . -B "$directory" "$@" && cmake --build "$directory" -j"$(nproc)"; } >"$log" 2>&1
-  then
-    cat "$log" >&2
-    rm -f "$log"
-    exit 1
-  fi
+  echo "Building in $directory/ (the first time this takes a minute or two)" >&2
+  {
+    cmake -S . -B "$directory" "$@" && cmake --build "$directory" -j"$(nproc)"
+  } 2>&1 | tee "$log" | show_progress || status=$?
+  [ $status -eq 0 ] || cat "$log" >&2
   rm -f "$log"
+  return $status
+}
+
+# show_progress: on a terminal, shows the last line that it has read, cut to the terminal's width.
+show_progress() {
+  local line width
+  if [ ! -t 2 ]; then
+    cat >/dev/null
+    return
+  fi
+  width=$(tput cols 2>/dev/null) || width=80
+  while IFS= read -r line; do printf '\r\033[K%s' "${line:0:width-1}" >&2; done
+  printf '\r\033[K' >&2
 }
