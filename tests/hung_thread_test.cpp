@@ -141,7 +141,7 @@ TEST_F(HungThreadTest, ThreadsThatComeAndGoAreNeverReportedAndLeaveAnEmptyTable)
   });
   int sighted = 0;
   for (int call = 0; call < 40 || sighted == 0; ++call) {
-    // None lives through two of these calls, however fast they are.
+    // No thread lives through two of these calls, however fast they are.
     for (const int before = batches; batches == before;) std::this_thread::yield();
     EXPECT_EQ(run(1), 0.0F);
     sighted += call_.table()->thread_info_unused != 0 ? 1 : 0;
