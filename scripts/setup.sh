@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
-# Installs what is missing from Debian's packages. Sourced by the other scripts; does nothing where
-# everything is there.
+# Functions that install missing Debian packages and build. The other scripts source this file.
 set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
 fuzz_packages=(clang libclang-rt-14-dev)
 
-# help_if_asked [ARGUMENT...]: with --help prints what stands at the script's beginning, and ends.
+# help_if_asked [ARGUMENT...]: with --help prints the script's first comment and exits.
 help_if_asked() {
   [ "${1:-}" = --help ] || [ "${1:-}" = -h ] || return 0
   sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/${0##*/}"
