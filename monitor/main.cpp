@@ -16,8 +16,7 @@
 
 namespace {
 
-// Started without one of the three, the next file opened would take its number, and output meant
-// for people would go there.
+// If one of the three is closed, the next opened file would get its number and receive the output.
 void fill_standard_descriptors() {
   int fd;
   do fd = open("/dev/null", O_RDWR);  // NOLINT(android-cloexec-open): pre-commands need them too
@@ -25,7 +24,7 @@ void fill_standard_descriptors() {
   if (fd >= 0) close(fd);
 }
 
-// The exit code, unless output was lost; a reader that has gone wants no more of it.
+// Returns code, or 1 if output could not be written. A closed pipe is not an error.
 int flush_output(int code) {
   errno = 0;
   const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
@@ -38,14 +37,14 @@ int flush_output(int code) {
 
 int main(int argc, char** argv) {
   fill_standard_descriptors();
-  // What we were started with is not for the commands that items start.
+  // Commands that items start must not inherit the descriptors that we inherited.
   if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
-    complain(std::string("commands will inherit descriptors: ") + std::strerror(errno));
+    complain(std::string("commands will inherit open descriptors: ") + std::strerror(errno));
   }
-  std::signal(SIGCHLD, SIG_DFL);  // inherited as ignored, it would take our children's exit codes
+  std::signal(SIGCHLD, SIG_DFL);  // if it is ignored, the exit statuses of our children are lost
   try {
     return flush_output(run_command_line(argc, argv));
-  } catch (const std::exception& error) {  // no memory, in all likelihood
+  } catch (const std::exception& error) {  // probably out of memory
     std::fprintf(stderr, "mirt-monitor: %s\n", error.what());
     return kExitFailed;
   }

@@ -174,10 +174,10 @@ TEST_F(MonitorTest, MisspeltCommandLinesAreAnsweredWithWhatWasExpected) {
       {"rnu", "unknown command \"rnu\", did you mean \"run\"?\nRun \"mirt-monitor --help\""},
       {"run --confg x", "unknown option \"--confg\", did you mean \"--config\"?\nRun \"mirt-m"},
       {"kill x 2147483648", "pid: found \"2147483648\", expected a whole number from 1 to 21474"},
-      {"--json heartbeats", "option \"--json\" before the command, expected it behind"},
+      {"--json heartbeats", "option \"--json\" must follow the command"},
       {"kill x 010", "pid: found \"010\", expected a whole number from 1"},
       {"once GetSysCPU --every nan", "--every: found \"nan\", expected a number of seconds from"},
-      {"items \x1b", "superfluous argument \"?\"\nRun \"mirt-monitor items --help\" for more."}};
+      {"items \x1b", "unexpected argument \"?\"\nRun \"mirt-monitor items --help\" for more."}};
   for (const auto& [arguments, expected] : rows) {
     const std::string error = Monitor(folder_, std::string("mirt-monitor ") + arguments).end(2);
     EXPECT_EQ(error.find(std::string("mirt-monitor: ") + expected), 0U) << error;

@@ -17,10 +17,10 @@ int command_find(const FindOptions& options) {
               : options.mode == "prefix" ? library->find_prefix(options.name)
                                          : library->find_wildcard(options.name);
   if (!pids) {
-    complain("the processes cannot be searched");
+    complain("cannot search the processes");
     return kExitFailed;
   }
-  // A pattern that begins with a star matches the command line that holds it, too.
+  // A pattern that begins with a star also matches this program's command line.
   pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
   for (const pid_t pid : *pids) std::printf("%d\n", pid);
   return pids->empty() ? kExitFailed : kExitOk;
@@ -30,16 +30,16 @@ int command_kill(const KillOptions& options) {
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
   const std::string pid = std::to_string(options.pid);
-  // The library starts the killing and does not wait to see whether it was allowed.
+  // The library sends the signal in the background and does not report whether it was permitted.
   if (::kill(options.pid, 0) != 0 && errno == EPERM) {
-    complain("process " + pid + " cannot be killed: " + std::strerror(EPERM));
+    complain("cannot kill process " + pid + ": " + std::strerror(EPERM));
     return kExitFailed;
   }
   switch (library->kill(options.name, options.pid)) {
     case 0:
       return kExitOk;
     case -2:
-      complain("process " + pid + " has another name than \"" + options.name + "\"");
+      complain("process " + pid + " does not have the name \"" + options.name + "\"");
       return kExitFailed;
     default:
       complain("there is no process " + pid);

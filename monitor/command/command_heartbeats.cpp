@@ -26,7 +26,7 @@ bool is_paused(const Entry& entry) {
   return entry.heartbeat == MIRT_AGENT_HEART_PAUSED;
 }
 
-// The short name of the process that has the entry's id now, empty if there is none.
+// The short name of the process that now has the entry's process id; empty if there is none.
 std::string name_of(const Entry& entry) {
   std::string name;
   if (has_process(entry)) {
@@ -36,7 +36,7 @@ std::string name_of(const Entry& entry) {
   return name;
 }
 
-// One entry in the order of the columns; null where there is nothing to show.
+// One entry, in the order of the columns; null for an empty cell.
 Json fields_of(const Entry& before, const Entry& now) {
   const std::string name = name_of(now);
   Json fields;

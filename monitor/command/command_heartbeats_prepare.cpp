@@ -14,7 +14,7 @@
 
 int command_heartbeats_prepare(const std::string& group) {
   if (geteuid() != 0) {
-    complain("\"heartbeats prepare\" is run by user " + std::to_string(geteuid()) +
+    complain("\"heartbeats prepare\" runs as user " + std::to_string(geteuid()) +
              ", expected root");
     return kExitFailed;
   }

@@ -11,7 +11,7 @@ const char* interval_text(Interval interval) {
     case Interval::kHalfSecond:
       return "takes 0.5 s";
     case Interval::kPeriodParameter:
-      return "takes as long as Period says";
+      return "takes the seconds in Period";
     default:
       return "";
   }

@@ -16,58 +16,60 @@
 namespace {
 
 constexpr char kFooter[] =
-    R"("SUBCOMMAND --help" tells more. Exit code 0: fine; 1: what was asked for failed or is not there, or
-resources are missing; 2: wrong usage or configuration.)";
+    R"(Run "mirt-monitor SUBCOMMAND --help" for the options of a subcommand.
+Exit status 0: success; 1: the operation failed, nothing was found, or resources are missing;
+2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Ends after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when it writes and
-nobody reads. Instances that are blind when all others have had their rounds are not waited for.
-Exit code 0: ended so; 1: the output failed, or resources are missing; 2: wrong usage or
-configuration, or an item is missing.)";
+    R"(Exits after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when its output pipe
+is closed. It does not wait for blind instances after all others have completed their rounds.
+Exit status 0: ended in one of these ways; 1: output could not be written, or resources are missing;
+2: wrong usage or configuration, or the plug-in does not have an item.)";
 
 constexpr char kCheckFooter[] =
-    R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Exit code 0: no mistakes; 2: mistakes, each on a
-line of its own as FILE:LINE: TEXT. Warnings, as FILE:LINE: warning: TEXT, are of what works but
-hardly as it was meant.)";
+    R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Prints mistakes as FILE:LINE: TEXT and warnings as
+FILE:LINE: warning: TEXT. A warning is about a setting that works but probably not as intended.
+Exit status 0: no mistakes; 2: mistakes.)";
 
 constexpr char kPsFooter[] =
-    R"(Kernel threads have no command line and are left out. Exit code 0: listed; 1: /proc cannot be read;
-2: wrong usage.)";
+    R"(Kernel threads have no command line and are not listed.
+Exit status 0: listed; 1: /proc cannot be read; 2: wrong usage.)";
 
 constexpr char kFindFooter[] =
-    R"(MODE "exact" gives the first process with just this command line, "prefix" and "wildcard" (* any
-text, ? any character) give all, this very one left out. Arguments are separated by single spaces.
-A NAME that begins with - has to stand behind a --.
-Exit code 0: found; 1: none; 2: wrong usage.)";
+    R"(Mode "exact" prints the first process with exactly this command line. Modes "prefix" and "wildcard"
+(* any text, ? any character) print all matches, except this command itself.
+Write single spaces between the arguments in NAME. Write -- before a NAME that starts with -.
+Exit status 0: found; 1: not found; 2: wrong usage.)";
 
 constexpr char kKillFooter[] =
-    R"(The short name is what the kernel calls the process, 15 bytes at most (/proc/PID/comm).
-A NAME that begins with - has to stand behind a --. Exit code 0: the signal is sent, in the
-background; 1: no such process, another name, or not permitted; 2: wrong usage.)";
+    R"(The short name is the kernel's name of the process, at most 15 bytes (/proc/PID/comm).
+Write -- before a NAME that starts with -. The signal is sent in the background.
+Exit status 0: signal sent; 1: no such process, another name, or not permitted; 2: wrong usage.)";
 
 constexpr char kHeartbeatsFooter[] =
-    R"(One line for each module that has an entry: its process id, the name of that process now, the
-heartbeat, whether it moved within a second, the flow id, and whether supervision is paused.
-Nothing is created or changed. Exit code 0: shown; 1: there is no table, none that fits, or one of a
-user who is neither root nor "daemon" nor the caller.
-"heartbeats prepare" makes the table beforehand, for the processes of a group.)";
+    R"(Prints one line for each module that has an entry: its process id, the current name of that process,
+the heartbeat, whether it changed within one second, the flow id, and whether supervision is paused.
+Does not create or change anything.
+Exit status 0: printed; 1: there is no table, the table is not valid, or its owner is neither root nor
+"daemon" nor the caller.
+"heartbeats prepare" creates the table in advance, for the processes of a group.)";
 
 constexpr char kPrepareFooter[] =
-    R"(For root, best at each start of the machine and before anything else attaches. Makes
-/tmp/mirt_agent_lock and /dev/shm/MIRT_AGENT_HEARTBEAT, or takes over those of root and "daemon":
-owner root, mode 0660, so that the processes of the group can attach and nobody else can hold the
-lock. May be repeated, while processes beat as well.
-Exit code 0: both are ready; 1: something else is in the way, each on a line of its own, or the
-caller is not root; 2: wrong usage, or there is no such group.)";
+    R"(Needs root. Run it at each boot, before any process attaches. Creates /tmp/mirt_agent_lock and
+/dev/shm/MIRT_AGENT_HEARTBEAT, or takes over existing files of root or "daemon". Sets owner root and
+mode 0660, so that only root and processes of the group can attach and hold the lock. Can be
+repeated, even while processes beat.
+Exit status 0: both files are ready; 1: a file is not usable (one line for each reason), or the caller
+is not root; 2: wrong usage, or there is no such group.)";
 
 constexpr char kOnceFooter[] =
-    R"(NAME is one word. Anything else, such as "/usr/bin/app --mode=fast", is a bare VALUE and gets
-the name that the item expects at its place; a value that looks like NAME=VALUE itself needs its
-name: ProcessName=A=B, and one that begins with - has to stand behind a --.
-Without --every there is one call, and it may take as long as it takes.
-Exit code 0: each call gave a valid value; 1: one failed, or none ended; 2: wrong usage.)";
+    R"(NAME is one word. An argument without such a NAME, such as "/usr/bin/app --mode=fast", is a VALUE and
+gets the parameter name that the item expects at its position. If a value itself looks like
+NAME=VALUE, write its name: ProcessName=A=B. Write -- before a value that starts with -.
+Without --every the item is called once, without a time limit.
+Exit status 0: every call returned a valid value; 1: a call failed, or none ended; 2: wrong usage.)";
 
-// The parsed command line: which command, and what it needs.
+// The parsed command line: the command and its options.
 struct Arguments {
   RunOptions run;
   OnceOptions once;
@@ -80,8 +82,8 @@ struct Arguments {
   int (*command)(const Arguments&) = nullptr;
 };
 
-// CLI11 takes a value in brackets for a list and drops them. No argument can hold a NUL, so one
-// behind such a value keeps it whole until its option has it.
+// CLI11 reads a value in brackets as a list and drops the brackets. A NUL after the value, which no
+// argument can contain, prevents this until the option has its value.
 std::vector<std::string> shielded(int argc, char** argv) {
   std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
   for (std::string& text : arguments) {
@@ -95,7 +97,7 @@ std::string unshielded(std::string text) {
   return text;
 }
 
-// An option or argument for text, one or several.
+// Adds an option or argument for one or several texts.
 template <typename Text>
 CLI::Option* add_text(CLI::App& command, const char* name, Text& text, const char* meaning,
                       const char* type) {
@@ -108,7 +110,7 @@ CLI::Option* add_text(CLI::App& command, const char* name, Text& text, const cha
       ->type_name(type);
 }
 
-// Asks for a value that `fits`; what is expected else is said beside what was found.
+// Returns a check whose message names the value found and the value expected.
 template <typename Fits>
 CLI::Validator expecting(const std::string& expected, const Fits& fits) {
   return CLI::Validator(
@@ -134,7 +136,7 @@ CLI::Validator whole_number_from_one(long most) {
                      const char* const end = text.data() + text.size();
                      const auto [stop, error] = std::from_chars(text.data(), end, value);
                      return error == std::errc() && stop == end && value >= 1 && value <= most &&
-                            text.front() != '0';  // which CLI11 would take for octal
+                            text.front() != '0';  // CLI11 would read it as octal
                    });
 }
 
@@ -153,15 +155,15 @@ void add_json_flag(CLI::App& command, bool& json) {
 }
 
 void add_strict_flag(CLI::App& command, bool& strict) {
-  command.add_flag("--strict", strict, "Take the configuration's warnings for mistakes");
+  command.add_flag("--strict", strict, "Treat warnings about the configuration as mistakes");
 }
 
-// What the command does when it is asked for, and what its help ends with.
+// Sets the command's action and the end of its help text.
 void set_action(CLI::App& command, Arguments& arguments, const char* footer,
                 int (*action)(const Arguments&)) {
   command.footer(footer);
   command.callback([&arguments, action] {
-    // The innermost command is the first to be called back.
+    // CLI11 calls the innermost command's callback first.
     if (arguments.command == nullptr) arguments.command = action;
   });
 }
@@ -170,7 +172,7 @@ void add_run(CLI::App& app, Arguments& arguments) {
   CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
   RunOptions& options = arguments.run;
   add_text(*run, "--config", options.config, "The configuration", "FILE")->required();
-  run->add_option("--rounds", options.rounds, "Call each instance N times, then end")
+  run->add_option("--rounds", options.rounds, "Exit after N calls of each instance")
       ->check(whole_number_from_one(LONG_MAX))
       ->type_name("N");
   add_plugin_option(*run, options.plugin);
@@ -183,15 +185,15 @@ void add_run(CLI::App& app, Arguments& arguments) {
 void add_once(CLI::App& app, Arguments& arguments) {
   CLI::App* const once = app.add_subcommand("once", "Call one item");
   OnceOptions& options = arguments.once;
-  add_text(*once, "item", options.item, "The item, as \"items\" lists it", "ITEM")->required();
+  add_text(*once, "item", options.item, "An item name; \"items\" lists them", "ITEM")->required();
   add_text(*once, "params", options.params, "The item's parameters, in their order",
            "NAME=VALUE|VALUE");
   CLI::Option* const every =
       once->add_option("--every", options.every_s,
-                       "Call it again and again with one context, without --rounds for ever")
+                       "Repeat the call with one context, without end unless --rounds is given")
           ->check(seconds())
           ->type_name("SECONDS");
-  once->add_option("--rounds", options.rounds, "End after N calls")
+  once->add_option("--rounds", options.rounds, "Exit after N calls")
       ->check(whole_number_from_one(LONG_MAX))
       ->needs(every)
       ->type_name("N");
@@ -210,10 +212,9 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
   CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
   add_json_flag(*heartbeats, arguments.heartbeats_json);
   CLI::App* const prepare = heartbeats->add_subcommand(
-      "prepare", "Make lock file and table beforehand, with a group that may attach");
+      "prepare", "Create lock file and table in advance, for a group that may attach");
   prepare->excludes(heartbeats->get_option("--json"));
-  add_text(*prepare, "--group", arguments.prepared_group, "The group, else that of \"daemon\"",
-           "NAME");
+  add_text(*prepare, "--group", arguments.prepared_group, "The group; default: daemon", "NAME");
   set_action(*prepare, arguments, kPrepareFooter, [](const Arguments& given) {
     return command_heartbeats_prepare(given.prepared_group);
   });
@@ -223,7 +224,7 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
 
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
-      app.add_subcommand("check-config", "Check a configuration and start nothing");
+      app.add_subcommand("check-config", "Check a configuration without running it");
   add_text(*check, "file", arguments.check.config, "The configuration", "FILE")->required();
   add_strict_flag(*check, arguments.check.strict);
   set_action(*check, arguments, kCheckFooter,
@@ -233,12 +234,13 @@ void add_check_config(CLI::App& app, Arguments& arguments) {
 void add_ps(CLI::App& app, Arguments& arguments) {
   CLI::App* const ps = app.add_subcommand("ps", "List all user processes");
   PsOptions& options = arguments.ps;
-  ps->add_flag("--cpu", options.cpu, "With CPU usage in percent of one core; takes a minute");
-  ps->add_option("--sort", options.sort, "Largest first, or by PID (the default); cpu needs --cpu")
+  ps->add_flag("--cpu", options.cpu, "Include CPU usage in percent of one core; takes 60 seconds");
+  ps->add_option("--sort", options.sort,
+                 "Sort by PID (default), or largest first by rss or cpu; cpu needs --cpu")
       ->check(one_of({"pid", "rss", "cpu"}))
       ->type_name("pid|rss|cpu");
   add_text(*ps, "--match", options.pattern,
-           "Only command lines that match, as for FuzzyMatch items", "PATTERN");
+           "List only matching command lines; * any text, ? any character", "PATTERN");
   add_json_flag(*ps, options.json);
   add_plugin_option(*ps, options.plugin);
   set_action(*ps, arguments, kPsFooter,
@@ -248,7 +250,7 @@ void add_ps(CLI::App& app, Arguments& arguments) {
 void add_find(CLI::App& app, Arguments& arguments) {
   CLI::App* const find = app.add_subcommand("find", "Print the PIDs of processes by command line");
   FindOptions& options = arguments.find;
-  find->add_option("mode", options.mode, "How the command line is compared")
+  find->add_option("mode", options.mode, "How to compare the command line")
       ->required()
       ->check(one_of({"exact", "prefix", "wildcard"}))
       ->type_name("exact|prefix|wildcard");
@@ -263,7 +265,7 @@ void add_kill(CLI::App& app, Arguments& arguments) {
   CLI::App* const kill =
       app.add_subcommand("kill", "Send SIGKILL to a process if NAME begins with its short name");
   KillOptions& options = arguments.kill;
-  add_text(*kill, "name", options.name, "What the process is called", "NAME")->required();
+  add_text(*kill, "name", options.name, "The name of the process", "NAME")->required();
   kill->add_option("pid", options.pid, "The process")
       ->required()
       ->check(whole_number_from_one(INT_MAX))
@@ -289,39 +291,39 @@ std::vector<std::string> names_of_options(const CLI::App& command) {
   return names;
 }
 
-// The command that was asked for, the program itself if none was.
+// Returns the requested command, or the program itself if there is none.
 const CLI::App& command_of(const CLI::App& app) {
   const std::vector<CLI::App*> commands = app.get_subcommands();
   return commands.empty() ? app : command_of(*commands.front());
 }
 
-// The words behind the program's name that ask for the command, each with a blank before it.
+// Returns the words that select the command, each after a space: " heartbeats prepare".
 std::string words_of(const CLI::App& command) {
   const CLI::App* const parent = command.get_parent();
   return parent == nullptr ? "" : words_of(*parent) + " " + command.get_name();
 }
 
-// What is wrong. A word that nothing took comes first: often it is what something else now lacks.
+// Describes the mistake. An unused word comes first, because it often causes the other mistakes.
 std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = command_of(app);
   const std::vector<std::string_view> commands = names_of_commands(command);
   const std::vector<std::string> extras = app.remaining(true), options = names_of_options(command);
   const bool has_command = &command != &app;
   if (extras.empty() && has_command) return error.what();
-  if (extras.empty()) return "no command, expected one of " + joined(commands);
+  if (extras.empty()) return "missing command, expected one of " + joined(commands);
   const std::string word = unshielded(extras.front());
   if (std::find(options.begin(), options.end(), word) != options.end()) {
-    return "option " + in_quotes(word) + " before the command, expected it behind";
+    return "option " + in_quotes(word) + " must follow the command";
   }
   if (word.rfind('-', 0) == 0) {
     return "unknown option " + in_quotes(word) +
            expected_one_of(word, {options.begin(), options.end()});
   }
-  if (commands.empty()) return "superfluous argument " + in_quotes(word);
+  if (commands.empty()) return "unexpected argument " + in_quotes(word);
   return "unknown command " + in_quotes(word) + expected_one_of(word, commands);
 }
 
-// The exit code for a command line that asks for help, or cannot be understood.
+// Prints help or the mistake, and returns the exit status.
 int explain(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);
   complain(parse_mistake(app, error));
@@ -348,7 +350,7 @@ int run_command_line(int argc, char** argv) {
   add_kill(app, arguments);
   try {
     std::vector<std::string> words = shielded(argc, argv);
-    std::reverse(words.begin(), words.end());  // as CLI11 wants them
+    std::reverse(words.begin(), words.end());  // CLI11 expects reverse order
     app.parse(words);
   } catch (const CLI::ParseError& error) {
     return explain(app, error);

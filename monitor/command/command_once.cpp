@@ -11,10 +11,10 @@
 
 namespace {
 
-// The length of "NAME" in "NAME=VALUE", 0 if the text is a bare value. A name is one word of
-// letters, digits and underscores that begins with a letter, so "/usr/bin/app --mode=fast" and
-// "--mode=fast" (behind "--") are values as they stand, while a command line such as "A=B" has to
-// be given as "ProcessName=A=B".
+// Returns the length of "NAME" in "NAME=VALUE", 0 if the text is only a value. A name is one word
+// of letters, digits and underscores that begins with a letter. So "/usr/bin/app --mode=fast" and
+// "--mode=fast" (after "--") are values, but a command line such as "A=B" must be written as
+// "ProcessName=A=B".
 size_t name_length(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0) return 0;
@@ -35,8 +35,8 @@ bool is_mistake(const ParamMistake& found) {
   return !found.is_warning;
 }
 
-// False if the item would refuse the parameters, or could do nothing with them. That, and what only
-// looks like a slip, has been said.
+// False if the item would refuse the parameters or could not use them. Reports mistakes and
+// warnings.
 bool params_fit(const ItemRow& item, const std::vector<Param>& params) {
   std::vector<ParamMistake> found;
   for (const Param& param : params) {
@@ -73,7 +73,7 @@ int command_once(const OnceOptions& options) {
         check_period(*instance.item, instance.params, instance.period_s);
     if (often) complain("warning: --every " + *often);
   }
-  // Somebody is waiting for this one answer and can end the wait at any time.
+  // The user waits for this answer and can stop the program at any time.
   instance.deadline_s = std::numeric_limits<double>::infinity();
 
   RunRequest request;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kMinuteS = 60;
 
-// Counts the minute down on a terminal, on a line that it takes away at the end.
+// Shows a countdown of the 60 seconds on a terminal and removes it at the end.
 class Countdown {
  public:
   Countdown() : terminal_(isatty(STDERR_FILENO) == 1) {
@@ -65,7 +65,7 @@ bool keep_matches(const ProcessLibrary& library, const std::string& pattern, Lis
   return true;
 }
 
-// Largest first, or by PID; equals stay in the order of /proc.
+// Sorts largest first, or by PID; equal rows keep the order of /proc.
 void sort_rows(const std::string& key, std::vector<ProcessRow>& rows) {
   std::stable_sort(rows.begin(), rows.end(), [&key](const ProcessRow& a, const ProcessRow& b) {
     if (key == "rss") return a.rss_mib > b.rss_mib;
@@ -74,7 +74,7 @@ void sort_rows(const std::string& key, std::vector<ProcessRow>& rows) {
   });
 }
 
-// Columns that a line may take: those of the terminal, or any number when there is none.
+// The width of the terminal in columns; unlimited if standard output is not a terminal.
 size_t line_width() {
   winsize size{};
   if (isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 &&
@@ -84,7 +84,7 @@ size_t line_width() {
   return std::string::npos;
 }
 
-// One line of the table, cut to the terminal.
+// One line of the table, truncated to the terminal's width.
 void print_row(bool with_cpu, const std::string& pid, const std::string& rss,
                const std::string& cpu, const std::string& name, const std::string& command) {
   static const size_t width = line_width();
@@ -119,14 +119,14 @@ void print_json(const Listing& listing, bool with_cpu) {
 
 int command_ps(const PsOptions& options) {
   if (options.sort == "cpu" && !options.cpu) {
-    complain("--sort cpu: found no --cpu, expected it, since only that measures CPU usage");
+    complain("--sort cpu needs --cpu, which measures CPU usage");
     return kExitUsage;
   }
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
   std::optional<Listing> listing = list(*library, options.cpu);
   if (!listing || (options.pattern && !keep_matches(*library, *options.pattern, *listing))) {
-    complain("the processes cannot be listed");
+    complain("cannot list the processes");
     return kExitFailed;
   }
   sort_rows(options.sort, listing->processes);

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The configuration, unless it has mistakes; they and the warnings have been said.
+// Returns the configuration unless it has mistakes. Prints mistakes and warnings.
 std::optional<Config> read_and_tell(const std::string& path, bool strict, size_t& warnings) {
   ConfigReading reading = read_config(path, strict ? Warnings::kAreMistakes : Warnings::kAllowed);
   const Findings& findings = reading.findings;

@@ -1,4 +1,4 @@
-// The program's subcommands. Each returns the exit code.
+// The program's subcommands. Each returns the exit status.
 #ifndef MONITOR_COMMANDS_H
 #define MONITOR_COMMANDS_H
 
@@ -8,7 +8,7 @@
 
 struct RunOptions {
   std::string config;
-  std::string plugin;  // empty: the one beside the program
+  std::string plugin;  // empty: the default plug-in
   std::optional<unsigned long> rounds;
   bool json = false;
   bool strict = false;  // warnings are mistakes
@@ -19,7 +19,7 @@ struct OnceOptions {
   std::string item;
   std::vector<std::string> params;  // NAME=VALUE or VALUE
   std::string plugin;
-  std::optional<unsigned long> rounds;  // none: one, or without end if there is a period
+  std::optional<unsigned long> rounds;  // none: one call, or no limit if there is a period
   std::optional<double> every_s;
   bool json = false;
 };
@@ -27,10 +27,10 @@ int command_once(const OnceOptions& options);
 
 int command_items();
 
-// The heartbeat table, looked at twice, a second apart.
+// Shows the heartbeat table, read twice, one second apart.
 int command_heartbeats(bool json);
 
-// Lock file and table, made or taken over for root and this group.
+// Creates lock file and table, or takes them over, for root and this group.
 int command_heartbeats_prepare(const std::string& group);
 
 struct CheckOptions {
@@ -43,7 +43,7 @@ struct PsOptions {
   std::string plugin;
   std::string sort = "pid";            // or "rss", "cpu"
   std::optional<std::string> pattern;  // for command lines
-  bool cpu = false;                    // takes a minute
+  bool cpu = false;                    // takes 60 seconds
   bool json = false;
 };
 int command_ps(const PsOptions& options);
