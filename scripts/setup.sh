@@ -2,7 +2,8 @@
 # Functions that install missing Debian packages and build. The other scripts source this file.
 set -euo pipefail
 
-build_packages=(cmake g++ make libcli11-dev libtomlplusplus-dev nlohmann-json3-dev)
+build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libtomlplusplus-dev
+                nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
 fuzz_packages=(clang libclang-rt-14-dev)
 

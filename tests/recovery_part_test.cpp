@@ -9,7 +9,7 @@
 #include <string>
 
 #include "run/recovery_budget.h"
-#include "run/shell_command.h"
+#include "proc/shell_command.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "mirt_host.h"
 #include "run/recovery_budget.h"
-#include "run/shell_command.h"
+#include "proc/shell_command.h"
 #include "text/log_lines.h"
 #include "text/number_text.h"
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <exception>
 
-#include "run/descendants.h"
+#include "proc/descendants.h"
 #include "run/recovery_answer.h"
 #include "run/stop_signal.h"
 #include "text/complaint.h"

@@ -1,4 +1,4 @@
-#include "run/descendants.h"
+#include "proc/descendants.h"
 
 #include <dirent.h>
 #include <sys/prctl.h>

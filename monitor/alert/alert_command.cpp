@@ -1,0 +1,180 @@
+#include "alert/alert_command.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "alert/output_lines.h"
+#include "proc/child_program.h"
+#include "text/end_text.h"
+#include "text/number_text.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view kPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+constexpr const char* kInherited[] = {"HOME", "LANG", "TZ", "TMPDIR"};
+
+// Where in kPath a program of this name can be run; the name itself if it has a "/" or is nowhere.
+std::string path_of(const std::string& name) {
+  if (name.find('/') != std::string::npos) return name;
+  for (size_t begin = 0; begin < kPath.size();) {
+    const size_t end = std::min(kPath.find(':', begin), kPath.size());
+    const std::string path = std::string(kPath.substr(begin, end - begin)) + '/' + name;
+    if (access(path.c_str(), X_OK) == 0) return path;
+    begin = end + 1;
+  }
+  return name;
+}
+
+bool is_for_commands(const std::string& variable) {
+  return variable.compare(0, 5, "MIRT_") == 0 && variable.find('=') == std::string::npos &&
+         variable.find('\0') == std::string::npos;
+}
+
+std::vector<std::string> environment_of(const AlertMessage& message) {
+  std::vector<std::string> environment{"PATH=" + std::string(kPath)};
+  for (const char* const name : kInherited) {
+    const char* const value = std::getenv(name);
+    if (value) environment.push_back(std::string(name) + '=' + value);
+  }
+  for (const auto& [name, value] : message.variables) {
+    if (is_for_commands(name)) environment.push_back(name + '=' + value);
+  }
+  return environment;
+}
+
+// Both ends are above the first three descriptors, whichever of those are closed.
+struct Pipe {
+  UniqueFd read_end{-1}, write_end{-1};
+
+  bool open() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
+    read_end = moved_up(UniqueFd(ends[0]));
+    write_end = moved_up(UniqueFd(ends[1]));
+    return read_end.get() >= 0 && write_end.get() >= 0;
+  }
+
+  static UniqueFd moved_up(UniqueFd fd) {
+    if (fd.get() > STDERR_FILENO) return fd;
+    return UniqueFd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  }
+};
+
+// What is thrown away is read slowly: a command that floods its output gets no processor for it.
+constexpr std::chrono::milliseconds kBetweenReads{10};
+
+// One run of a command, from its start to its end.
+class CommandRun {
+ public:
+  CommandRun(const Alert& alert, const AlertMessage& message, const AlertLimits& limits)
+      : alert_(alert), unwritten_(message.json), lines_(alert.name, limits) {}
+
+  // False, with errno set, if it cannot be started.
+  bool start(const std::vector<std::string>& environment);
+  Delivery wait(const Wake& stop);
+
+ private:
+  bool wait_for_events(const Wake& stop, Clock::time_point deadline);
+  void write_input();
+  bool read_output();
+
+  const Alert& alert_;
+  std::string_view unwritten_;
+  OutputLines lines_;
+  UniqueFd input_{-1}, output_{-1};  // our ends; -1 once they are closed
+  Clock::time_point next_read_{};
+  std::optional<ChildProgram> child_;
+};
+
+bool CommandRun::start(const std::vector<std::string>& environment) {
+  Pipe input, output;
+  if (!input.open() || !output.open()) return false;
+  fcntl(input.write_end.get(), F_SETFL, O_NONBLOCK);
+  fcntl(output.read_end.get(), F_SETFL, O_NONBLOCK);
+  child_ = ChildProgram::start({path_of(alert_.command.front()), alert_.command, environment,
+                                input.read_end.get(), output.write_end.get()});
+  input_ = std::move(input.write_end);
+  output_ = std::move(output.read_end);
+  return child_.has_value();
+}
+
+Delivery CommandRun::wait(const Wake& stop) {
+  const auto limit = std::chrono::duration<double>(alert_.timeout_s);
+  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
+  std::optional<int> status;
+  bool goes_on = true;
+  while (goes_on && !status) {
+    goes_on = wait_for_events(stop, deadline);
+    write_input();
+    read_output();
+    status = child_->status_by(Clock::time_point{});
+  }
+  if (!status) child_->kill_all();
+  while (!lines_.is_cut() && read_output()) continue;
+  lines_.finish();
+  if (!status && Clock::now() < deadline) return {Delivery::Result::kFailed, "the monitor ends"};
+  if (!status) {
+    return {Delivery::Result::kFailed,
+            "killed, since it took longer than " + number_text(alert_.timeout_s) + " s"};
+  }
+  if (*status != 0) return {Delivery::Result::kFailed, wait_status_text(*status)};
+  return {};
+}
+
+// Waits until there is something to do. False once the time is up or the program ends.
+bool CommandRun::wait_for_events(const Wake& stop, Clock::time_point deadline) {
+  const bool is_pausing = Clock::now() < next_read_;
+  const auto until = is_pausing ? std::min(deadline, next_read_) : deadline;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+  pollfd events[] = {{child_->end_fd(), POLLIN, 0},
+                     {stop.fd(), POLLIN, 0},
+                     {input_.get(), POLLOUT, 0},
+                     {is_pausing ? -1 : output_.get(), POLLIN, 0}};
+  poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, INT_MAX)));
+  const bool is_stopped = events[1].revents != 0;
+  return !is_stopped && Clock::now() < deadline;
+}
+
+void CommandRun::write_input() {
+  if (input_.get() < 0) return;
+  const ssize_t written = write(input_.get(), unwritten_.data(), unwritten_.size());
+  if (written >= 0) unwritten_.remove_prefix(static_cast<size_t>(written));
+  const bool may_go_on = written >= 0 || errno == EAGAIN || errno == EINTR;
+  if (unwritten_.empty() || !may_go_on) input_ = UniqueFd(-1);  // so that it sees the end
+}
+
+// True if there was something.
+bool CommandRun::read_output() {
+  if (output_.get() < 0 || Clock::now() < next_read_) return false;
+  char text[65536];
+  const ssize_t got = read(output_.get(), text, sizeof text);
+  if (got > 0) lines_.add({text, static_cast<size_t>(got)});
+  if (lines_.is_cut()) next_read_ = Clock::now() + kBetweenReads;
+  const bool may_go_on = got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+  if (!may_go_on) output_ = UniqueFd(-1);
+  return got > 0;
+}
+
+}  // namespace
+
+Delivery run_alert_command(const Alert& alert, const AlertMessage& message, const Wake& stop,
+                           const AlertLimits& limits) {
+  CommandRun run(alert, message, limits);
+  if (!run.start(environment_of(message))) {
+    const std::string error = std::strerror(errno);
+    return {Delivery::Result::kFailed, alert.command.front() + " cannot be started: " + error};
+  }
+  return run.wait(stop);
+}

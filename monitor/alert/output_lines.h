@@ -1,0 +1,37 @@
+// What a command prints, on its way to the log.
+#ifndef MONITOR_OUTPUT_LINES_H
+#define MONITOR_OUTPUT_LINES_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "alert/alert_message.h"
+
+// Cuts text into lines and logs each with the alert's name, up to the limits of one run. That there
+// was more is said once.
+class OutputLines {
+ public:
+  OutputLines(std::string alert, const AlertLimits& limits)
+      : alert_(std::move(alert)),
+        bytes_left_(limits.most_output_bytes),
+        lines_left_(limits.most_output_lines) {}
+
+  // The text may end in the middle of a line.
+  void add(std::string_view text);
+  // Logs what has come of the last line.
+  void finish();
+  // True once there was more than the limits allow: nothing is logged from then on.
+  bool is_cut() const { return is_cut_; }
+
+ private:
+  void end_line();
+  void cut();
+
+  const std::string alert_;
+  size_t bytes_left_, lines_left_;
+  std::string line_;
+  bool is_cut_ = false;
+};
+
+#endif

@@ -1,0 +1,133 @@
+#include "proc/process_end.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <utility>
+
+#include "proc/proc_file.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+// What PIDFD_GET_INFO gives, in its first version; later ones only add to it.
+struct PidfdInfo {
+  uint64_t mask;
+  uint64_t cgroup_id;
+  uint32_t pid, tgid, ppid, ruid, rgid, euid, egid, suid, sgid, fsuid, fsgid;
+  int32_t exit_code;
+};
+static_assert(sizeof(PidfdInfo) == 64);
+constexpr uint64_t kInfoExit = 1U << 3;
+#define MIRT_PIDFD_GET_INFO _IOWR(0xFF, 11, PidfdInfo)
+
+// The fields of /proc/PID/stat from the third on: behind the last ")", as the name can hold any.
+// "4242 (a) b) S 1 ..." -> "S 1 ..."
+std::string fields_behind_name(int pid) {
+  const std::string stat = read_proc_file(proc_path(pid, "stat")).value_or("");
+  const size_t end_of_name = stat.rfind(") ");
+  return end_of_name == std::string::npos ? "" : stat.substr(end_of_name + 2);
+}
+
+// Numbers count as in proc(5). Empty if there is none of that number.
+std::string field(const std::string& fields_from_third, int number) {
+  size_t begin = 0;
+  for (int skipped = 3; skipped < number; ++skipped) {
+    begin = fields_from_third.find(' ', begin);
+    if (begin == std::string::npos) return "";
+    ++begin;
+  }
+  return fields_from_third.substr(begin, fields_from_third.find_first_of(" \n", begin) - begin);
+}
+
+constexpr int kState = 3, kStartTime = 22, kExitCode = 52;
+
+// 0 if there is no such process: nothing but the idle task has started so early.
+unsigned long long start_ticks_of(int pid) {
+  return std::strtoull(field(fields_behind_name(pid), kStartTime).c_str(), nullptr, 10);
+}
+
+bool is_readable(int fd) {
+  pollfd readable{fd, POLLIN, 0};
+  int count;
+  do count = poll(&readable, 1, 0);
+  while (count < 0 && errno == EINTR);
+  return count > 0;
+}
+
+// The time since the machine started, in which start times are counted: it goes on in a suspend.
+nanoseconds uptime() {
+  timespec time{};
+  clock_gettime(CLOCK_BOOTTIME, &time);
+  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
+}
+
+nanoseconds from_ticks(unsigned long long ticks) {
+  static const long per_second = sysconf(_SC_CLK_TCK);
+  return nanoseconds(static_cast<int64_t>(ticks) * (1000000000L / per_second));
+}
+
+}  // namespace
+
+std::optional<FollowedProcess> FollowedProcess::follow(int pid, Steady::time_point seen) {
+  UniqueFd fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  if (fd.get() < 0) return std::nullopt;
+  const unsigned long long ticks = start_ticks_of(pid);
+  // It runs still, so the number has been its own, and what was read is about it.
+  const bool is_its_own = ticks != 0 && !is_readable(fd.get());
+  // A suspend since makes this too early, and one begun in it is then followed.
+  const auto began = Steady::now() - (uptime() - from_ticks(ticks));
+  if (!is_its_own || began > seen) {
+    errno = ESRCH;
+    return std::nullopt;
+  }
+  return FollowedProcess(pid, std::move(fd), ticks);
+}
+
+std::chrono::system_clock::time_point FollowedProcess::started() const {
+  using System = std::chrono::system_clock;
+  const nanoseconds age = uptime() - from_ticks(start_ticks_);
+  return System::now() - std::chrono::duration_cast<System::duration>(age);
+}
+
+std::optional<ProcessEnd> FollowedProcess::end() const {
+  if (!is_readable(fd_.get())) return std::nullopt;
+  const auto ran = std::chrono::duration_cast<milliseconds>(uptime() - from_ticks(start_ticks_));
+  std::optional<int> status = exit_status();
+  if (!status) status = status_of_zombie();
+  if (!status) status = exit_status();  // its parent may have waited for it in between
+  return ProcessEnd{status, ran};
+}
+
+// The kernel tells once the parent has waited for it.
+std::optional<int> FollowedProcess::exit_status() const {
+  PidfdInfo info{};
+  info.mask = kInfoExit;
+  if (ioctl(fd_.get(), MIRT_PIDFD_GET_INFO, &info) != 0) return std::nullopt;
+  if ((info.mask & kInfoExit) == 0) return std::nullopt;
+  return info.exit_code;
+}
+
+std::optional<int> FollowedProcess::status_of_zombie() const {
+  // Whoever may not look into a process reads an exit code of 0, whatever it was.
+  char target[1];
+  if (readlink(proc_path(pid_, "ns/pid").c_str(), target, sizeof target) < 0 && errno == EACCES) {
+    return std::nullopt;
+  }
+  const std::string fields = fields_behind_name(pid_);
+  if (field(fields, kState) != "Z") return std::nullopt;
+  if (std::strtoull(field(fields, kStartTime).c_str(), nullptr, 10) != start_ticks_) {
+    return std::nullopt;
+  }
+  const std::string code = field(fields, kExitCode);
+  return code.empty() ? std::nullopt : std::optional(std::atoi(code.c_str()));
+}
