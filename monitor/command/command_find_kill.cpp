@@ -21,6 +21,7 @@ int command_find(const FindOptions& options) {
     return kExitFailed;
   }
   // A pattern that begins with a star also matches this program's command line.
+  if (*pids == std::vector<pid_t>{getpid()}) complain(kOnlyMatchIsSelf);
   pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
   for (const pid_t pid : *pids) std::printf("%d\n", pid);
   return pids->empty() ? kExitFailed : kExitOk;

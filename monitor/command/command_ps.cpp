@@ -129,6 +129,11 @@ int command_ps(const PsOptions& options) {
     complain("cannot list the processes");
     return kExitFailed;
   }
+  // A pattern that begins with a star also matches this program's command line.
+  const std::vector<ProcessRow>& rows = listing->processes;
+  if (options.pattern && rows.size() == 1 && rows.front().pid == getpid()) {
+    complain(kOnlyMatchIsSelf);
+  }
   sort_rows(options.sort, listing->processes);
   options.json ? print_json(*listing, options.cpu) : print_people(*listing, options.cpu);
   return kExitOk;

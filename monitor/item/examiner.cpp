@@ -9,11 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <thread>
+#include <utility>
 
 #include "item/pre_command.h"
 #include "proc/heartbeat_entry.h"
 #include "proc/proc_access.h"
 #include "proc/proc_file.h"
+#include "text/complaint.h"
 #include "text/number_text.h"
 #include "text/wording.h"
 
@@ -27,6 +30,12 @@ Finding ok() {
   return {};
 }
 
+// What the overlays of the context record begin with: a heartbeat, or two counters of ticks.
+constexpr size_t kHeartbeatBytes = 8, kTicksBytes = 16;
+
+// How long the kernel may take to count that a thread runs: three of its ticks.
+constexpr std::chrono::milliseconds kTicks{30};
+
 Finding absent(std::string why) {
   return {State::kAbsent, std::move(why)};
 }
@@ -35,7 +44,7 @@ Finding unjudged(std::string why) {
   return {State::kUnjudged, std::move(why)};
 }
 
-// What the context overlays of the items begin with: a process id, or the last heartbeat.
+// The context overlays of items that follow a process begin with its id.
 int pid_in(const FI_CONTEXT_S& context) {
   int pid;
   std::memcpy(&pid, context.contextbuff, sizeof pid);
@@ -109,9 +118,9 @@ Finding Examiner::after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, 
   if (!absurd.empty()) return unjudged(absurd);
   switch (item_.source.subject) {
     case Subject::kMachine:
-      return machine();
+      return machine(context, value);
     case Subject::kExistence:
-      return existence(context, value);
+      return existence(value);
     case Subject::kProcess:
       return process(context, result, value);
     case Subject::kHungThreads:
@@ -125,28 +134,38 @@ Finding Examiner::after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, 
   }
 }
 
-Finding Examiner::machine() const {
-  if (!trouble_before_.empty()) return unjudged(trouble_before_);
-  const std::string trouble = open_trouble(item_.source.file);
-  return trouble.empty() ? ok() : unjudged(trouble);
+bool Examiner::context_changed(const FI_CONTEXT_S& context, size_t length) const {
+  return std::memcmp(context_before_, context.contextbuff, length) != 0;
 }
 
-Finding Examiner::existence(const FI_CONTEXT_S& context, double value) {
-  if (value != 0.0) return params_.size() > 1 ? pre_command(context) : ok();
+// No memory in use at all, or no tick since the call before: the file was not read in this call.
+Finding Examiner::machine(const FI_CONTEXT_S& context, double value) const {
+  if (!trouble_before_.empty()) return unjudged(trouble_before_);
+  const std::string trouble = open_trouble(item_.source.file);
+  if (!trouble.empty()) return unjudged(trouble);
+  const bool counts_ticks = item_.context == Context::kNeeded;
+  if (value != 0.0 || std::strcmp(item_.unit, "%") != 0) return ok();
+  if (counts_ticks && context_changed(context, kTicksBytes)) return ok();
+  return unjudged(std::string(item_.source.file) +
+                  (counts_ticks ? " shows no time since the call before" : " shows no memory"));
+}
+
+Finding Examiner::existence(double value) const {
+  if (value != 0.0) return params_.size() > 1 ? pre_command() : ok();
   const Finding finding = nothing_found();
   return finding.state == State::kAbsent ? ok() : finding;
 }
 
 // The item answers "runs" without having looked unless the pre-command printed the right words.
-Finding Examiner::pre_command(const FI_CONTEXT_S& context) const {
+Finding Examiner::pre_command() const {
+  const std::string output = pre_command_output();
+  const std::string& words = params_[2].value;
+  if (output.compare(0, words.size(), words) == 0) return ok();
   const std::string trouble = pre_command_trouble();
-  if (!trouble.empty()) {
-    return unjudged("the pre-command failed (" + trouble + "): the process was not looked for");
-  }
-  const int pid = pid_in(context);
-  if (pid > 0 && open_trouble(proc_path(pid, "cmdline")).empty()) return ok();
-  return unjudged("the pre-command did not print " + in_quotes(params_[2].value) +
-                  ": the process was not looked for");
+  const std::string what = trouble.empty() ? "the pre-command printed " + in_quotes(output) +
+                                                 ", expected " + in_quotes(words)
+                                           : "the pre-command failed (" + trouble + ")";
+  return unjudged(what + ": the process was not looked for");
 }
 
 Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
@@ -158,7 +177,10 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   }
   // Among several processes the highest counts. Only root may read the open files of all.
   if (value > 0.0 && (follows_one || !is_handles || geteuid() == 0)) return ok();
-  if (pid > 0 && (follows_one || !is_handles)) return one_process(pid);
+  if (pid > 0 && (follows_one || !is_handles)) {
+    Finding finding = one_process(pid);
+    if (finding.state != State::kAbsent) return finding;
+  }
   if (!trouble_before_.empty()) return unjudged(trouble_before_);
   if (!follows_one && !is_handles && still_matches()) return one_process(known_pid_);
   const std::vector<int> found = follows_one ? std::vector<int>() : matches();
@@ -170,7 +192,7 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
 // Of several processes one that cannot be read makes the highest value uncertain.
 Finding Examiner::processes(const std::vector<int>& pids) const {
   if (around_.ignore_self && pids == std::vector<int>{getpid()}) {
-    return absent("the only match is this mirt-monitor itself");
+    return absent(kOnlyMatchIsSelf);
   }
   Finding last = ok();
   bool any_there = false;
@@ -210,19 +232,17 @@ Finding Examiner::hung_threads(const FI_RESULT_S& result, double value) {
 }
 
 Finding Examiner::heartbeat(const FI_CONTEXT_S& context, double value) {
-  const bool changed =
-      std::memcmp(context_before_, context.contextbuff, sizeof context_before_) != 0;
+  const bool changed = context_changed(context, kHeartbeatBytes);
   const std::string* const module = value_of(params_, "ProcessMoudleId");
   MIRT_AGENT_HEART_INFO_S entry{};
   std::string why;
+  owner_look_ = {};
   if (!module ||
       !read_heartbeat_entry(static_cast<uint16_t>(std::atoi(module->c_str())), entry, why)) {
     return changed || value == 0.0 ? ok() : unjudged(why);
   }
-  const std::string starved = starvation(entry);
-  if (changed) return ok();
-  if (value != 0.0) return unchanged_heartbeat(entry);
-  return starved.empty() ? ok() : unjudged(starved);
+  look_at_owner(entry, value == 0.0);
+  return changed || value == 0.0 ? ok() : unchanged_heartbeat(entry);
 }
 
 // The item answered "fine" although the heartbeat is that of the call before.
@@ -242,25 +262,26 @@ Finding Examiner::unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) cons
   if (entry.flowid == MIRT_AGENT_HEART_NO_FLOW) {
     return unjudged("the heartbeat did not change, and its owner has set no flow id");
   }
-  return ok();
+  // It has only just come to be as it is, or the item looks at a table that has been replaced.
+  return unjudged("the item did not judge " + process_text(owner));
 }
 
-// Why the owner could not refresh its heartbeat since the call before, though it was ready to run;
-// empty if it could. One that never gets far enough is judged in the end.
-std::string Examiner::starvation(const MIRT_AGENT_HEART_INFO_S& entry) {
-  constexpr unsigned kMostInARow = 5;
-  const int owner = static_cast<int>(entry.processid);
-  const std::optional<CpuWait> now =
-      entry.processid == MIRT_AGENT_HEART_NO_PROCESS ? std::nullopt : cpu_wait_of(owner);
-  const std::optional<CpuWait> last = owner == owner_ ? owner_wait_ : std::nullopt;
-  owner_ = owner;
-  owner_wait_ = now;
-  const bool waits = now && last && now->runnable && now->run_ns == last->run_ns;
-  const bool waited = now && last && now->wait_ns > last->wait_ns &&
-                      std::chrono::nanoseconds(now->wait_ns - last->wait_ns) > patience_;
-  if (!waits && !waited) starved_in_a_row_ = 0;
-  if ((!waits && !waited) || ++starved_in_a_row_ > kMostInARow) return "";
-  return "its owner, " + process_text(owner) + ", waited for a processor";
+// Notes how the owner fares, for the next call to compare with.
+void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still) {
+  const auto before = looked_;
+  looked_ = std::chrono::steady_clock::now();
+  owner_look_.has_moved = entry.processid != owner_ || entry.flowid != flow_;
+  owner_ = entry.processid;
+  flow_ = entry.flowid;
+  const std::vector<ThreadTimes> times_before = std::move(owner_times_);
+  owner_times_ = entry.processid == MIRT_AGENT_HEART_NO_PROCESS
+                     ? std::vector<ThreadTimes>()
+                     : thread_times_of(static_cast<int>(owner_));
+  if (!stands_still || owner_look_.has_moved) return;
+  std::this_thread::sleep_for(kTicks);
+  owner_look_.waited =
+      longest_wait(times_before, owner_times_,
+                   still_waiting(static_cast<int>(owner_), owner_times_), looked_ - before);
 }
 
 // The item found no process: because there is none, or because it could not look?

@@ -6,7 +6,8 @@
 #define MONITOR_EXAMINER_H
 
 #include <chrono>
-#include <optional>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -26,30 +27,39 @@ struct Surroundings {
   bool ignore_self = false;  // a pattern came from our own command line, which it matches
 };
 
+// What a heartbeat's owner did between the last two calls, as far as its heartbeat does not show
+// it.
+struct OwnerLook {
+  bool has_moved = false;              // it is another process, or at work on something else
+  std::chrono::nanoseconds waited{0};  // the longest that one of its threads wanted a processor
+};
+
 // Of one item instance. before() and after() run on the thread that calls the item; they read a few
 // files under /proc, and search all processes only where the item found none.
 class Examiner {
  public:
   // The parameters and the surroundings must outlive the examiner.
-  // `patience` is how long a supervised process may be kept from running within one period.
-  Examiner(const ItemRow& item, const std::vector<Param>& params, const Surroundings& around,
-           std::chrono::nanoseconds patience)
-      : item_(item), params_(params), around_(around), patience_(patience) {}
+  Examiner(const ItemRow& item, const std::vector<Param>& params, const Surroundings& around)
+      : item_(item), params_(params), around_(around) {}
 
   void before(const FI_CONTEXT_S& context);
   Finding after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
 
+  // After a call that found a heartbeat standing still.
+  const OwnerLook& owner_look() const { return owner_look_; }
+
  private:
-  Finding machine() const;
-  Finding existence(const FI_CONTEXT_S& context, double value);
-  Finding pre_command(const FI_CONTEXT_S& context) const;
+  Finding machine(const FI_CONTEXT_S& context, double value) const;
+  Finding existence(double value) const;
+  Finding pre_command() const;
   Finding process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
   Finding processes(const std::vector<int>& pids) const;
   Finding one_process(int pid) const;
   Finding hung_threads(const FI_RESULT_S& result, double value);
   Finding heartbeat(const FI_CONTEXT_S& context, double value);
   Finding unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) const;
-  std::string starvation(const MIRT_AGENT_HEART_INFO_S& entry);
+  void look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still);
+  bool context_changed(const FI_CONTEXT_S& context, size_t length) const;
   Finding nothing_found() const;
   std::string search_trouble() const;
   std::vector<int> matches() const;
@@ -60,14 +70,14 @@ class Examiner {
   const ItemRow& item_;
   const std::vector<Param>& params_;
   const Surroundings& around_;
-  const std::chrono::nanoseconds patience_;
   std::string trouble_before_;
-  char context_before_[8] = {};
-  int known_pid_ = 0;          // a process that matched when it was last looked at
-  std::string known_cmdline_;  // its command line then
-  int owner_ = 0;              // of the heartbeat
-  std::optional<CpuWait> owner_wait_;
-  unsigned starved_in_a_row_ = 0;
+  char context_before_[16] = {};
+  int known_pid_ = 0;              // a process that matched when it was last looked at
+  std::string known_cmdline_;      // its command line then
+  uint32_t owner_ = 0, flow_ = 0;  // of the heartbeat's entry, when it was last looked at
+  std::vector<ThreadTimes> owner_times_;
+  std::chrono::steady_clock::time_point looked_{};
+  OwnerLook owner_look_;
 };
 
 #endif

@@ -74,6 +74,9 @@ std::optional<int> process_of(const std::string& path) {
 
 std::string WaitPlace::text() const {
   std::string text = "in " + call;
+  // The only pipes that items read are those of commands.
+  const bool is_command = path.rfind("pipe:", 0) == 0;
+  if (is_command) return text + " from a command that it has started";
   if (!path.empty()) text += " of " + path;
   if (pid) text += " (process " + std::to_string(*pid) + ", \"" + name_of_process(*pid) + "\")";
   return text;

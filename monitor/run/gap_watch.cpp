@@ -22,10 +22,10 @@ GapWatch::Clock::duration GapWatch::note(Clock::time_point now) {
   return length;
 }
 
-GapWatch::Clock::duration GapWatch::longest_since(Clock::time_point from) const {
-  Clock::duration longest = Clock::duration::zero();
+GapWatch::Clock::duration GapWatch::total_since(Clock::time_point from) const {
+  Clock::duration total = Clock::duration::zero();
   for (const Gap& gap : gaps_) {
-    if (gap.end >= from) longest = std::max(longest, gap.length);
+    if (gap.end > from) total += std::min(gap.length, gap.end - from);
   }
-  return longest;
+  return total;
 }

@@ -21,8 +21,8 @@ class GapWatch {
   Clock::duration before_wait(Clock::time_point now, Clock::time_point until);
   Clock::duration after_wait(Clock::time_point now);
 
-  // The longest gap that ended at `from` or later; zero if there was none.
-  Clock::duration longest_since(Clock::time_point from) const;
+  // All gaps since `from` together.
+  Clock::duration total_since(Clock::time_point from) const;
 
  private:
   struct Gap {

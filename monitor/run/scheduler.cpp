@@ -53,9 +53,8 @@ bool is_heartbeat(const Instance& instance) {
   return instance.item->source.subject == Subject::kHeartbeat;
 }
 
-// For how long within one period a supervised process, or the monitor, may be kept from running
-// without a heartbeat being in doubt. One that beats twice a period still beats in between then.
-Clock::duration patience_of(const Instance& instance) {
+// How long the scheduler may sleep so that it notices when it is kept from running.
+Clock::duration pulse_of(const Instance& instance) {
   return std::max(period_of(instance) / 4, GapWatch::kLeast);
 }
 
@@ -84,7 +83,7 @@ PlaceholderTexts texts_of(const Instance& instance, const Answer* answer, State 
   return texts;
 }
 
-std::string seconds_since(Clock::duration duration) {
+std::string seconds_text(Clock::duration duration) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f s", std::chrono::duration<double>(duration).count());
   return text;
@@ -104,7 +103,7 @@ Scheduler::Scheduler(const std::vector<Job>& jobs, const Schedule& schedule, con
       alarm_prefix_(std::to_string(std::time(nullptr)) + "-") {
   for (const Job& job : jobs) {
     Slot& slot = add_slot(job.instance, job.item);
-    if (is_heartbeat(job.instance)) pulse_ = std::min(pulse_, patience_of(job.instance));
+    if (is_heartbeat(job.instance)) pulse_ = std::min(pulse_, pulse_of(job.instance));
     for (size_t i = 0; i < job.instance.alarms.size(); ++i) {
       const AlarmRule& rule = job.instance.alarms[i];
       AlarmSlot& alarm = slot.alarms.emplace_back(AlarmSlot{rule, Alarm(rule)});
@@ -116,10 +115,11 @@ Scheduler::Scheduler(const std::vector<Job>& jobs, const Schedule& schedule, con
 }
 
 Scheduler::Slot& Scheduler::add_slot(const Instance& instance, const Item& item) {
-  Slot& slot = slots_.emplace_back(
-      Slot{instance,
-           Call{slots_.size(), item, to_records(instance.params),
-                Examiner(*instance.item, instance.params, surroundings_, patience_of(instance))}});
+  Slot& slot =
+      slots_.emplace_back(Slot{instance,
+                               Call{slots_.size(), item, to_records(instance.params),
+                                    Examiner(*instance.item, instance.params, surroundings_)},
+                               Standstill(period_of(instance))});
   slot.call.origin.instance = instance.name;
   slot.due = Clock::now();
   return slot;
@@ -182,7 +182,10 @@ void Scheduler::start_due() {
 }
 
 void Scheduler::start(Slot& slot) {
-  if (slot.order) slot.call.params = *slot.order;
+  if (slot.order) {
+    slot.call.params = slot.order->params;
+    slot.call.origin.alarm = slot.order->alarm;
+  }
   slot.refused = !pool_.start(slot.call);
   if (slot.refused) return;
   slot.order.reset();
@@ -215,25 +218,46 @@ void Scheduler::take_back(Slot& slot) {
   settle(slot, answer);
 }
 
-// What the examiner found, unless the time between the calls says that nothing can be told.
-Finding Scheduler::finding_of(const Slot& slot) const {
+// What the examiner found, unless a heartbeat's standstill says nothing about its process.
+Finding Scheduler::finding_of(Slot& slot) const {
   const Finding& found = slot.call.finding;
-  if (!is_heartbeat(slot.instance) || !found.measured() || slot.call.value != 0.0) return found;
+  const bool stands_still =
+      is_heartbeat(slot.instance) && found.measured() && slot.call.value == 0.0;
+  if (stands_still) return standstill_of(slot);
+  slot.standstill.reset();
+  return found;
+}
+
+Finding Scheduler::standstill_of(Slot& slot) const {
+  const OwnerLook& owner = slot.call.examiner.owner_look();
+  if (owner.has_moved) {
+    if (slot.standstill.excuse()) return slot.call.finding;
+    return {State::kUnjudged, "its owner or flow id is another one than at the call before"};
+  }
   const Clock::duration missed = missed_by(slot);
-  if (missed <= patience_of(slot.instance)) return found;
+  const Clock::duration lost = std::max<Clock::duration>(missed, owner.waited);
+  if (slot.standstill.judge(slot.call.began - slot.previous_end, lost)) return slot.call.finding;
   return {State::kUnjudged,
-          "the monitor did not run for " + seconds_since(missed) + " before this call"};
+          missed >= owner.waited
+              ? "the monitor did not run for " + seconds_text(missed) + " since the call before"
+              : "its owner waited for a processor for " + seconds_text(owner.waited) +
+                    " since the call before"};
 }
 
 // For how long the monitor, or this call, was kept from running since the call before.
 Scheduler::Clock::duration Scheduler::missed_by(const Slot& slot) const {
   const Call& call = slot.call;
   return std::max(
-      {gaps_.longest_since(slot.previous_end), call.began - slot.due, call.ended - call.began});
+      {gaps_.total_since(slot.previous_end), call.began - slot.started, call.ended - call.began});
 }
 
 // The next beat that is far enough from this call. Beats that passed are skipped, not made up for.
+// A report is called whenever it is ordered.
 void Scheduler::plan_next(Slot& slot) const {
+  if (slot.of_alarm) {
+    slot.due = Clock::now();
+    return;
+  }
   slot.due = next_beat(std::max(Clock::now(), earliest_next(slot)), period_of(slot.instance));
 }
 
@@ -246,10 +270,11 @@ Scheduler::Clock::time_point Scheduler::earliest_next(const Slot& slot) const {
   return from + period_of(slot.instance) / 10 * 9;
 }
 
-void Scheduler::count(const Slot& /*slot*/, const Answer& answer) {
+void Scheduler::count(const Slot& slot, const Answer& answer) {
+  if (slot.of_alarm) return;
   ++answers_;
   all_done_ = all_done_ && answer.finding.measured();
-  any_worked_ = any_worked_ || answer.finding.state != State::kFailed;
+  any_worked_ = any_worked_ || (answer.finding.state != State::kFailed && !answer.called_since);
 }
 
 // The state after this answer, and what it means for the alarms; then the lines that tell of it.
@@ -292,9 +317,12 @@ void Scheduler::order_report(const Slot& slot, const AlarmSlot& alarm, const Ans
   std::vector<Param> params = alarm.rule.report->params;
   const PlaceholderTexts texts = texts_of(slot.instance, answer, state);
   for (Param& param : params) param.value = fill_placeholders(param.value, texts);
-  alarm.report->order = to_records(params);
+  if (alarm.report->order) {
+    log_line("warning", slot.instance.name + ": the report of alarm " + alarm.report->order->alarm +
+                            " was never sent: no call of it was possible");
+  }
+  alarm.report->order = Order{to_records(params), alarm.id};
   alarm.report->due = Clock::now();
-  if (alarm.report->phase == Phase::kIdle) alarm.report->call.origin.alarm = alarm.id;
 }
 
 void Scheduler::pass_on_reports() {

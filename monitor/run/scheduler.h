@@ -18,6 +18,7 @@
 #include "proc/wake.h"
 #include "run/alarm.h"
 #include "run/gap_watch.h"
+#include "run/standstill.h"
 #include "run/worker_pool.h"
 
 struct Schedule {
@@ -74,12 +75,17 @@ class Scheduler {
     Slot* report = nullptr;  // what it sends
     std::string id{};        // while it is raised
   };
+  struct Order {
+    std::vector<FI_PARAM_S> params;
+    std::string alarm;
+  };
   struct Slot {
     const Instance& instance;
     Call call;
+    Standstill standstill;  // of a heartbeat
     std::deque<AlarmSlot> alarms{};
     bool of_alarm = false;  // a report: called for each order, not by period
-    std::optional<std::vector<FI_PARAM_S>> order{};
+    std::optional<Order> order{};
     Phase phase = Phase::kIdle;
     State state = State::kPending;
     bool refused = false;       // due, but no worker was to be had
@@ -101,7 +107,8 @@ class Scheduler {
   void take_back(Slot& slot);
   void plan_next(Slot& slot) const;
   Clock::time_point earliest_next(const Slot& slot) const;
-  Finding finding_of(const Slot& slot) const;
+  Finding finding_of(Slot& slot) const;
+  Finding standstill_of(Slot& slot) const;
   Clock::duration missed_by(const Slot& slot) const;
   void settle(Slot& slot, Answer& answer);
   void count(const Slot& slot, const Answer& answer);

@@ -8,6 +8,9 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;  // an item failed, or what is needed is not there
 constexpr int kExitUsage = 2;   // the command line or the configuration is at fault
 
+// What to say where a pattern of the command line matches nothing but the command that holds it.
+constexpr char kOnlyMatchIsSelf[] = "the only match is this mirt-monitor itself";
+
 // One line on standard error, with the program's name.
 void complain(const std::string& text);
 
