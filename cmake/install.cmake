@@ -1,4 +1,5 @@
-# cmake --install: libraries, every public header, a CMake package and a pkg-config file.
+# cmake --install: libraries, every public header, a CMake package, a pkg-config file, the manual, the
+# licence and the examples.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS kelv mirt_host mirt_linux_plugin
@@ -27,10 +28,16 @@ install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin-config.cmake
               ${PROJECT_BINARY_DIR}/mirt_linux_plugin-config-version.cmake
         DESTINATION ${package_directory})
 
+set(pc_folder ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefix_from_pc ${pc_folder} ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH includes_from_pc ${pc_folder} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/mirt_linux_plugin.pc.in
                ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-file(GLOB example_configurations ${PROJECT_SOURCE_DIR}/examples/*.toml)
-install(FILES ${example_configurations}
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/mirt/examples)
+
+# In one folder, as in the tree, so that the manual's references to examples hold.
+set(share ${CMAKE_INSTALL_DATADIR}/mirt)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${share})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${share}
+        FILES_MATCHING PATTERN *.md PATTERN *.toml PATTERN *.c PATTERN *.cpp PATTERN *.h)

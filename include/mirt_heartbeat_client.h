@@ -71,7 +71,7 @@ static inline int mirt_heartbeat_attach_undisturbed(mirt_heartbeat_t* heartbeat,
   mirt_heartbeat_clear_flow(heartbeat);
   mirt_heartbeat_beat(heartbeat);
   /* Written last: from now on the entry is checked. */
-  __atomic_store_n(&heartbeat->entry->processid, (uint32_t)getpid(), __ATOMIC_RELEASE);
+  __atomic_store_n(&heartbeat->entry->processid, MIRT_CAST(uint32_t, getpid()), __ATOMIC_RELEASE);
   return 0;
 }
 

@@ -15,9 +15,11 @@
 #ifdef __cplusplus
 #define MIRT_EXTERN_C extern "C"
 #define MIRT_LAYOUT(condition) static_assert(condition, #condition)
+#define MIRT_CAST(type, value) static_cast<type>(value)
 #else
 #define MIRT_EXTERN_C
 #define MIRT_LAYOUT(condition) _Static_assert(condition, #condition)
+#define MIRT_CAST(type, value) ((type)(value))
 #endif
 
 /* The library exports only the symbols with this mark. */

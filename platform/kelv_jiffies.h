@@ -6,7 +6,8 @@
 
 /* Returns 1 if tick ullA is at or after tick ullB, else 0. Correct even if the counter wraps. */
 static inline int32_t time_after_eq(uint64_t ullA, uint64_t ullB) {
-  return (int64_t)(ullB - ullA) <= 0 ? 1 : 0;
+  const uint64_t ahead = ullB - ullA; /* above INT64_MAX: ullB is behind */
+  return ahead == 0 || ahead > INT64_MAX ? 1 : 0;
 }
 
 #endif

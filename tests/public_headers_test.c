@@ -12,9 +12,12 @@
 #include "kelv_string.h"
 #include "kelv_time.h"
 #include "mirt_comm.h"
+#include "mirt_heartbeat_client.h"
 #include "mirt_host.h"
+#include "mirt_inner.h"
 #include "mirt_interface.h"
 #include "mirt_items.h"
+#include "mirt_process.h"
 
 int main(void) {
   FI_RESULT_S result;
@@ -28,5 +31,14 @@ int main(void) {
   kelv_list_init(&head);
   kelv_list_add_tail(&node, &head);
   if (head.next != &node || time_after_eq(kelv_get_jiffies(), 0) != 1) return 3;
+  kelv_list_del(&node);
+  if (head.next != &head || (uintptr_t)node.prev != KELV_LIST_POISON_PREV) return 5;
+
+  MIRT_PRIMARY_KEY_S key, same;
+  memset(&key, 0, sizeof key);
+  key.errCode = 7;
+  MIRT_ERRREPORT_S* const report = MIRT_CreateErrRptInner(&key);
+  if (!report || MIRT_GetPrimaryKeyInner(report, &same) != 0 || same.errCode != 7) return 6;
+  MIRT_DestoryErrRptInner(report);
   return sizeof(MIRT_COMM_INFO_S) == 24 ? 0 : 4;
 }

@@ -3,24 +3,22 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <climits>
+#include <filesystem>
+
+#include "mirt_host.h"
 
 namespace {
 
 constexpr char kLibrary[] = "libmirt_linux_plugin.so";
 
-// "/opt/mirt/bin/mirt-monitor" -> "/opt/mirt/lib/libmirt_linux_plugin.so" if such a file is there;
-// else the bare name, which dlopen() looks for along its own path. The build tree and an install
-// prefix have the same shape.
+// The plug-in lies beside the host library, with which this program was linked: in the build tree
+// as in every layout that it is installed to. Else the bare name, which dlopen() looks for along
+// its own path.
 std::string default_library() {
-  char self[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
-  if (length <= 0 || length == static_cast<ssize_t>(sizeof self)) return kLibrary;
-  std::string path(self, static_cast<size_t>(length));
-  path.erase(path.rfind('/'));                                             // the program
-  path.erase(path.rfind('/') == std::string::npos ? 0 : path.rfind('/'));  // its folder
-  path += std::string("/lib/") + kLibrary;
-  return access(path.c_str(), R_OK) == 0 ? path : kLibrary;
+  Dl_info host{};
+  if (dladdr(reinterpret_cast<void*>(mirt_host_set_request_handler), &host) == 0) return kLibrary;
+  const auto path = std::filesystem::path(host.dli_fname).parent_path() / kLibrary;
+  return access(path.c_str(), R_OK) == 0 ? path.lexically_normal().string() : kLibrary;
 }
 
 }  // namespace

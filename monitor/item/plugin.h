@@ -27,8 +27,8 @@ class Item {
 // time, so it is never unloaded.
 class Plugin {
  public:
-  // Loads `path`; an empty one means the plug-in beside this program (../lib), or else the one that
-  // the loader finds. On failure nothing, and `error` says why.
+  // Loads `path`; an empty one means the plug-in beside the host library, or else the one that the
+  // loader finds. On failure nothing, and `error` says why.
   static std::optional<Plugin> load(const std::string& path, std::string& error);
 
   // The item, or nothing if the library does not export it.
