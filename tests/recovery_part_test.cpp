@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "run/recovery_budget.h"
 #include "proc/shell_command.h"
+#include "run/recovery_budget.h"
 
 namespace {
 

@@ -158,10 +158,11 @@ Finding Examiner::existence(double value) const {
 
 // The item answers "runs" without having looked unless the pre-command printed the right words.
 Finding Examiner::pre_command() const {
-  const std::string output = pre_command_output();
+  std::string output = pre_command_output();
   const std::string& words = params_[2].value;
   if (output.compare(0, words.size(), words) == 0) return ok();
   const std::string trouble = pre_command_trouble();
+  output.erase(output.find_last_not_of('\n') + 1);
   const std::string what = trouble.empty() ? "the pre-command printed " + in_quotes(output) +
                                                  ", expected " + in_quotes(words)
                                            : "the pre-command failed (" + trouble + ")";

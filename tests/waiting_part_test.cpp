@@ -1,0 +1,245 @@
+// Lines for readers who do not read, and threads that wait, both for real.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "proc/cpu_wait.h"
+#include "proc/wait_place.h"
+#include "text/line_queue.h"
+
+namespace {
+
+using Weight = LineQueue::Weight;
+
+std::string loss_text(const LineQueue::Loss& loss) {
+  return "lost " + std::to_string(loss.ordinary) + "+" + std::to_string(loss.lasting);
+}
+
+// A pipe that is full from the beginning.
+class FullPipe {
+ public:
+  FullPipe() {
+    if (pipe2(ends_, O_CLOEXEC) != 0) std::abort();
+    fcntl(ends_[1], F_SETPIPE_SZ, 4096);
+    fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+    while (write(ends_[1], "\n", 1) == 1) {
+    }
+    fcntl(ends_[1], F_SETFL, 0);
+  }
+  FullPipe& operator=(FullPipe&&) = delete;  // neither copied nor moved
+  ~FullPipe() {
+    if (ends_[0] >= 0) close(ends_[0]);
+    close(ends_[1]);
+  }
+  int writer() const { return ends_[1]; }
+  void close_reader() {
+    close(ends_[0]);
+    ends_[0] = -1;
+  }
+  // The next line that is not empty.
+  std::string line() const {
+    std::string text;
+    for (char byte; read(ends_[0], &byte, 1) == 1;) {
+      if (byte != '\n') {
+        text += byte;
+      } else if (!text.empty()) {
+        return text;
+      }
+    }
+    return text;
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+TEST(LineQueue, KeepsTheNewestValuesAndTheFirstOfWhatLastsAndSaysWhatIsLost) {
+  const Wake wake;
+  FullPipe pipe;
+  LineQueue queue(pipe.writer(), loss_text, wake);
+  ASSERT_TRUE(queue.ready());
+  queue.push("first", Weight::kOrdinary);
+  const size_t ordinary = LineQueue::kMostOrdinary + 7, lasting = LineQueue::kMostLasting + 3;
+  for (size_t i = 0; i < ordinary; ++i) queue.push("o" + std::to_string(i), Weight::kOrdinary);
+  for (size_t i = 0; i < lasting; ++i) queue.push("l" + std::to_string(i), Weight::kLasting);
+  // The thread may have taken the first line already, and then waits with it.
+  std::string line = pipe.line();
+  const bool took_first = line == "first";
+  if (took_first) line = pipe.line();
+  EXPECT_EQ(line, took_first ? "lost 7+3" : "lost 8+3");
+  for (size_t i = 7; i < ordinary; ++i) ASSERT_EQ(pipe.line(), "o" + std::to_string(i));
+  for (size_t i = 0; i + 3 < lasting; ++i) ASSERT_EQ(pipe.line(), "l" + std::to_string(i));
+  queue.push("again", Weight::kOrdinary);
+  EXPECT_EQ(pipe.line(), "again") << "and nothing more is lost";
+  EXPECT_EQ(queue.finish(std::chrono::seconds(100)), 0U);
+}
+
+TEST(LineQueue, KeepsTheOrderOfBothKindsAndCountsBytesToo) {
+  const Wake wake;
+  FullPipe pipe;
+  LineQueue queue(pipe.writer(), loss_text, wake);
+  const std::string half(LineQueue::kMostOrdinaryBytes / 2, 'x');
+  queue.push("first", Weight::kLasting);
+  queue.push(half + "1", Weight::kOrdinary);
+  queue.push(half + "2", Weight::kOrdinary);
+  queue.push("then", Weight::kLasting);
+  queue.push("last", Weight::kOrdinary);
+  std::string line = pipe.line();
+  if (line == "first") line = pipe.line();  // before or after the loss was counted
+  EXPECT_EQ(line, "lost 1+0");
+  line = pipe.line();
+  if (line == "first") line = pipe.line();
+  EXPECT_TRUE(line == half + "2") << line.size();
+  EXPECT_EQ(pipe.line(), "then");
+  EXPECT_EQ(pipe.line(), "last");
+}
+
+TEST(LineQueue, EndsAlthoughNobodyReadsAndTellsThatTheReaderHasGone) {
+  const Wake wake;
+  FullPipe unread;
+  LineQueue queue(unread.writer(), loss_text, wake);
+  for (int i = 0; i < 5; ++i) queue.push("x", Weight::kLasting);
+  EXPECT_EQ(queue.finish(std::chrono::milliseconds(0)), 5U);
+  EXPECT_FALSE(queue.stuck());
+  EXPECT_FALSE(queue.closed());
+
+  std::signal(SIGPIPE, SIG_IGN);
+  FullPipe left;
+  LineQueue lost(left.writer(), loss_text, wake);
+  left.close_reader();
+  wake.clear();
+  lost.push("x", Weight::kOrdinary);
+  while (!lost.closed()) std::this_thread::yield();
+  EXPECT_EQ(lost.error(), 0) << "it has merely gone";
+  EXPECT_EQ(lost.finish(std::chrono::seconds(100)), 0U);
+
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  LineQueue failed(full, loss_text, wake);
+  failed.push("x", Weight::kOrdinary);
+  while (!failed.closed()) std::this_thread::yield();
+  EXPECT_EQ(failed.error(), ENOSPC);
+  failed.finish(std::chrono::seconds(100));
+  close(full);
+}
+
+// Where a thread waits that runs `wait`; `release` lets it go on.
+std::string place_of(const std::function<void()>& wait, const std::function<void()>& release,
+                     const std::string& expected) {
+  std::atomic<int> tid{0};
+  std::thread thread([&] {
+    tid = gettid();
+    wait();
+  });
+  while (tid == 0) std::this_thread::yield();
+  std::string text;
+  // It gets there sooner or later.
+  for (int tries = 0; tries < 100000 && text != expected; ++tries) {
+    const std::optional<WaitPlace> place = wait_place_of(tid);
+    text = place ? place->text() : "running";
+    std::this_thread::yield();
+  }
+  release();
+  thread.join();
+  return text;
+}
+
+TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
+  char name[] = "/tmp/waiting-XXXXXX";
+  const std::string folder = mkdtemp(name), fifo = folder + "/fifo", lock = folder + "/lock";
+  mkfifo(fifo.c_str(), 0600);
+  const auto open_fifo = [&] { close(open(fifo.c_str(), O_RDONLY | O_CLOEXEC)); };
+  const auto open_other_end = [&] { close(open(fifo.c_str(), O_WRONLY | O_CLOEXEC)); };
+  std::string expected = "in open of " + fifo;
+  EXPECT_EQ(place_of(open_fifo, open_other_end, expected), expected);
+
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  char byte = 0;
+  expected = "in read from a command that it has started";
+  EXPECT_EQ(place_of([&] { EXPECT_EQ(read(ends[0], &byte, 1), 1); },
+                     [&] { EXPECT_EQ(write(ends[1], "x", 1), 1); }, expected),
+            expected);
+
+  const int held = open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int wanted = open(lock.c_str(), O_RDWR | O_CLOEXEC);
+  flock(held, LOCK_EX);
+  expected = "in flock of " + lock;
+  EXPECT_EQ(place_of([&] { flock(wanted, LOCK_EX); }, [&] { flock(held, LOCK_UN); }, expected),
+            expected);
+  for (const int fd : {ends[0], ends[1], held, wanted}) close(fd);
+  std::filesystem::remove_all(folder);
+
+  const WaitPlace place{"read", "/proc/self/cmdline", getpid()};
+  std::string own_name;
+  std::getline(std::ifstream("/proc/self/comm"), own_name);
+  EXPECT_EQ(place.text(), "in read of /proc/self/cmdline (process " + std::to_string(getpid()) +
+                              ", \"" + own_name + "\")");
+}
+
+// A process that is always busy, on the first processor that we may use.
+class Busy {
+ public:
+  explicit Busy(int policy) : pid_(fork()) {
+    if (pid_ != 0) return;
+    cpu_set_t allowed, one;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    int processor = 0;
+    while (!CPU_ISSET(processor, &allowed)) ++processor;
+    CPU_ZERO(&one);
+    CPU_SET(processor, &one);
+    sched_setaffinity(0, sizeof one, &one);
+    const sched_param none{};
+    sched_setscheduler(0, policy, &none);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;) {
+    }
+  }
+  Busy& operator=(Busy&&) = delete;  // neither copied nor moved
+  ~Busy() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_;
+};
+
+TEST(CpuWait, TellsThreadsThatGetNothingFromThoseThatRunOrSleep) {
+  const Busy runs(SCHED_OTHER), starves(SCHED_IDLE);
+  // Sooner or later the one of them is seen as it runs, the other as it waits.
+  for (bool seen = false; !seen;) {
+    const auto of_running = thread_times_of(runs.pid());
+    const auto of_starving = thread_times_of(starves.pid());
+    usleep(30000);
+    seen = still_waiting(runs.pid(), of_running).empty() &&
+           still_waiting(starves.pid(), of_starving) == std::vector<int>{starves.pid()};
+  }
+  const pid_t sleeping = fork();
+  if (sleeping == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;) pause();
+  }
+  std::vector<ThreadTimes> before;
+  do before = thread_times_of(sleeping);
+  while (!still_waiting(sleeping, before).empty());  // until it sleeps
+  EXPECT_EQ(before.size(), 1U);
+  kill(sleeping, SIGKILL);
+  waitpid(sleeping, nullptr, 0);
+  EXPECT_TRUE(thread_times_of(sleeping).empty());
+}
+
+}  // namespace
