@@ -145,7 +145,8 @@ TEST_F(HeartTest, AlarmsRiseOnceReportAndClear) {
 
 TEST_F(HeartTest, TableIsShownAndNeverMade) {
   const std::string command = "mirt-monitor heartbeats";
-  EXPECT_EQ(Monitor(folder_, command).end(1), "mirt-monitor: no heartbeat table\n");
+  EXPECT_EQ(Monitor(folder_, command).end(1),
+            "mirt-monitor: there is no heartbeat table (/dev/shm/MIRT_AGENT_HEARTBEAT)\n");
   EXPECT_FALSE(fs::exists(kTable));
   std::ofstream(kTable) << "ten bytes!";
   EXPECT_EQ(Monitor(folder_, command).end(1),
@@ -159,7 +160,7 @@ TEST_F(HeartTest, TableIsShownAndNeverMade) {
   entries[3].module = 0xFFFF;
   entries[0].reserved = 0x5452494D;  // its maker is still at work
   EXPECT_EQ(Monitor(folder_, command).end(1),
-            "mirt-monitor: the heartbeat table is not made yet\n");
+            "mirt-monitor: the heartbeat table is not initialised yet\n");
   entries[0] = {process_, 60001, 0, 101, 0};
   entries[49] = {~0U, 0, ~0UL, ~0U, 0};
   std::atomic<bool> ends{false};

@@ -107,10 +107,10 @@ TEST_F(PrepareTest, WhatOthersHaveLaidThereIsRefusedAndLeftAlone) {
   // The shell command that lays $f, and what is said of it; # is the size that it should have. The
   // last row needs the machine's root.
   const std::pair<const char*, const char*> rows[] = {
-      {"ln -s /tmp/other $f", "is a symbolic link, expected a file"},
-      {"ln -s /nowhere $f", "is a symbolic link, expected a file"},
-      {"mkdir $f", "is a directory, expected a file"},
-      {"mkfifo $f", "is a FIFO, expected a file"},
+      {"ln -s /tmp/other $f", "is a symbolic link, expected a regular file"},
+      {"ln -s /nowhere $f", "is a symbolic link, expected a regular file"},
+      {"mkdir $f", "is a directory, expected a regular file"},
+      {"mkfifo $f", "is a FIFO, expected a regular file"},
       {"truncate -s 1201 $f", "has 1201 bytes, expected #"},
       {"touch $f; ln $f $f.again", "has 2 names (hard links), expected 1"},
       {"touch $f; chown nobody $f", "belongs to user nobody (65534), expected root or daemon"}};
@@ -141,7 +141,7 @@ TEST_F(PrepareTest, AllThatIsInTheWayIsSaidAtOnceAndADamagedTableStays) {
   fs::create_directory(kLockFile);
   write_file(kTable, "ten bytes!");
   prepare(
-      "mirt-monitor: /tmp/mirt_agent_lock is a directory, expected a file\n"
+      "mirt-monitor: /tmp/mirt_agent_lock is a directory, expected a regular file\n"
       "mirt-monitor: /dev/shm/MIRT_AGENT_HEARTBEAT has 10 bytes, expected 1200\n");
   fs::remove(kLockFile);
   const std::string damaged(1200, 'x');
@@ -156,7 +156,7 @@ TEST_F(PrepareTest, ALockThatIsNeverReleasedNamesItsHolder) {
   const int lock = open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0640);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
   prepare("mirt-monitor: /tmp/mirt_agent_lock is locked by process " + std::to_string(getpid()) +
-          " (monitor_tests), expected the lock to be free within five seconds\n");
+          " (monitor_tests), expected the lock to be free within 5 seconds\n");
   close(lock);
   EXPECT_FALSE(fs::exists(kTable));
 }

@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-constexpr size_t kMostThreads = 32;  // a process with thousands is not worth thousands of reads
+constexpr size_t kMostThreads = 32;  // limits the reads for a process with thousands of threads
 
 std::string folder_of(int pid, int tid) {
   return proc_path(pid, "task/") + std::to_string(tid);

@@ -15,7 +15,7 @@ bool read_heartbeat_entry(uint16_t module, MIRT_AGENT_HEART_INFO_S& entry, std::
   const UniqueFd segment(
       shm_open("/" MIRT_AGENT_HEARTBEAT_NAME, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0));
   if (segment.get() < 0) {
-    why = std::string("the heartbeat table cannot be opened: ") + std::strerror(errno);
+    why = std::string("cannot open the heartbeat table: ") + std::strerror(errno);
     return false;
   }
   MIRT_AGENT_HEART_INFO_SET_S table;

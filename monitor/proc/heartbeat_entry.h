@@ -1,4 +1,4 @@
-// One module's entry of the heartbeat table, as an onlooker reads it.
+// Reads one module's entry of the heartbeat table without attaching.
 #ifndef MONITOR_HEARTBEAT_ENTRY_H
 #define MONITOR_HEARTBEAT_ENTRY_H
 
@@ -7,9 +7,9 @@
 
 #include "mirt_agent_heart.h"
 
-// Copies the module's entry out of the shared memory. False, with `why`, if there is no table that
-// can be read, or no such entry. Creates and changes nothing, and maps nothing: a table that
-// somebody cuts off does no harm.
+// Copies the module's entry from the shared memory. False, with `why`, if there is no readable
+// table or no such entry. Does not create, change or map anything, so a truncated table does no
+// harm.
 bool read_heartbeat_entry(uint16_t module, MIRT_AGENT_HEART_INFO_S& entry, std::string& why);
 
 #endif

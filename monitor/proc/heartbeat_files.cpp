@@ -26,7 +26,7 @@ constexpr int kMakeTries = 10;
 constexpr int kLockTries = 50;
 constexpr std::chrono::milliseconds kBetweenLockTries{100};
 
-// Why the work cannot go on: what was found, what was expected.
+// Why preparation cannot continue: what was found, what was expected.
 struct Refusal {
   std::string text;
 };
@@ -54,10 +54,11 @@ const char* type_name(mode_t mode) {
   }
 }
 
-// Anybody may have laid something into these folders, to have root change a file of his choice.
+// Any user can create files in these directories, for example a link that makes root change another
+// file.
 void check_harmless(const char* path, const struct stat& file, off_t size) {
   if (!S_ISREG(file.st_mode)) {
-    refuse(path, std::string("is a ") + type_name(file.st_mode) + ", expected a file");
+    refuse(path, std::string("is a ") + type_name(file.st_mode) + ", expected a regular file");
   }
   char why[160];
   if (mirt_host_check_owner(file.st_uid, why, sizeof why) != 0) refuse(path, why);
@@ -70,8 +71,8 @@ void check_harmless(const char* path, const struct stat& file, off_t size) {
   }
 }
 
-// Opens the file that is there, or -1 if there is none. It is looked at before it is opened, and no
-// other one can take its place in between.
+// Opens the existing file, or returns -1 if there is none. Checks the file before it opens it; the
+// file cannot be replaced in between.
 int open_existing(const char* path, off_t size) {
   const UniqueFd seen(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (seen.get() < 0 && errno == ENOENT) return -1;
@@ -84,22 +85,22 @@ int open_existing(const char* path, off_t size) {
   return opened;
 }
 
-// Opens the file of this size, or an empty one, that is there or is made now. Until it has its
-// group it is root's alone.
+// Opens the existing file, which must have this size or be empty, or creates it. Only root can
+// access a new file until its group is set.
 int open_or_make(const char* path, off_t size) {
   for (int tries = 0; tries < kMakeTries; ++tries) {
     const int existing = open_existing(path, size);
     if (existing >= 0) return existing;
     const int made = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (made >= 0) return made;
-    if (errno != EEXIST) refuse_for_errno(path, "cannot be made");
+    if (errno != EEXIST) refuse_for_errno(path, "cannot be created");
   }
-  refuse(path, "comes and goes, expected it to stay");
+  refuse(path, "is repeatedly created and removed, expected it to stay");
 }
 
 void give_to_group(const char* path, int file, gid_t group) {
   if (fchown(file, 0, group) != 0 || fchmod(file, kMode) != 0) {
-    refuse_for_errno(path, "cannot be given to the group");
+    refuse_for_errno(path, "cannot get owner root, this group and mode 0660");
   }
 }
 
@@ -110,8 +111,8 @@ void take_lock(int file) {
       refuse(MIRT_AGENT_LOCK_FILE,
              "is locked by " +
                  (holder ? "process " + std::to_string(holder->pid) + " (" + holder->name + ")"
-                         : std::string("a process that cannot be seen")) +
-                 ", expected the lock to be free within five seconds");
+                         : std::string("an unknown process")) +
+                 ", expected the lock to be free within 5 seconds");
     }
     std::this_thread::sleep_for(kBetweenLockTries);
   }
@@ -122,13 +123,14 @@ void write_free_table(int file) {
   for (MIRT_AGENT_HEART_INFO_S& entry : table.array) {
     entry = {MIRT_AGENT_HEART_NO_PROCESS, MIRT_AGENT_HEART_FREE, 0, MIRT_AGENT_HEART_NO_FLOW, 0};
   }
-  errno = ENOSPC;  // what a short write means
+  errno = ENOSPC;  // the reason for a short write
   if (pwrite(file, &table, sizeof table, 0) != sizeof table) {
     refuse_for_errno(kHeartbeatTableFile, "cannot be written");
   }
 }
 
-// Under the lock nobody else is at work on the table: one that is not whole has been given up.
+// The lock is held, so no other process is initialising the table: the creator of an unfinished
+// table has died.
 void complete_table(int file) {
   Table table{};
   const ssize_t got = pread(file, &table, sizeof table, 0);
@@ -154,7 +156,7 @@ std::vector<std::string> prepare_heartbeat_files(gid_t group) {
   }
   try {
     if (!refusals.empty()) {
-      // Nothing is made without the lock, but all that is wrong is said at once.
+      // Without the lock nothing is created, but problems with the table are reported too.
       const UniqueFd looked_at(open_existing(kHeartbeatTableFile, sizeof(Table)));
     } else {
       const UniqueFd table(open_or_make(kHeartbeatTableFile, sizeof(Table)));

@@ -1,4 +1,4 @@
-// The heartbeats' lock file and table, made before anybody else can.
+// Creates the lock file and table of the heartbeats in advance.
 #ifndef MONITOR_HEARTBEAT_FILES_H
 #define MONITOR_HEARTBEAT_FILES_H
 
@@ -9,13 +9,13 @@
 
 constexpr char kHeartbeatTableFile[] = "/dev/shm/MIRT_AGENT_HEARTBEAT";
 
-// Makes both files if they are not there, and gives them to root and the group, which may read and
-// write them. What is there already stays as it is but for owner, group and mode; a table whose
-// maker died over it is made anew. Needs root.
+// Creates both files if they do not exist, and sets owner root, the group and mode 0660. The
+// content of existing files is unchanged, except that an unfinished table is initialised again.
+// Needs root.
 //
-// Returns what stands against it, one text each, and has not changed the file that the text names:
-// another type, another owner than root and "daemon", a second name (hard link), another size, a
-// damaged table, or a process that holds the lock for more than five seconds.
+// Returns one text for each problem: a wrong file type, an owner other than root and "daemon", a
+// second hard link, a wrong size, a damaged table, or a process that holds the lock for more than 5
+// seconds. The file in the text is unchanged.
 std::vector<std::string> prepare_heartbeat_files(gid_t group);
 
 #endif

@@ -11,17 +11,19 @@
 #include "proc/unique_fd.h"
 
 std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
-  // What is no file must not make the open wait.
+  // O_NONBLOCK: the open must not wait if this is a FIFO.
   const UniqueFd segment(
       shm_open("/" MIRT_AGENT_HEARTBEAT_NAME, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0));
   struct stat status {};
   if (segment.get() < 0 || fstat(segment.get(), &status) != 0) {
-    error = errno == ENOENT ? "no heartbeat table"
-                            : std::string("no heartbeat table to read: ") + std::strerror(errno);
+    error =
+        errno == ENOENT
+            ? std::string("there is no heartbeat table (/dev/shm/" MIRT_AGENT_HEARTBEAT_NAME ")")
+            : std::string("cannot open the heartbeat table: ") + std::strerror(errno);
     return std::nullopt;
   }
   if (!S_ISREG(status.st_mode)) {
-    error = "what stands in the heartbeat table's place is no file";
+    error = "/dev/shm/" MIRT_AGENT_HEARTBEAT_NAME " is not a regular file";
     return std::nullopt;
   }
   if (char why[160]; mirt_host_check_owner(status.st_uid, why, sizeof why) != 0) {
@@ -36,7 +38,7 @@ std::optional<HeartbeatTable> HeartbeatTable::open(std::string& error) {
   const void* const mapped =
       mmap(nullptr, sizeof(MIRT_AGENT_HEART_INFO_SET_S), PROT_READ, MAP_SHARED, segment.get(), 0);
   if (mapped == MAP_FAILED) {
-    error = std::string("no heartbeat table to read: ") + std::strerror(errno);
+    error = std::string("cannot map the heartbeat table: ") + std::strerror(errno);
     return std::nullopt;
   }
   return HeartbeatTable(static_cast<const MIRT_AGENT_HEART_INFO_SET_S*>(mapped));
@@ -63,7 +65,7 @@ bool HeartbeatTable::is_made(const MIRT_AGENT_HEART_INFO_SET_S& table) {
 }
 
 std::string HeartbeatTable::fault(const MIRT_AGENT_HEART_INFO_SET_S& table) {
-  if (!is_made(table)) return "the heartbeat table is not made yet";
+  if (!is_made(table)) return "the heartbeat table is not initialised yet";
   for (size_t i = 0; i < MIRT_AGENT_HEART_MAX; ++i) {
     if (table.array[i].pid <= MIRT_AGENT_HEART_FREE) continue;
     return "the heartbeat table is damaged: entry " + std::to_string(i) + " is of module " +

@@ -1,4 +1,4 @@
-// The heartbeat table as an onlooker sees it.
+// Reads the heartbeat table without attaching.
 #ifndef MONITOR_HEARTBEAT_TABLE_H
 #define MONITOR_HEARTBEAT_TABLE_H
 
@@ -7,20 +7,20 @@
 
 #include "mirt_agent_heart.h"
 
-// The shared table, mapped for reading only: looking at it makes nothing and changes nothing.
+// The shared table, mapped read-only. Does not create or change anything.
 class HeartbeatTable {
  public:
-  // Nothing, with `error` saying why, if there is no table, it has another size, or it belongs to
-  // somebody who is not trusted: he could cut it short, which kills whoever has it mapped.
+  // Nothing, with the reason in `error`, if there is no table, its size is wrong, or its owner is
+  // not trusted: an owner can truncate the file, which kills every process that has it mapped.
   static std::optional<HeartbeatTable> open(std::string& error);
 
-  // A copy, no field of which is half of an old and half of a new value.
+  // Returns a copy. Each field is read atomically.
   MIRT_AGENT_HEART_INFO_SET_S read() const;
 
-  // Has its maker come to the end? If not, the next process that attaches makes it anew.
+  // True if the table is initialised. If not, the next process that attaches initialises it.
   static bool is_made(const MIRT_AGENT_HEART_INFO_SET_S& table);
 
-  // Why what was read is no table to show; empty if it is one.
+  // Why the table is not valid; empty if it is.
   static std::string fault(const MIRT_AGENT_HEART_INFO_SET_S& table);
 
  private:

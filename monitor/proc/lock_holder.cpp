@@ -7,8 +7,8 @@
 #include <fstream>
 
 std::optional<int> holder_in(std::istream& locks, dev_t device, ino_t inode) {
-  // "3: FLOCK  ADVISORY  WRITE 4711 fd:01:131090 0 EOF": the PID, the device in hexadecimal numbers
-  // and the inode in a decimal one. One that waits has "->" before its FLOCK.
+  // "3: FLOCK  ADVISORY  WRITE 4711 fd:01:131090 0 EOF": the PID, the device numbers in
+  // hexadecimal, the inode in decimal. A waiting process has "->" before FLOCK.
   for (std::string line; std::getline(locks, line);) {
     int pid = 0;
     unsigned major_number = 0, minor_number = 0;

@@ -10,17 +10,16 @@
 
 struct LockHolder {
   int pid;
-  std::string name;  // the kernel's short name; empty where the process has gone
+  std::string name;  // the kernel's short name; empty if the process has ended
 };
 
-// Who holds the lock that flock() takes on the file at `path`, by /proc/locks. It is the process
-// that took the lock: a child that inherited the descriptor can keep it beyond that one's end.
-// Nothing if nobody holds it, if the holder lies outside this PID namespace, or if the file is not
-// there. Never waits: neither for the lock nor for the holder.
+// Returns the process that took the flock() lock on the file at `path`, from /proc/locks. A child
+// that inherited the descriptor can keep the lock after that process has ended. Nothing if the lock
+// is free, if the holder is outside this PID namespace, or if there is no such file. Never waits.
 std::optional<LockHolder> holder_of_lock(const char* path);
 
-// The same from the text of /proc/locks: the PID, or nothing. Those that wait for the lock, and the
-// locks that fcntl() takes, do not count.
+// The same from the text of /proc/locks: the PID, or nothing. Ignores processes that wait for the
+// lock, and fcntl() locks.
 std::optional<int> holder_in(std::istream& locks, dev_t device, ino_t inode);
 
 #endif

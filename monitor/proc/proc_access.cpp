@@ -22,8 +22,8 @@ std::string proc_trouble() {
   if (proc.get() < 0) return std::string("/proc: ") + std::strerror(errno);
   const std::string own = open_trouble("/proc/self/cmdline");
   if (!own.empty()) return own;
-  // Process 1 always runs, and everybody may read its command line, unless /proc is mounted so that
-  // it hides the processes of other users.
+  // Process 1 always runs, and every user may read its command line, unless /proc is mounted with
+  // hidepid.
   const int error = open_error("/proc/1/cmdline");
   if (error == 0) return "";
   const bool hidden = error == ENOENT || error == EACCES || error == EPERM;

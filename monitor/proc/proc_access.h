@@ -1,18 +1,17 @@
-// Whether /proc shows what items look for there: many of them answer "nothing there" when they
-// cannot look.
+// Checks whether /proc is readable, because many items report "no process" if it is not.
 #ifndef MONITOR_PROC_ACCESS_H
 #define MONITOR_PROC_ACCESS_H
 
 #include <string>
 
-// Why the processes of this machine cannot be seen, or not all of them; empty if they can. Opens as
-// much at one time as a walk over /proc does.
+// Why not all processes of this machine are visible; empty if they are. Opens as many files at the
+// same time as a search of /proc does.
 std::string proc_trouble();
 
-// 0 if the file or folder can be opened to read, else the errno.
+// 0 if the file or directory can be opened for reading, else the errno.
 int open_error(const std::string& path);
 
-// Why this file cannot be opened to read: "/proc/stat: Permission denied"; empty if it can.
+// Why this file cannot be opened for reading: "/proc/stat: Permission denied"; empty if it can.
 std::string open_trouble(const std::string& path);
 
 #endif

@@ -1,4 +1,4 @@
-// Processes in whose files under /proc calls hang: searches pass over them for as long.
+// Processes whose files under /proc block reads; searches skip them for that time.
 #ifndef MONITOR_STUCK_PROCESSES_H
 #define MONITOR_STUCK_PROCESSES_H
 

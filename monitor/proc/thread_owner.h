@@ -1,4 +1,4 @@
-// The process that a thread belongs to.
+// Finds the process of a thread.
 #ifndef MONITOR_THREAD_OWNER_H
 #define MONITOR_THREAD_OWNER_H
 
@@ -7,11 +7,11 @@
 
 struct ThreadOwner {
   int pid;
-  std::string command_line;  // arguments with single blanks between; "[name]" where there are none
+  std::string command_line;  // arguments joined by single spaces; "[name]" if there are none
 };
 
-// Nothing if the thread has gone. Waits for as long as the kernel keeps the files from being read,
-// which can be for good where a thread of the process hangs: not for the main thread.
+// Nothing if the thread has ended. Waits while the kernel blocks reads of the files, possibly
+// forever if a thread of the process hangs. Do not call it on the main thread.
 std::optional<ThreadOwner> owner_of_thread(int tid);
 
 #endif

@@ -1,4 +1,4 @@
-// A descriptor with an owner, and the one way to open a file.
+// An owner for a descriptor, and the only function that opens files for reading.
 #ifndef MONITOR_UNIQUE_FD_H
 #define MONITOR_UNIQUE_FD_H
 
@@ -25,7 +25,7 @@ class UniqueFd {
   int fd_;
 };
 
-// Opens a file or folder to read it. No command that the monitor starts inherits it.
+// Opens a file or directory for reading, close-on-exec.
 inline UniqueFd open_to_read(const char* path, int further_flags = 0) noexcept {
   return UniqueFd(open(path, O_RDONLY | O_CLOEXEC | further_flags));
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-// Which argument of a system call names the file, and how.
+// The argument of a system call that identifies the file, and its kind.
 enum class Names { kNothing, kDescriptor, kPath };
 struct CallRow {
   long number;
@@ -44,10 +44,10 @@ std::string path_of_descriptor(unsigned long fd) {
   return length > 0 ? std::string(path, static_cast<size_t>(length)) : "";
 }
 
-// Our own memory, but another thread's text: read in a way that cannot fault.
+// Reads text of another thread of this process, in a way that cannot fault.
 std::string text_at(unsigned long address) {
   char text[PATH_MAX];
-  // The text can end just before a page that is not mapped: page by page, up to its end.
+  // Reads page by page, because the page after the text may not be mapped.
   size_t got = 0;
   while (got < sizeof text) {
     const size_t page_left = 4096 - (address + got) % 4096;
@@ -86,7 +86,7 @@ std::optional<WaitPlace> wait_place_of(int tid) {
   const std::optional<std::string> line =
       read_proc_file("/proc/self/task/" + std::to_string(tid) + "/syscall");
   if (!line) return std::nullopt;
-  // "0 0x5 0x7f... ...": the number, then six arguments; or "running".
+  // "0 0x5 0x7f... ...": the call's number, then six arguments; or "running".
   char* rest = nullptr;
   const long number = std::strtol(line->c_str(), &rest, 10);
   if (rest == line->c_str()) return std::nullopt;

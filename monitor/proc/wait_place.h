@@ -1,4 +1,4 @@
-// Where a thread of this process waits in the kernel.
+// Finds the system call in which a thread of this process waits.
 #ifndef MONITOR_WAIT_PLACE_H
 #define MONITOR_WAIT_PLACE_H
 
@@ -7,15 +7,14 @@
 
 struct WaitPlace {
   std::string call;        // "read"
-  std::string path;        // the file it waits for; empty if it cannot be told
-  std::optional<int> pid;  // the process whose file under /proc that is
+  std::string path;        // the file it waits for; empty if unknown
+  std::optional<int> pid;  // the process, if the file is in its /proc directory
 
   // "in read of /proc/77/cmdline (process 77, "name")"
   std::string text() const;
 };
 
-// What the thread is waiting in, from /proc/self/task/<tid>/syscall; nothing if it runs, or if that
-// cannot be told.
+// From /proc/self/task/<tid>/syscall; nothing if the thread is running or the file cannot be read.
 std::optional<WaitPlace> wait_place_of(int tid);
 
 #endif

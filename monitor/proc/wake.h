@@ -1,4 +1,4 @@
-// The one event for which the main thread sleeps.
+// The event that wakes the main thread.
 #ifndef MONITOR_WAKE_H
 #define MONITOR_WAKE_H
 
@@ -10,27 +10,27 @@
 
 #include "proc/unique_fd.h"
 
-// Set on any thread, and in signal handlers: something has happened, look at everything. A single
-// descriptor, since a monitor has to work where descriptors are short.
+// Any thread or signal handler sets it; the main thread then checks everything. Needs only one
+// descriptor, because a monitor must work when descriptors are short.
 class Wake {
  public:
   Wake() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-  // False, with errno set, if no descriptor was left.
+  // False, with errno set, if no descriptor is available.
   bool ready() const { return fd_.get() >= 0; }
 
-  // Readable from set() to clear().
+  // Readable after set() until clear().
   int fd() const { return fd_.get(); }
 
   void set() const noexcept {
     const int saved_errno = errno;
     const uint64_t one = 1;
-    // Cannot fail in a way that matters: a full counter is readable as well.
+    // An error does not matter: a full counter is also readable.
     [[maybe_unused]] const ssize_t written = write(fd(), &one, sizeof one);
     errno = saved_errno;
   }
 
-  // Call before looking: what happens from then on sets it again.
+  // Call it before the checks, so that later events set it again.
   void clear() const noexcept {
     uint64_t ignored;
     [[maybe_unused]] const ssize_t got = read(fd(), &ignored, sizeof ignored);

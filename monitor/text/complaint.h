@@ -5,19 +5,19 @@
 #include <string>
 
 constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;  // an item failed, or what is needed is not there
-constexpr int kExitUsage = 2;   // the command line or the configuration is at fault
+constexpr int kExitFailed = 1;  // an item failed, or something required is missing
+constexpr int kExitUsage = 2;   // wrong command line or configuration
 
-// What to say where a pattern of the command line matches nothing but the command that holds it.
-constexpr char kOnlyMatchIsSelf[] = "the only match is this mirt-monitor itself";
+// The message if a pattern on the command line matches only this process.
+constexpr char kOnlyMatchIsSelf[] = "the only match is this mirt-monitor process";
 
-// One line on standard error, with the program's name.
+// Writes one line with the program's name to standard error.
 void complain(const std::string& text);
 
 // "cannot write standard output: No space left on device"
 std::string output_trouble(int error);
 
-// The same as a complaint, of output that was lost for this reason (an errno).
+// Reports that output was lost; error is the errno.
 void complain_of_output(int error);
 
 #endif

@@ -1,4 +1,4 @@
-// JSON as this program writes it.
+// JSON output.
 #ifndef MONITOR_JSON_TEXT_H
 #define MONITOR_JSON_TEXT_H
 
@@ -7,7 +7,7 @@
 
 using Json = nlohmann::ordered_json;
 
-// On one line. Names and reasons can hold any bytes: what is no UTF-8 comes out as U+FFFD.
+// JSON on one line. Names and reasons can contain any bytes; invalid UTF-8 becomes U+FFFD.
 inline std::string json_text(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

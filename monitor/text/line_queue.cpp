@@ -11,11 +11,11 @@
 
 namespace {
 
-// How often a thread that waits for the reader looks whether it is to give up.
+// A thread that waits for the reader checks at this interval whether it must give up.
 constexpr int kLookMs = 50;
 
-// How long the thread may take to end once it was told to give up. In a write() that blocks it
-// takes for ever.
+// The time in which the thread must end after the request to give up. It never ends in a blocked
+// write().
 constexpr std::chrono::milliseconds kToGiveUp{200};
 
 }  // namespace
@@ -73,8 +73,8 @@ bool LineQueue::is_empty() const {
   return ordinary_.lines.empty() && lasting_.lines.empty() && !loss_.any();
 }
 
-// The older of the two lanes' first lines; a loss comes before everything else. With memory too
-// short to tell of a loss the loss goes on being counted.
+// Returns a line about lost lines if there are any, else the older of the two lanes' first lines.
+// If memory is too short for the line about the loss, the loss stays counted.
 std::string LineQueue::next_line() {
   if (loss_.any()) {
     try {
@@ -106,11 +106,11 @@ void LineQueue::write_lines() {
   ended_.notify_all();
 }
 
-// False when nothing more can be written, or it was told to give up.
+// False if nothing more can be written, or after the request to give up.
 bool LineQueue::write_whole(const std::string& line) {
   for (size_t written = 0; written < line.size();) {
     if (!wait_until_writable()) return false;
-    // A pipe that poll() calls writable takes PIPE_BUF bytes without blocking.
+    // If poll() reports a pipe as writable, a write of PIPE_BUF bytes does not block.
     const size_t chunk = std::min<size_t>(line.size() - written, PIPE_BUF);
     const ssize_t got = write(fd_, line.data() + written, chunk);
     if (got > 0) {
@@ -127,8 +127,8 @@ bool LineQueue::wait_until_writable() const {
   while (!give_up_) {
     pollfd writable{fd_, POLLOUT, 0};
     const int count = poll(&writable, 1, kLookMs);
-    if (count > 0) return true;                    // an error too: write() then tells which
-    if (count < 0 && errno != EINTR) return true;  // write() then waits instead
+    if (count > 0) return true;                    // also on an error, which write() then returns
+    if (count < 0 && errno != EINTR) return true;  // then write() waits
   }
   return false;
 }
@@ -160,7 +160,7 @@ unsigned long LineQueue::finish(std::chrono::milliseconds limit) {
   if (!has_ended) {
     give_up_ = true;
     has_ended = ended_.wait_for(lock, kToGiveUp, [&] { return has_ended_; });
-    lost = 1;  // the line that the thread was at
+    lost = 1;  // the line that the thread is writing
   }
   if (!closed_) {
     lost += ordinary_.lines.size() + lasting_.lines.size() + loss_.ordinary + loss_.lasting;

@@ -1,4 +1,4 @@
-// Lines on their way to a descriptor whose reader may be slow, or may have stopped.
+// Writes lines to a descriptor whose reader may be slow or may have stopped.
 #ifndef MONITOR_LINE_QUEUE_H
 #define MONITOR_LINE_QUEUE_H
 
@@ -13,14 +13,14 @@
 
 #include "proc/wake.h"
 
-// A bounded queue with a thread that writes. push() never waits for the reader. Lines come out in
-// the order in which they were pushed.
+// A bounded queue with a thread that writes. push() never waits for the reader. The order of the
+// lines is kept.
 class LineQueue {
  public:
   enum class Weight { kOrdinary, kLasting };
 
-  // What is kept while the reader does not read: the newest ordinary lines, and apart from them the
-  // first lasting ones, each up to a number of lines and of bytes.
+  // Limits while the reader does not read: the queue keeps the newest ordinary lines and,
+  // separately, the oldest lasting lines.
   static constexpr size_t kMostOrdinary = 1000, kMostLasting = 10000;
   static constexpr size_t kMostOrdinaryBytes = size_t{1} << 20,
                           kMostLastingBytes = size_t{16} << 20;
@@ -31,30 +31,29 @@ class LineQueue {
   };
   using LossText = std::string (*)(const Loss&);
 
-  // Starts the thread. The descriptor is not owned. `loss_text` makes the line that tells of lost
-  // lines; it comes before the first line that gets through after the loss. `wake` is set when the
-  // output is closed.
+  // Starts the thread. Does not own the descriptor. `loss_text` returns the line about lost lines,
+  // which is written before the first line after the loss. `wake` is set when the output is closed.
   LineQueue(int fd, LossText loss_text, const Wake& wake);
   ~LineQueue();
   LineQueue(const LineQueue&) = delete;
   LineQueue& operator=(const LineQueue&) = delete;
 
-  // False, with errno set, if no thread was left.
+  // False, with errno set, if the thread could not be started.
   bool ready() const { return thread_.joinable(); }
 
-  // On any thread. The newline is added. Without memory the line counts as lost.
+  // On any thread. Adds the newline. If memory is short, the line counts as lost.
   void push(std::string line, Weight weight) noexcept;
 
-  // True once the reader has gone or the output failed; nothing is written from then on.
+  // True after the reader closed the output or the output failed; nothing is written any more.
   bool closed() const;
-  // Why it failed; 0 as long as it has not, and when the reader has merely gone.
+  // The errno of the failure; 0 if there is none or the reader closed the output.
   int error() const;
-  // Writes what is left, for `limit` at most, and ends the thread. Returns the number of lines that
-  // were lost for good because the reader did not read. Push nothing afterwards.
+  // Writes the remaining lines, for at most `limit`, and ends the thread. Returns the number of
+  // lines that were lost because the reader did not read. Do not push afterwards.
   unsigned long finish(std::chrono::milliseconds limit);
 
-  // True after finish() if the thread is stuck in a write that does not return: the process must
-  // then end by _exit().
+  // True after finish() if the thread is stuck in a write that does not return. The process must
+  // then call _exit().
   bool stuck() const { return stuck_; }
 
  private:

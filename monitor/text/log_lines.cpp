@@ -23,20 +23,20 @@ void write_log(std::string line, LineQueue::Weight weight) {
     return;
   }
   line += '\n';
-  // One write a line, so that lines of several threads do not mix.
+  // One write() per line, so that lines of several threads do not mix.
   ssize_t written;
   do written = write(STDERR_FILENO, line.data(), line.size());
   while (written < 0 && errno == EINTR);
 }
 
-// "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..." Called from C:
-// nothing may be thrown through it.
+// "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..." Called from C,
+// so it must not throw.
 void write_record(const KELV_LOG_RECORD_S* record) try {
   const std::string text = std::to_string(record->module) + " " + record->file + ":" +
                            std::to_string(record->line) + " " + record->function + ": " +
                            record->text;
   write_log(log_text(kelvlog_level_name(record->level), text), LineQueue::Weight::kOrdinary);
-} catch (...) {  // no memory: the record is lost
+} catch (...) {  // out of memory: the record is lost
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Log records as lines on standard error.
+// Writes log records as lines to standard error.
 #ifndef MONITOR_LOG_LINES_H
 #define MONITOR_LOG_LINES_H
 
@@ -6,17 +6,19 @@
 
 #include "text/line_queue.h"
 
-// From here on the records of the platform's log go to standard error in the monitor's own form.
+// Writes later records of the platform's log to standard error in the monitor's format.
 void log_as_lines();
 
-// From here on log lines go through this queue, so that nobody waits for the reader of standard
-// error; with null they are written at once, as at first. The queue must outlive every item call.
+// Sends later log lines through this queue, so that no thread waits for the reader of standard
+// error. Null restores the initial state: lines are written directly. The queue must outlive every
+// item call.
 void log_through(LineQueue* queue);
 
-// One line of the monitor's own, on any thread. `level` as the platform's log has it: "warning".
+// Logs one line of the monitor, on any thread. `level` is a level name of the platform's log:
+// "warning".
 void log_line(const char* level, const std::string& text);
 
-// The line that tells of log lines that were lost.
+// The line about lost log lines.
 std::string log_loss_text(const LineQueue::Loss& loss);
 
 #endif

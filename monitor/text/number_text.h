@@ -4,7 +4,7 @@
 
 #include <string>
 
-// "10" or "0.5": up to ten significant digits, none superfluous.
+// "10" or "0.5": up to ten significant digits, without trailing zeros.
 std::string number_text(double number);
 
 #endif

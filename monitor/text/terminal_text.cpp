@@ -14,7 +14,7 @@ bool within(char byte, unsigned char least, unsigned char most) {
   return value >= least && value <= most;
 }
 
-// How many bytes a character takes whose first one is this; 0 if none begins so.
+// The length of a character with this first byte; 0 if the byte cannot be the first.
 size_t length_by_first(char first) {
   if (within(first, 0x00, 0x7F)) return 1;
   if (within(first, 0xC2, 0xDF)) return 2;
@@ -22,8 +22,7 @@ size_t length_by_first(char first) {
   return within(first, 0xF0, 0xF4) ? 4 : 0;
 }
 
-// Whether the second byte rules out longer spellings of a shorter character, halves of pairs, and
-// what lies beyond the last character.
+// False if the second byte means an overlong encoding, a surrogate, or a value above U+10FFFF.
 bool second_fits(char first, char second) {
   switch (static_cast<unsigned char>(first)) {
     case 0xE0:
@@ -39,7 +38,7 @@ bool second_fits(char first, char second) {
   }
 }
 
-// The length of the character that the text begins with, 0 if that is no well-formed one.
+// The length of the character at the start of the text; 0 if it is not valid UTF-8.
 size_t character_length(std::string_view text) {
   const size_t length = length_by_first(text.front());
   if (length == 0 || length > text.size()) return 0;
@@ -50,7 +49,7 @@ size_t character_length(std::string_view text) {
              : 0;
 }
 
-// C0, DEL, and C1 in its two bytes.
+// C0, DEL, and C1 in its two-byte form.
 bool is_control(std::string_view character) {
   const char first = character.front();
   return within(first, 0x00, 0x1F) || first == 0x7F ||

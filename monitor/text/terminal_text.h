@@ -1,4 +1,4 @@
-// Text of others made fit for a terminal, and laid out on it.
+// Makes foreign text safe for a terminal and aligns it in columns.
 #ifndef MONITOR_TERMINAL_TEXT_H
 #define MONITOR_TERMINAL_TEXT_H
 
@@ -6,24 +6,24 @@
 #include <string>
 #include <vector>
 
-// Names, reasons and files can hold what somebody else chose: nothing may reach the terminal as a
-// command to it. Control characters and bytes that are no UTF-8 become "?", one each.
+// Replaces each control character and each byte that is not valid UTF-8 by "?". Names, reasons and
+// files can contain text chosen by other users, which must not control the terminal.
 std::string printable(const std::string& text);
 
-// Where the first byte stands that is no UTF-8; npos if there is none.
+// The position of the first byte that is not valid UTF-8; npos if there is none.
 size_t first_malformed(const std::string& text);
 
-// Columns on a terminal that UTF-8 text takes, wide characters aside.
+// The number of terminal columns of UTF-8 text; wide characters count as one column.
 size_t width_of(const std::string& text);
 
-// The text with spaces behind or before it up to `width` columns; longer text stays as it is.
+// Pads the text with spaces on the right or left to `width` columns; longer text is unchanged.
 std::string left(const std::string& text, size_t width);
 std::string right(const std::string& text, size_t width);
 
-// As many whole characters as fit into `width` columns.
+// Truncates the text to the whole characters that fit into `width` columns.
 std::string cut(const std::string& text, size_t width);
 
-// The cells of one line, two spaces apart, none behind the last.
+// Joins the cells of one line with two spaces, without spaces after the last.
 std::string joined_cells(const std::vector<std::string>& cells);
 
 #endif

@@ -11,8 +11,8 @@ bool same_letter(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
 }
 
-// Insertions, deletions, replacements and swaps of two neighbours between the two; case does not
-// count as a difference.
+// The number of insertions, deletions, replacements and swaps of neighbours between the two words,
+// ignoring case.
 size_t edit_distance(std::string_view a, std::string_view b) {
   std::vector<size_t> before_last, last, row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
@@ -33,7 +33,7 @@ size_t edit_distance(std::string_view a, std::string_view b) {
 }  // namespace
 
 std::string_view nearest(std::string_view word, const std::vector<std::string_view>& candidates) {
-  constexpr size_t kLongestWord = 64;  // nobody mistypes a name into a page of text
+  constexpr size_t kLongestWord = 64;  // a longer word is not a misspelt name
   std::string_view best;
   size_t best_distance = kLongestWord;
   if (word.size() > kLongestWord) return best;

@@ -1,4 +1,4 @@
-// How messages speak of words: what was found, and what it should have been.
+// Parts of messages about unknown words.
 #ifndef MONITOR_WORDING_H
 #define MONITOR_WORDING_H
 
@@ -6,20 +6,20 @@
 #include <string_view>
 #include <vector>
 
-// The candidate with the fewest edits to `word`, or an empty text if even that one differs in more
-// than a third of its letters.
+// The candidate with the fewest edits to `word`; empty if even that one differs in more than a
+// third of its letters.
 std::string_view nearest(std::string_view word, const std::vector<std::string_view>& candidates);
 
-// ", did you mean "period"?" or nothing: the end of a message about an unknown word.
+// ", did you mean "period"?" or empty: the end of a message about an unknown word.
 std::string did_you_mean(std::string_view word, const std::vector<std::string_view>& candidates);
 
-// The same, but with all candidates where none is near: ", expected one of name, period".
+// The same, but lists all candidates if none is similar: ", expected one of name, period".
 std::string expected_one_of(std::string_view word, const std::vector<std::string_view>& candidates);
 
 // The text in quotation marks.
 std::string in_quotes(std::string_view text);
 
-// The words with commas between them.
+// The words, separated by commas.
 std::string joined(const std::vector<std::string_view>& words);
 
 #endif
