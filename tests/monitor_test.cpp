@@ -105,7 +105,7 @@ a.toml:6: parameter 2 of IsExistProcessPreCmd is named "Precmd", expected "PreCm
 a.toml:11: value holds a NUL character, expected text without one
 a.toml:11: no parameter "ProcessName" for ProcessHeartBeat, expected it
 a.toml:11: no parameter "ProcessMoudleId" for ProcessHeartBeat, expected it
-a.toml:11: superfluous parameter "x", expected at most 2 for ProcessHeartBeat
+a.toml:11: unexpected parameter "x", expected at most 2 for ProcessHeartBeat
 a.toml:12: no key "command" in [recovery], expected a string
 )"},
       {kTicking + "[instance.alarm]\nabove = 1\nbelow = 2\nfor = 0\n" +
@@ -216,7 +216,7 @@ TEST_F(MonitorTest, OnceKeepsOneContextOverItsRounds) {
   EXPECT_EQ(monitor.await({{"state", "ok"}})["value"], 75.0);
   for (int i = 0; i < 2; ++i) {
     const Json record = monitor.await({{"answer", 0.0}});
-    EXPECT_EQ(record["detail"], "/proc/stat shows no time since the call before");
+    EXPECT_EQ(record["detail"], "/proc/stat shows no ticks since the previous call");
     EXPECT_EQ(record["state"], "unjudged");
   }
   monitor.end(1);

@@ -1,4 +1,4 @@
-// When the answers of an instance are worth an alarm, and what is sent then.
+// The conditions of an alarm, and what is sent when it is raised.
 #ifndef MONITOR_ALARM_RULE_H
 #define MONITOR_ALARM_RULE_H
 
@@ -10,7 +10,7 @@
 #include "item/params.h"
 #include "item/state.h"
 
-// The item that a raised alarm calls, its values not filled in yet.
+// The item that a raised alarm calls; its placeholders are not filled in yet.
 struct AlarmReport {
   const ItemRow* item = nullptr;
   std::vector<Param> params;
@@ -21,8 +21,8 @@ enum class Severity { kWarning, kCritical };
 // "warning" or "critical"
 const char* severity_name(Severity severity);
 
-// For how long something must hold: for a number of calls in a row, or, if `seconds` is not 0, for
-// that time.
+// How long a condition must last: a number of consecutive calls, or that time if `seconds` is not
+// 0.
 struct Hold {
   unsigned calls = 1;
   double seconds = 0.0;
@@ -36,12 +36,12 @@ struct AlarmRule {
 
   Condition condition = Condition::kNone;  // of a measured value
   double bound = 0.0;
-  std::optional<double> clear_bound;  // once raised the condition is that with this bound
-  std::vector<State> states;          // each of these counts like the condition
-  Hold raise_after;                   // with the condition or such a state
-  Hold clear_after;                   // measured without it
+  std::optional<double> clear_bound;  // bound of the condition while the alarm is raised
+  std::vector<State> states;          // each of these states also meets the condition
+  Hold raise_after;                   // with the condition or one of the states
+  Hold clear_after;                   // measured without the condition
   Severity severity = Severity::kCritical;
-  std::vector<std::string> alerts;  // the names of the [alert.NAME] that are told
+  std::vector<std::string> alerts;  // the names of the [alert.NAME] tables to use
   std::optional<AlarmReport> report;
 };
 

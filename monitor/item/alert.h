@@ -1,4 +1,4 @@
-// Whom an alarm is told, as configured in [alert.NAME].
+// A receiver of alarms, from a table [alert.NAME].
 #ifndef MONITOR_ALERT_H
 #define MONITOR_ALERT_H
 
@@ -14,8 +14,8 @@ struct Alert {
   double timeout_s = 30.0;           // of the command
   std::string webhook;               // "http://..."; empty: none
   std::optional<AlarmReport> report;
-  double repeat_s = 0.0;  // a reminder this often while an alarm lasts; 0: none
-  unsigned line = 0;      // of its table in the file
+  double repeat_s = 0.0;  // interval of reminders while an alarm lasts; 0: none
+  unsigned line = 0;      // line of its table in the file
 };
 
 #endif

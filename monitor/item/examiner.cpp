@@ -22,18 +22,18 @@
 
 namespace {
 
-// Shares of the machine cannot be above 100 %. Ticks are counted at slightly different moments, so
-// a little more is possible; more than this is the lifetime of a process over one interval.
+// A share of the machine cannot exceed 100 %, except slightly, because ticks are read at different
+// moments. A higher value is a process's whole run time divided by one interval.
 constexpr double kMostPercent = 150.0;
 
 Finding ok() {
   return {};
 }
 
-// What the overlays of the context record begin with: a heartbeat, or two counters of ticks.
+// The start of a context overlay: a heartbeat, or two tick counters.
 constexpr size_t kHeartbeatBytes = 8, kTicksBytes = 16;
 
-// How long the kernel may take to count that a thread runs: three of its ticks.
+// The kernel updates a thread's run time within three ticks.
 constexpr std::chrono::milliseconds kTicks{30};
 
 Finding absent(std::string why) {
@@ -44,7 +44,7 @@ Finding unjudged(std::string why) {
   return {State::kUnjudged, std::move(why)};
 }
 
-// The context overlays of items that follow a process begin with its id.
+// The process id at the start of an item's context.
 int pid_in(const FI_CONTEXT_S& context) {
   int pid;
   std::memcpy(&pid, context.contextbuff, sizeof pid);
@@ -59,7 +59,7 @@ bool is_share_of_machine(const ItemRow& item) {
   return item.source.subject == Subject::kMachine || item.source.subject == Subject::kProcess;
 }
 
-// Why a percentage cannot be right; empty if it can.
+// Why a percentage is impossible; empty if it is possible.
 std::string absurdity(const ItemRow& item, double value) {
   if (!is_share_of_machine(item) || std::strcmp(item.source.file, "fd") == 0) return "";
   const std::string unit = item.unit;
@@ -67,7 +67,7 @@ std::string absurdity(const ItemRow& item, double value) {
                       : unit == "% core" ? kMostPercent * get_nprocs()
                                          : 0;
   if (most == 0 || value <= most) return "";
-  return number_text(value) + " % is more than there can be: a file could not be read in between";
+  return number_text(value) + " % is more than possible: a file could not be read during a call";
 }
 
 Finding failed(const ItemRow& item, const std::vector<Param>& params) {
@@ -82,7 +82,7 @@ Finding failed(const ItemRow& item, const std::vector<Param>& params) {
 
 Finding action(double value) {
   if (value == 0.0) return ok();
-  return {State::kFailed, "the item returned " + number_text(value) + ": it did not act"};
+  return {State::kFailed, "the item returned " + number_text(value) + ": the action failed"};
 }
 
 const std::string* value_of(const std::vector<Param>& params, const char* name) {
@@ -138,7 +138,8 @@ bool Examiner::context_changed(const FI_CONTEXT_S& context, size_t length) const
   return std::memcmp(context_before_, context.contextbuff, length) != 0;
 }
 
-// No memory in use at all, or no tick since the call before: the file was not read in this call.
+// No memory in use, or no tick since the previous call, means that this call could not read the
+// file.
 Finding Examiner::machine(const FI_CONTEXT_S& context, double value) const {
   if (!trouble_before_.empty()) return unjudged(trouble_before_);
   const std::string trouble = open_trouble(item_.source.file);
@@ -147,7 +148,7 @@ Finding Examiner::machine(const FI_CONTEXT_S& context, double value) const {
   if (value != 0.0 || std::strcmp(item_.unit, "%") != 0) return ok();
   if (counts_ticks && context_changed(context, kTicksBytes)) return ok();
   return unjudged(std::string(item_.source.file) +
-                  (counts_ticks ? " shows no time since the call before" : " shows no memory"));
+                  (counts_ticks ? " shows no ticks since the previous call" : " shows no memory"));
 }
 
 Finding Examiner::existence(double value) const {
@@ -156,7 +157,7 @@ Finding Examiner::existence(double value) const {
   return finding.state == State::kAbsent ? ok() : finding;
 }
 
-// The item answers "runs" without having looked unless the pre-command printed the right words.
+// Unless the pre-command printed the expected words, the item reports "runs" without a search.
 Finding Examiner::pre_command() const {
   std::string output = pre_command_output();
   const std::string& words = params_[2].value;
@@ -166,7 +167,7 @@ Finding Examiner::pre_command() const {
   const std::string what = trouble.empty() ? "the pre-command printed " + in_quotes(output) +
                                                  ", expected " + in_quotes(words)
                                            : "the pre-command failed (" + trouble + ")";
-  return unjudged(what + ": the process was not looked for");
+  return unjudged(what + ", so the item did not search for the process");
 }
 
 Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
@@ -176,7 +177,8 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   if (around_.ignore_self && item_.source.match == Match::kWildcard && pid == getpid()) {
     return processes(matches());
   }
-  // Among several processes the highest counts. Only root may read the open files of all.
+  // The highest value of several processes counts. Only root may read the open files of all
+  // processes.
   if (value > 0.0 && (follows_one || !is_handles || geteuid() == 0)) return ok();
   if (pid > 0 && (follows_one || !is_handles)) {
     Finding finding = one_process(pid);
@@ -190,7 +192,7 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   return processes(found);
 }
 
-// Of several processes one that cannot be read makes the highest value uncertain.
+// If one of several processes cannot be read, the highest value is uncertain.
 Finding Examiner::processes(const std::vector<int>& pids) const {
   if (around_.ignore_self && pids == std::vector<int>{getpid()}) {
     return absent(kOnlyMatchIsSelf);
@@ -211,7 +213,7 @@ Finding Examiner::one_process(int pid) const {
   const int error = open_error(path);
   if (error == ENOENT || error == ESRCH) return absent(process_text(pid) + " has ended");
   if (error != 0) {
-    return unjudged(process_text(pid) + " cannot be read: " + path + ": " + std::strerror(error));
+    return unjudged("cannot read " + process_text(pid) + ": " + path + ": " + std::strerror(error));
   }
   const bool unlimited = std::strcmp(item_.source.file, "fd") == 0 && has_unlimited_handles(pid);
   return unlimited ? unjudged(process_text(pid) + " has no limit of open files") : ok();
@@ -246,7 +248,7 @@ Finding Examiner::heartbeat(const FI_CONTEXT_S& context, double value) {
   return changed || value == 0.0 ? ok() : unchanged_heartbeat(entry);
 }
 
-// The item answered "fine" although the heartbeat is that of the call before.
+// The item reported no problem although the heartbeat did not change since the previous call.
 Finding Examiner::unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) const {
   if (entry.processid == MIRT_AGENT_HEART_NO_PROCESS) {
     return unjudged("no process has registered for module " + std::to_string(entry.pid));
@@ -263,11 +265,11 @@ Finding Examiner::unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) cons
   if (entry.flowid == MIRT_AGENT_HEART_NO_FLOW) {
     return unjudged("the heartbeat did not change, and its owner has set no flow id");
   }
-  // It has only just come to be as it is, or the item looks at a table that has been replaced.
+  // The entry has just changed, or the table was replaced and the item still uses the old one.
   return unjudged("the item did not judge " + process_text(owner));
 }
 
-// Notes how the owner fares, for the next call to compare with.
+// Records the owner's state for the comparison in the next call.
 void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still) {
   const auto before = looked_;
   looked_ = std::chrono::steady_clock::now();
@@ -285,7 +287,7 @@ void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_s
                    still_waiting(static_cast<int>(owner_), owner_times_), looked_ - before);
 }
 
-// The item found no process: because there is none, or because it could not look?
+// The item found no process. Decides whether there is none or the search was incomplete.
 Finding Examiner::nothing_found() const {
   const std::string trouble = search_trouble();
   if (!trouble.empty()) return unjudged(trouble);
@@ -306,7 +308,7 @@ std::vector<int> Examiner::matches() const {
   return found.value_or(std::vector<int>());
 }
 
-// The same process under the same command line still matches: one file instead of all.
+// If the known process still has the same command line, it matches: reads one file instead of all.
 bool Examiner::still_matches() {
   if (known_pid_ == 0) return false;
   if (read_proc_file(proc_path(known_pid_, "cmdline")) == known_cmdline_) return true;

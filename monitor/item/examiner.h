@@ -1,7 +1,8 @@
-// Whether an answer says what it seems to say.
+// Checks whether an item's result is meaningful.
 //
-// By their contract many items answer "nothing there" or "all is well" when they could not look.
-// The examiner looks for itself, before and after the call, and never changes what the item sees.
+// By design many items report "no process" or "no problem" if they could not read what they
+// measure. The examiner checks this itself, before and after the call, and never changes the item's
+// input.
 #ifndef MONITOR_EXAMINER_H
 #define MONITOR_EXAMINER_H
 
@@ -20,22 +21,21 @@
 #include "proc/heartbeat_entry.h"
 #include "proc/stuck_processes.h"
 
-// What all examiners share.
+// Data that all examiners share.
 struct Surroundings {
-  const ProcessLibrary* library = nullptr;  // null if the plug-in lacks these functions
+  const ProcessLibrary* library = nullptr;  // null if the plug-in does not export these functions
   const StuckProcesses* stuck = nullptr;
-  bool ignore_self = false;  // a pattern came from our own command line, which it matches
+  bool ignore_self = false;  // the pattern is in our own command line, so it matches this process
 };
 
-// What a heartbeat's owner did between the last two calls, as far as its heartbeat does not show
-// it.
+// What a heartbeat's owner did between the last two calls, beyond its heartbeat.
 struct OwnerLook {
-  bool has_moved = false;              // it is another process, or at work on something else
-  std::chrono::nanoseconds waited{0};  // the longest that one of its threads wanted a processor
+  bool has_moved = false;              // another process, or another flow id
+  std::chrono::nanoseconds waited{0};  // the longest wait of one of its threads for a processor
 };
 
-// Of one item instance. before() and after() run on the thread that calls the item; they read a few
-// files under /proc, and search all processes only where the item found none.
+// Belongs to one item instance. before() and after() run on the thread that calls the item. They
+// read a few files under /proc, and search all processes only if the item found none.
 class Examiner {
  public:
   // The parameters and the surroundings must outlive the examiner.
@@ -45,7 +45,7 @@ class Examiner {
   void before(const FI_CONTEXT_S& context);
   Finding after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
 
-  // After a call that found a heartbeat standing still.
+  // For a call that found an unchanged heartbeat.
   const OwnerLook& owner_look() const { return owner_look_; }
 
  private:
@@ -72,9 +72,9 @@ class Examiner {
   const Surroundings& around_;
   std::string trouble_before_;
   char context_before_[16] = {};
-  int known_pid_ = 0;              // a process that matched when it was last looked at
-  std::string known_cmdline_;      // its command line then
-  uint32_t owner_ = 0, flow_ = 0;  // of the heartbeat's entry, when it was last looked at
+  int known_pid_ = 0;              // a process that matched at the last check
+  std::string known_cmdline_;      // its command line at that check
+  uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check
   std::vector<ThreadTimes> owner_times_;
   std::chrono::steady_clock::time_point looked_{};
   OwnerLook owner_look_;

@@ -9,7 +9,7 @@
 #include "item/item_table.h"
 #include "item/params.h"
 
-// A millisecond is as fine as the scheduler waits; more than a year is a slip of the keyboard.
+// The scheduler's resolution is one millisecond; more than a year is probably a typing error.
 constexpr double kLeastSeconds = 0.001;
 constexpr double kMostSeconds = 31622400.0;
 
@@ -18,11 +18,11 @@ struct Instance {
   const ItemRow* item = nullptr;
   std::vector<Param> params;
   double period_s = 1.0;
-  double deadline_s = 10.0;  // beyond the interval that the item measures over by intent
+  double deadline_s = 10.0;  // added to the interval for which the item sleeps to measure
   std::string unit;
   std::vector<AlarmRule> alarms;
-  std::string file;   // in which it is configured; empty: the command line
-  unsigned line = 0;  // of its table in the file
+  std::string file;   // the configuration file; empty: the command line
+  unsigned line = 0;  // line of its table in the file
 };
 
 #endif

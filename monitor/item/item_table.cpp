@@ -42,14 +42,13 @@ constexpr ParamRow kPreCmdRows[] = {
     required("ProcessName", Value::kExact, "the whole command line, exactly"),
     required("PreCmd", Value::kCommand, "shell command that runs first, on every call"),
     required("RetKeyWords", Value::kKeyWords,
-             "what its output must begin with for the process to be looked for")};
+             "the item searches only if the output starts with this text")};
 constexpr ParamRow kDirectoryRows[] = {
     one_free("Directory", Value::kDirectory, "a directory of the file system")};
 constexpr ParamRow kHeartBeatRows[] = {
     required("ProcessName", Value::kShortName, "name of the supervised process, exactly"),
-    required("ProcessMoudleId", Value::kModule,
-             "its module id, decimal: the entry of the heartbeat table")};
-// What these have to be depends on the error code.
+    required("ProcessMoudleId", Value::kModule, "its module id in the heartbeat table, decimal")};
+// The valid values depend on the error code.
 constexpr ParamRow kReportRows[] = {
     required("ErrCode", Value::kAny,
              "0xF0000203 CPU high, 0xF0000204 memory high, 0xF000020F heartbeat lost"),
@@ -57,12 +56,12 @@ constexpr ParamRow kReportRows[] = {
     optional("ResId", Value::kAny, "resource id; the first two codes need it"),
     optional("ProcessName", Value::kAny,
              "process whose heartbeat was lost; the third code needs it"),
-    optional("UserData", Value::kAny, "flow id that the process left"),
+    optional("UserData", Value::kAny, "flow id of the process"),
     optional("RecoverCmd", Value::kAny, "never part of the report")};
 constexpr ParamRow kErrorRows[] = {
     required("ErrCode", Value::kAny, "the error's code, decimal or after 0x")};
-constexpr ParamRow kTargetRows[] = {
-    optional("UserData", Value::kThread, "decimal id to signal; without it app_data is looked up")};
+constexpr ParamRow kTargetRows[] = {optional(
+    "UserData", Value::kThread, "decimal id to signal; default: the first app_data process")};
 
 constexpr ParamList kNothing{nullptr, 0, Lookup::kByPosition, Further::kRefused};
 constexpr ParamList kExact = list(kExactRows, Lookup::kByPosition, Further::kRefused);
@@ -74,7 +73,7 @@ constexpr ParamList kPreCmd = list(kPreCmdRows, Lookup::kByPosition, Further::kR
 constexpr ParamList kDirectory = list(kDirectoryRows, Lookup::kByPosition, Further::kRefused);
 constexpr ParamList kHeartBeat = list(kHeartBeatRows, Lookup::kByName, Further::kRefused);
 constexpr ParamList kReport = list(kReportRows, Lookup::kByName, Further::kAccepted);
-// The item never copies its first parameter into the text, so the code has to be that one.
+// The item never copies its first parameter to the text, so the code must be the first.
 constexpr ParamList kError = list(kErrorRows, Lookup::kByPosition, Further::kAccepted);
 constexpr ParamList kTarget = list(kTargetRows, Lookup::kByPosition, Further::kRefused);
 
@@ -106,61 +105,61 @@ constexpr Source of_process(Match match, const char* file) {
 // clang-format off
 constexpr ItemRow kItems[] = {
     {"GetSysCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone, kStat,
-     "CPU use of the machine since the call before; the first call measures since start-up"},
+     "CPU use of the machine since the previous call; the first call measures since boot"},
     {"GetSysUsrCPU", kFloat, "%", &kNothing, kValue, kNeeded, kNone, kStat,
-     "user-mode share of the machine's CPU time since the call before"},
+     "user-mode share of the machine's CPU time since the previous call"},
     {"GetSysMemory", kFloat, "%", &kNothing, kValue, kUnused, kNone, kMeminfo,
      "memory in use"},
     {"GetSysFreeMemory", kFloat, "MiB", &kNothing, kValue, kUnused, kNone, kMeminfo,
      "free memory"},
     {"GetDiskUsage", kFloat, "%", &kDirectory, kValue, kNeeded, kNone, kDisk,
-     "used share of the file system that holds a directory"},
+     "used share of the file system that contains a directory"},
     {"GetProcessSysCPU", kFloat, "%", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "stat"),
-     "CPU of one process since the call before, of the whole machine"},
+     "CPU of one process since the previous call, of the whole machine"},
     {"GetProcessSysCPUExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kHalf, of_process(Match::kPrefix, "stat"),
-     "highest CPU among processes with that beginning, over 0.5 s, of the whole machine"},
+     "highest CPU of processes with that beginning, over 0.5 s, of the whole machine"},
     {"GetProcessSysCPUFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kHalf, of_process(Match::kWildcard, "stat"),
-     "highest CPU among matching processes, over 0.5 s, of the whole machine"},
+     "highest CPU of matching processes, over 0.5 s, of the whole machine"},
     {"GetProcessSysCPUFuzzyMatchCfgPeriod", kFloat, "%", &kPatternPeriod, kPid, kNeeded, kPeriod, of_process(Match::kWildcard, "stat"),
-     "highest CPU among matching processes, over a given time, of the whole machine"},
+     "highest CPU of matching processes, over a given time, of the whole machine"},
     {"GetProcessCoreCPU", kFloat, "% core", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "stat"),
-     "CPU of one process since the call before, of one core"},
+     "CPU of one process since the previous call, of one core"},
     {"GetProcessCoreCPUExtern", kFloat, "% core", &kPrefix, kPid, kNeeded, kHalf, of_process(Match::kPrefix, "stat"),
-     "highest CPU among processes with that beginning, over 0.5 s, of one core"},
+     "highest CPU of processes with that beginning, over 0.5 s, of one core"},
     {"GetProcessCoreCPUFuzzyMatch", kFloat, "% core", &kPattern, kPid, kNeeded, kHalf, of_process(Match::kWildcard, "stat"),
-     "highest CPU among matching processes, over 0.5 s, of one core"},
+     "highest CPU of matching processes, over 0.5 s, of one core"},
     {"GetProcessCoreCPUFuzzyMatchCfgPeriod", kFloat, "% core", &kPatternPeriod, kPid, kNeeded,
-     kPeriod, of_process(Match::kWildcard, "stat"), "highest CPU among matching processes, over a given time, of one core"},
+     kPeriod, of_process(Match::kWildcard, "stat"), "highest CPU of matching processes, over a given time, of one core"},
     {"GetProcessMemory", kFloat, "MiB", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "status"),
      "resident memory of one process"},
     {"GetProcessMemoryExtern", kFloat, "MiB", &kPrefix, kPid, kNeeded, kNone, of_process(Match::kPrefix, "status"),
-     "highest resident memory among processes with that beginning"},
+     "highest resident memory of processes with that beginning"},
     {"GetProcessMemoryFuzzyMatch", kFloat, "MiB", &kPattern, kPid, kNeeded, kNone, of_process(Match::kWildcard, "status"),
-     "highest resident memory among matching processes"},
+     "highest resident memory of matching processes"},
     {"GetProcessHandle", kFloat, "%", &kExact, kValue, kNeeded, kNone, of_process(Match::kExact, "fd"),
-     "open files of one process, of its limit"},
+     "open files of one process, in percent of its limit"},
     {"GetProcessHandleExtern", kFloat, "%", &kPrefix, kPid, kNeeded, kNone, of_process(Match::kPrefix, "fd"),
-     "highest share of open files among processes with that beginning"},
+     "highest open-files percentage of processes with that beginning"},
     {"GetProcessHandleFuzzyMatch", kFloat, "%", &kPattern, kPid, kNeeded, kNone, of_process(Match::kWildcard, "fd"),
-     "highest share of open files among matching processes"},
+     "highest open-files percentage of matching processes"},
     {"IsExistProcess", kFloat, "", &kExact, kValue, kNeeded, kNone, kExists,
      "1 if such a process runs, else 0"},
     {"IsExistProcessExtern", kFloat, "", &kPrefix, kPid, kNeeded, kNone, kExistsPrefix,
      "1 if a process with that beginning runs, else 0"},
     {"IsExistProcessPreCmd", kFloat, "", &kPreCmd, kValue, kNeeded, kNone, kExists,
-     "as IsExistProcess if the pre-command prints the expected words, else 1"},
+     "like IsExistProcess if the pre-command prints the expected words, else 1"},
     {"ProcessHeartBeat", kFloat, "", &kHeartBeat, kFlowId, kNeeded, kNone, kHeart,
-     "1 while a supervised process refreshes its heartbeat, 0 once it has stopped"},
+     "0 if a supervised process with a flow id did not refresh its heartbeat, else 1"},
     {"SendErrRpt", kInt, "", &kReport, kValue, kUnused, kNone, kAction,
-     "sends an error report to the framework; 0 when it was sent"},
+     "sends an error report to the framework; 0 if it was sent"},
     {"SendErrRptExtend", kInt, "", &kError, kValue, kUnused, kNone, kAction,
-     "sends an error with the values of the further parameters as its text; 0 when it was sent"},
+     "sends an error whose text is the values of the other parameters; 0 if it was sent"},
     {"CheckProcessStatusIsD", kFloat, "", &kPattern, kThread, kNeeded, kNone, kHung,
      "1 if a thread of a matching process hangs in D state, else 0; reports the thread's id"},
     {"CheckProcessStatusIsDForAppData", kFloat, "", &kPattern, kThread, kNeeded, kNone, kHung,
-     "as CheckProcessStatusIsD, then signals the hung thread if recovery is allowed"},
+     "like CheckProcessStatusIsD, and signals the hung thread if recovery is allowed"},
     {"RebootAppData", kInt, "", &kTarget, kValue, kUnused, kNone, kAction,
-     "signals app_data if recovery is allowed; 0 when the signal was sent"},
+     "signals app_data if recovery is allowed; 0 if the signal was sent"},
 };
 // clang-format on
 

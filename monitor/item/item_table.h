@@ -1,4 +1,4 @@
-// Every inspection item as the monitor knows it: what to pass, what comes back, how long it takes.
+// The monitor's table of all inspection items: parameters, results, duration.
 #ifndef MONITOR_ITEM_TABLE_H
 #define MONITOR_ITEM_TABLE_H
 
@@ -9,14 +9,14 @@
 
 enum class Returns { kFloat, kInt };
 
-// How long the item stays inside a call because it measures over an interval there.
+// How long the item sleeps inside a call to measure.
 enum class Interval { kNone, kHalfSecond, kPeriodParameter };
 
 enum class Context { kNeeded, kUnused };
 
 enum class Reports { kValue, kValueAndPid, kValueAndThread, kValueAndFlowId };
 
-// What an item looks at, so that the monitor can see for itself whether it could look.
+// What an item reads, so that the monitor can check whether it was readable.
 enum class Subject {
   kMachine,
   kProcess,
@@ -33,13 +33,13 @@ enum class Match { kNone, kExact, kPrefix, kWildcard };
 struct Source {
   Subject subject;
   Match match;
-  const char* file;  // of the machine, or below /proc/<pid>; empty where there is no single one
+  const char* file;  // of the machine, or below /proc/<pid>; empty if there is no single file
 };
 
 struct ParamRow {
   enum class Name { kFree, kFixed };
   enum class Presence { kRequired, kOptional };
-  // What the value has to be, so that the item can do something with it.
+  // What the item expects as a value.
   enum class Value {
     kAny,
     kExact,    // a command line
@@ -54,7 +54,7 @@ struct ParamRow {
     kThread,
   };
 
-  const char* name;  // where the name is free: the one to use by habit
+  const char* name;  // the usual name, if any name is allowed
   Name naming;
   Presence presence;
   Value value;
@@ -78,7 +78,7 @@ struct ParamList {
 struct ItemRow {
   const char* name;  // the exported symbol
   Returns returns;
-  const char* unit;  // default label of the value; empty where the value is a flag or a status
+  const char* unit;  // default label of the value; empty if the value is a flag or a status
   const ParamList* params;
   Reports reports;
   Context context;
@@ -87,13 +87,13 @@ struct ItemRow {
   const char* meaning;
 };
 
-// All items, in the order in which they are listed to people.
+// All items, in the order of "mirt-monitor items".
 const std::vector<ItemRow>& all_items();
 
-// The row of that name, or null. Names are case-sensitive.
+// The row with that name, or null. Names are case-sensitive.
 const ItemRow* find_item(std::string_view name);
 
-// What to say of a name that no row has.
+// The message for a name that no row has.
 std::string unknown_item_text(const std::string& name);
 
 #endif

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Mistakes = std::vector<ParamMistake>;
-
 void check_text(const char* field, const std::string& text, size_t field_size,
                 std::vector<TextMistake>& mistakes) {
   if (text.size() < field_size) return;
@@ -27,11 +25,12 @@ std::string missing(const ItemRow& item, const ParamRow& row) {
 
 std::string superfluous(const ItemRow& item, const std::string& which) {
   const size_t takes = item.params->count;
-  return "superfluous parameter " + which + ", expected " +
+  return "unexpected parameter " + which + ", expected " +
          (takes == 0 ? "none" : "at most " + std::to_string(takes)) + " for " + item.name;
 }
 
-void check_positions(const ItemRow& item, const std::vector<Param>& params, Mistakes& mistakes) {
+void check_positions(const ItemRow& item, const std::vector<Param>& params,
+                     ParamMistakes& mistakes) {
   const ParamList& list = *item.params;
   for (size_t i = 0; i < std::min(params.size(), list.count); ++i) {
     const ParamRow& row = list.rows[i];
@@ -58,7 +57,8 @@ bool has(const std::vector<Param>& params, std::string_view name) {
                      [&](const Param& param) { return param.name == name; });
 }
 
-void check_unknown_name(const ItemRow& item, const Param& param, size_t index, Mistakes& mistakes) {
+void check_unknown_name(const ItemRow& item, const Param& param, size_t index,
+                        ParamMistakes& mistakes) {
   std::vector<std::string_view> names;
   for (const ParamRow& row : *item.params) names.emplace_back(row.name);
   if (std::find(names.begin(), names.end(), param.name) == names.end()) {
@@ -67,7 +67,7 @@ void check_unknown_name(const ItemRow& item, const Param& param, size_t index, M
   }
 }
 
-void check_names(const ItemRow& item, const std::vector<Param>& params, Mistakes& mistakes) {
+void check_names(const ItemRow& item, const std::vector<Param>& params, ParamMistakes& mistakes) {
   for (const ParamRow& row : *item.params) {
     if (row.presence == ParamRow::Presence::kRequired && !has(params, row.name)) {
       mistakes.push_back({std::nullopt, missing(item, row)});
@@ -75,10 +75,10 @@ void check_names(const ItemRow& item, const std::vector<Param>& params, Mistakes
   }
   std::vector<Param> before;
   for (size_t i = 0; i < params.size(); ++i) {
-    if (params[i].name.empty()) continue;  // a mistake of its own
+    if (params[i].name.empty()) continue;  // reported separately
     if (has(before, params[i].name)) {
       mistakes.push_back(
-          {i, "second parameter " + in_quotes(params[i].name) + ", expected each name once"});
+          {i, "duplicate parameter " + in_quotes(params[i].name) + ", expected each name once"});
     }
     before.push_back(params[i]);
     if (item.params->further == ParamList::Further::kRefused) {
@@ -99,8 +99,8 @@ std::vector<TextMistake> check_texts(const Param& param) {
   return mistakes;
 }
 
-std::vector<ParamMistake> check_list(const ItemRow& item, const std::vector<Param>& params) {
-  Mistakes mistakes;
+ParamMistakes check_list(const ItemRow& item, const std::vector<Param>& params) {
+  ParamMistakes mistakes;
   if (item.params->lookup == ParamList::Lookup::kByPosition) {
     check_positions(item, params, mistakes);
   } else {
@@ -115,7 +115,7 @@ std::string name_at(const ItemRow& item, size_t index) {
 }
 
 std::vector<FI_PARAM_S> to_records(const std::vector<Param>& params) {
-  std::vector<FI_PARAM_S> records(params.size());  // zero-filled: every text ends with a NUL
+  std::vector<FI_PARAM_S> records(params.size());  // zeros, so every text ends with a NUL
   for (size_t i = 0; i < params.size(); ++i) {
     params[i].name.copy(records[i].name, FI_PARAM_NAME_LEN - 1);
     params[i].value.copy(records[i].value, FI_PARAM_VALUE_LEN - 1);
@@ -124,7 +124,7 @@ std::vector<FI_PARAM_S> to_records(const std::vector<Param>& params) {
 }
 
 double interval_seconds(const ItemRow& item, const std::vector<Param>& params) {
-  constexpr double kHalfSecond = 0.5, kLongest = 240.0;  // the bounds that the items keep to
+  constexpr double kHalfSecond = 0.5, kLongest = 240.0;  // the items' limits
   if (item.interval == Interval::kNone) return 0.0;
   if (item.interval == Interval::kHalfSecond || params.size() < 2) return kHalfSecond;
   const long seconds = std::strtol(params[1].value.c_str(), nullptr, 10);

@@ -1,4 +1,4 @@
-// The parameters of one item instance: checked against the item table, then turned into records.
+// Checks the parameters of one item instance with the item table and converts them to records.
 #ifndef MONITOR_PARAMS_H
 #define MONITOR_PARAMS_H
 
@@ -14,32 +14,33 @@ struct Param {
   std::string value;
 };
 
-// What is wrong with a list of parameters; without an index no single one is to blame.
+// A mistake in a list of parameters; no index if it concerns no single parameter.
 struct ParamMistake {
   std::optional<size_t> index;
   std::string text;         // what was found, what was expected
-  bool is_warning = false;  // it works, but hardly as it was meant
+  bool is_warning = false;  // it works, but probably not as intended
 };
+using ParamMistakes = std::vector<ParamMistake>;
 
-// What is wrong with one parameter's "name" or "value".
+// A mistake in one parameter's "name" or "value".
 struct TextMistake {
   const char* field;
   std::string text;
 };
 
-// What would cut the parameter short in its record.
+// Finds texts that are too long for their record.
 std::vector<TextMistake> check_texts(const Param& param);
 
-// Everything for which the item would refuse the list, whatever the values.
-std::vector<ParamMistake> check_list(const ItemRow& item, const std::vector<Param>& params);
+// Finds the reasons for which the item would refuse the list, independent of the values.
+ParamMistakes check_list(const ItemRow& item, const std::vector<Param>& params);
 
-// The name that the item expects at this place, or a name of the place's own.
+// The name that the item expects at this position, or a generated name.
 std::string name_at(const ItemRow& item, size_t index);
 
-// The records to pass, in the same order. The parameters must have passed check_texts().
+// The records for the item, in the same order. The parameters must have passed check_texts().
 std::vector<FI_PARAM_S> to_records(const std::vector<Param>& params);
 
-// Seconds that a call of the item takes by intent, because it measures over an interval inside.
+// The seconds for which a call of the item sleeps to measure.
 double interval_seconds(const ItemRow& item, const std::vector<Param>& params);
 
 #endif

@@ -31,7 +31,7 @@ const Row kRows[] = {
     {"flowid", &PlaceholderTexts::flow_id, "flow id",
      [](const ItemRow& item) { return item.reports == Reports::kValueAndFlowId; }}};
 
-// A piece of a text: "{name}", "{{", any other "{", or what lies between those.
+// A piece of a text: "{name}", "{{", any other "{", or the text between those.
 struct Piece {
   std::string text;
   const Row* row = nullptr;  // of a placeholder that exists

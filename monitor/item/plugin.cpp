@@ -11,9 +11,8 @@ namespace {
 
 constexpr char kLibrary[] = "libmirt_linux_plugin.so";
 
-// The plug-in lies beside the host library, with which this program was linked: in the build tree
-// as in every layout that it is installed to. Else the bare name, which dlopen() looks for along
-// its own path.
+// The plug-in is in the same directory as the host library, which this program links. Otherwise
+// only the file name, which dlopen() searches for.
 std::string default_library() {
   Dl_info host{};
   if (dladdr(reinterpret_cast<void*>(mirt_host_set_request_handler), &host) == 0) return kLibrary;
@@ -34,7 +33,7 @@ double Item::call(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S
 
 std::optional<Plugin> Plugin::load(const std::string& path, std::string& error) {
   std::string file = path.empty() ? default_library() : path;
-  // A name without a slash would be searched for along the loader's path, not here.
+  // The loader searches its own path for a name without a slash, not the current directory.
   if (!path.empty() && path.find('/') == std::string::npos) file = "./" + path;
   void* const handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle) {

@@ -1,4 +1,4 @@
-// The loaded plug-in and the items in it.
+// The loaded plug-in and its items.
 #ifndef MONITOR_PLUGIN_H
 #define MONITOR_PLUGIN_H
 
@@ -8,12 +8,12 @@
 #include "item/item_table.h"
 #include "mirt_interface.h"
 
-// One item of the loaded library, ready to be called. A plain value.
+// One item of the loaded library.
 class Item {
  public:
   Item(void* symbol, const ItemRow& row) : symbol_(symbol), row_(&row) {}
 
-  // Runs the item to its end on this thread; this can take minutes, or for ever.
+  // Runs the item on this thread; this can take minutes, or never return.
   double call(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) const;
 
   const ItemRow& row() const { return *row_; }
@@ -23,12 +23,11 @@ class Item {
   const ItemRow* row_;
 };
 
-// The library, loaded for the life of the process: a thread may be inside one of its items at any
-// time, so it is never unloaded.
+// The library. It is never unloaded, because a thread may be inside one of its items at any time.
 class Plugin {
  public:
-  // Loads `path`; an empty one means the plug-in beside the host library, or else the one that the
-  // loader finds. On failure nothing, and `error` says why.
+  // Loads `path`. If it is empty, loads the plug-in in the directory of the host library, or else
+  // the one that the loader finds. On failure returns nothing, with the reason in `error`.
   static std::optional<Plugin> load(const std::string& path, std::string& error);
 
   // The item, or nothing if the library does not export it.
@@ -40,7 +39,7 @@ class Plugin {
     return reinterpret_cast<Function*>(symbol(name));
   }
 
-  // The file, for messages.
+  // The path of the file, for messages.
   const std::string& path() const { return path_; }
 
  private:

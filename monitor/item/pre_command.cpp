@@ -11,12 +11,12 @@
 
 namespace {
 
-// Items read 32 bytes and use all but the last.
+// Items read 32 bytes and use the first 31.
 constexpr size_t kMostOutput = 31;
 
-// The command that runs on this thread, and what is known of it or the last one.
+// The current or last command of this thread.
 struct PreCommand {
-  FILE* stream = nullptr;  // the one that the caller has, which reads from `pipe`
+  FILE* stream = nullptr;  // the caller's stream, which reads from `pipe`
   FILE* pipe = nullptr;
   char output[kMostOutput] = {};
   size_t output_length = 0;
@@ -54,7 +54,7 @@ extern "C" FILE* popen(const char* command, const char* modes) {
   cookie_io_functions_t functions{};
   functions.read = read_and_note;
   FILE* const stream = fopencookie(pipe, "r", functions);
-  if (!stream) return pipe;  // no memory: nothing is noted
+  if (!stream) return pipe;  // out of memory: nothing is recorded
   pre_command.stream = stream;
   pre_command.pipe = pipe;
   return stream;
@@ -87,9 +87,9 @@ std::string pre_command_trouble() {
     return std::string("it could not be started: ") + std::strerror(command.start_error);
   }
   if (command.wait_status == 0) return "";
-  if (command.wait_status < 0) return "its exit status is not known";
+  if (command.wait_status < 0) return "its exit status is unknown";
   if (WIFSIGNALED(command.wait_status)) {
-    return "it was ended by signal " + std::to_string(WTERMSIG(command.wait_status));
+    return "signal " + std::to_string(WTERMSIG(command.wait_status)) + " ended it";
   }
   return "it ended with exit status " + std::to_string(WEXITSTATUS(command.wait_status));
 }

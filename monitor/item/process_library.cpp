@@ -4,7 +4,7 @@
 
 namespace {
 
-// Looks for as many processes as there are, however many.
+// Repeats the search with more room until all processes fit.
 template <typename Search>
 std::optional<std::vector<pid_t>> find_all(Search* search, const std::string& name) {
   std::vector<pid_t> pids(1024);

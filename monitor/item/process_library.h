@@ -1,4 +1,4 @@
-// The plug-in's plain functions over all processes, for the commands that use them.
+// The plug-in's functions that list, find and kill processes.
 #ifndef MONITOR_PROCESS_LIBRARY_H
 #define MONITOR_PROCESS_LIBRARY_H
 
@@ -9,7 +9,7 @@
 #include "item/plugin.h"
 #include "mirt_process.h"
 
-// One process of a listing, copied out of the library's list.
+// One process of a listing, copied from the library's list.
 struct ProcessRow {
   pid_t pid;
   int rss_mib;
@@ -20,29 +20,30 @@ struct ProcessRow {
 
 struct Listing {
   std::vector<ProcessRow> processes;
-  int user_percent = 0;  // of the whole machine, over the minute; 0 in a memory listing
+  int user_percent = 0;  // of the whole machine, over 60 seconds; 0 in a memory listing
 };
 
 class ProcessLibrary {
  public:
-  // Loads the plug-in; on failure nothing, and the reason has been said on standard error.
+  // Loads the plug-in. On failure prints the reason on standard error and returns nothing.
   static std::optional<ProcessLibrary> load(const std::string& plugin);
 
-  // The functions of a loaded plug-in; nothing if it does not export them all.
+  // The functions of a loaded plug-in; nothing if it does not export all of them.
   static std::optional<ProcessLibrary> of(const Plugin& plugin);
 
-  // Every user process; with its CPU usage it takes a minute. Nothing when /proc cannot be read.
+  // Lists every user process; with CPU usage this takes 60 seconds. Nothing if /proc cannot be
+  // read.
   std::optional<Listing> list(bool with_cpu) const;
 
-  // The PIDs that a name means, in the order of /proc. Nothing when there is no memory.
+  // The PIDs that match a name, in the order of /proc. Nothing if memory is short.
   std::optional<std::vector<pid_t>> find_exact(const std::string& name) const;
   std::optional<std::vector<pid_t>> find_prefix(const std::string& name) const;
   std::optional<std::vector<pid_t>> find_wildcard(const std::string& pattern) const;
 
-  // The same by the way of matching; an exact name gives one process at most.
+  // The same with the given match mode; an exact name finds at most one process.
   std::optional<std::vector<pid_t>> find(Match match, const std::string& name) const;
 
-  // What KillProcess() returns.
+  // Returns the result of KillProcess().
   int kill(const std::string& name, pid_t pid) const;
 
  private:

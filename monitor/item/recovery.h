@@ -1,4 +1,4 @@
-// Whether a hung data plane may be recovered, as configured.
+// The configuration of the recovery of a hung data plane.
 #ifndef MONITOR_RECOVERY_H
 #define MONITOR_RECOVERY_H
 
@@ -11,8 +11,8 @@ struct Recovery {
   enum class Redundancy { kDeny, kAllow, kCommand };
 
   Redundancy redundancy = Redundancy::kDeny;
-  std::string command;   // with kCommand: exit code 0 allows
-  unsigned at_most = 1;  // recoveries that are allowed within per_s
+  std::string command;   // with kCommand: exit status 0 allows
+  unsigned at_most = 1;  // number of recoveries allowed within per_s
   double per_s = 600.0;
 };
 

@@ -1,4 +1,4 @@
-// What is known of an instance: it is in exactly one of these states.
+// The state of an instance, always exactly one of these.
 #ifndef MONITOR_STATE_H
 #define MONITOR_STATE_H
 
@@ -9,24 +9,24 @@
 
 enum class State {
   kOk,        // measured, no alarm
-  kAlarm,     // measured, and an alarm is raised
-  kAbsent,    // no matching process: there is nothing to measure
-  kUnjudged,  // the item's answer is "fine", but nothing was judged
+  kAlarm,     // measured; an alarm is raised
+  kAbsent,    // no matching process, so nothing to measure
+  kUnjudged,  // the item reported no problem, but could not check
   kFailed,    // the item reported a failure
   kBlind,     // the call is past its deadline
   kPending    // no answer yet
 };
 
-// "ok", "alarm", ...: the name that lines, JSON and configurations use.
+// "ok", "alarm", ...: the name in lines, JSON and configurations.
 const char* state_name(State state);
 
-// The state of that name, or nothing.
+// The state with that name, or nothing.
 std::optional<State> find_state(std::string_view name);
 
-// What one answer is worth, before any alarm is considered.
+// The state after one answer, before alarms are evaluated.
 struct Finding {
   State state = State::kOk;  // kOk, kAbsent, kUnjudged or kFailed
-  std::string detail;        // why, in words; empty for kOk
+  std::string detail;        // the reason; empty for kOk
 
   bool measured() const { return state == State::kOk; }
 };

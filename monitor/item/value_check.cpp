@@ -10,8 +10,6 @@
 
 namespace {
 
-using Mistakes = std::vector<ParamMistake>;
-
 constexpr uint64_t kMostModule = 0xFFFF;    // in the heartbeat table the mark of a free entry
 constexpr uint64_t kMostCode = 0xFFFFFFFE;  // one more is how the items call a missing code
 
@@ -59,7 +57,7 @@ std::string described(const NumberForm& form) {
 // The number that a value of a report will be; nothing, with a mistake, if it is none up to `most`.
 // Nothing either if there is no such parameter, or one that has a placeholder.
 std::optional<uint64_t> report_number(const std::vector<Param>& params, const char* name,
-                                      uint64_t most, Mistakes& mistakes) {
+                                      uint64_t most, ParamMistakes& mistakes) {
   const NumberForm form{Digits::kDecimalOrHexadecimal, 0, most};
   const std::optional<size_t> place = place_of(params, name);
   if (!place) return std::nullopt;
@@ -71,7 +69,7 @@ std::optional<uint64_t> report_number(const std::vector<Param>& params, const ch
   return std::nullopt;
 }
 
-void check_code(const std::vector<Param>& params, uint64_t code, Mistakes& mistakes) {
+void check_code(const std::vector<Param>& params, uint64_t code, ParamMistakes& mistakes) {
   std::vector<std::string_view> known;
   for (const CodeRow& row : kCodes) {
     known.emplace_back(row.text);
@@ -87,7 +85,7 @@ void check_code(const std::vector<Param>& params, uint64_t code, Mistakes& mista
                                  joined(known)});
 }
 
-void check_report(const ItemRow& item, const std::vector<Param>& params, Mistakes& mistakes) {
+void check_report(const ItemRow& item, const std::vector<Param>& params, ParamMistakes& mistakes) {
   const std::optional<uint64_t> code = report_number(params, "ErrCode", kMostCode, mistakes);
   if (std::string_view(item.name) == "SendErrRptExtend") return;
   if (code) check_code(params, *code, mistakes);
@@ -216,9 +214,9 @@ bool asks_for_recovery(const ItemRow& item) {
   return name == "CheckProcessStatusIsDForAppData" || name == "RebootAppData";
 }
 
-std::vector<ParamMistake> check_values(const ItemRow& item, const std::vector<Param>& params) {
+ParamMistakes check_values(const ItemRow& item, const std::vector<Param>& params) {
   const bool by_position = item.params->lookup == ParamList::Lookup::kByPosition;
-  Mistakes mistakes;
+  ParamMistakes mistakes;
   for (size_t i = 0; i < item.params->count; ++i) {
     const ParamRow& row = item.params->rows[i];
     const std::optional<size_t> place = by_position ? i : place_of(params, row.name);

@@ -16,7 +16,7 @@ bool asks_for_recovery(const ItemRow& item);
 // measure nothing without a word: an error code that it does not know, a module id that is no
 // number of 16 bits, a name that no process can have. In a report, a value with a placeholder is
 // known only when it is sent, and passes.
-std::vector<ParamMistake> check_values(const ItemRow& item, const std::vector<Param>& params);
+ParamMistakes check_values(const ItemRow& item, const std::vector<Param>& params);
 
 // A warning if the item is called more often than its calls can follow each other: `seconds` is the
 // time from call to call.
