@@ -87,7 +87,7 @@ TEST_F(MonitorTest, AProcessThatMayNotBeReadIsNotAtZero) {
   if (handles.empty()) GTEST_SKIP() << "needs root, to be another user who can run the program";
   const std::string path = "/proc/" + std::to_string(child.pid()) + "/fd";
   const std::string detail =
-      "process " + std::to_string(child.pid()) + " cannot be read: " + path + ": Permission denied";
+      "cannot read process " + std::to_string(child.pid()) + ": " + path + ": Permission denied";
   const std::string several = as_other_user(once + "GetProcessHandleExtern" + name);
   for (const std::string& command : {handles, several}) {
     Monitor monitor(folder_, command);
@@ -139,7 +139,7 @@ TEST_F(MonitorTest, LimitsAndCountersThatSayNothingAreToldApartFromZero) {
       process(folder_ / "process", "/proc/" + id + "/stat");
   Monitor monitor(folder_, "mirt-monitor once --json GetProcessSysCPU" + name);
   const Json record = monitor.await({{"state", "unjudged"}, {"answer", 50000.0}});
-  EXPECT_EQ(record["detail"].get<std::string>().find("50000 % is more than there can be"), 0U);
+  EXPECT_EQ(record["detail"].get<std::string>().find("50000 % is more than possible"), 0U);
   monitor.end(1);
 }
 
@@ -252,14 +252,14 @@ TEST_F(HeartTest, WhoeverHoldsTheLockIsNamedAfterASecond) {
 }
 
 TEST_F(MonitorTest, PreCommandsAreJudgedByWhatTheyPrinted) {
-  const std::string not_looked_for = ": the process was not looked for";
+  const std::string no_search = ", so the item did not search for the process";
   const std::tuple<const char*, const char*, std::string> rows[] = {
       {"echo ready; exit 3", "ok", ""},
       {"yes ready", "ok", ""},  // ended by SIGPIPE
       {"printf ready", "ok", ""},
       {"echo read", "unjudged", "the pre-command printed \"read\", expected \"ready\""},
       {"exit 3", "unjudged", "the pre-command failed (it ended with exit status 3)"},
-      {"kill -9 $$", "unjudged", "the pre-command failed (it was ended by signal 9)"}};
+      {"kill -9 $$", "unjudged", "the pre-command failed (signal 9 ended it)"}};
   for (const auto& [command, state, detail] : rows) {
     Monitor monitor(folder_, std::string("mirt-monitor once --json IsExistProcessPreCmd "
                                          "'no such process' '") +
@@ -267,7 +267,7 @@ TEST_F(MonitorTest, PreCommandsAreJudgedByWhatTheyPrinted) {
     const bool looked = *state == 'o';
     const Json record = monitor.await({{"answer", looked ? 0.0 : 1.0}});
     EXPECT_EQ(record["state"], state) << command;
-    EXPECT_EQ(record.value("detail", ""), looked ? "" : detail + not_looked_for);
+    EXPECT_EQ(record.value("detail", ""), looked ? "" : detail + no_search);
     monitor.end(looked ? 0 : 1);
   }
 }
@@ -361,7 +361,7 @@ TEST_F(MonitorTest, AFullStandardErrorHoldsNothingUpAndSaysWhatIsLost) {
 }
 
 TEST_F(MonitorTest, APatternThatMatchesNothingButTheCommandSaysSo) {
-  const std::string only = "the only match is this mirt-monitor itself";
+  const std::string only = "the only match is this mirt-monitor process";
   for (const std::string command : {"find wildcard", "ps --match"}) {
     Monitor monitor(folder_, "mirt-monitor " + command + " '*nothing but mirt-monitor'");
     EXPECT_EQ(monitor.line().has_value(), command[0] == 'p') << "find leaves itself out";
