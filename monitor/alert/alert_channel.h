@@ -1,4 +1,4 @@
-// One way of one alert: its queue, and the thread that delivers.
+// One channel of one alert: its queue, and the thread that delivers messages.
 #ifndef MONITOR_ALERT_CHANNEL_H
 #define MONITOR_ALERT_CHANNEL_H
 
@@ -16,8 +16,8 @@
 #include "item/alert.h"
 #include "proc/wake.h"
 
-// A way to tell an alert: its name, whether an alert has it, and one attempt. The attempt ends soon
-// after `stop` is set. It may throw.
+// A kind of channel: its name, whether an alert uses it, and one delivery attempt. The attempt ends
+// soon after `stop` is set. It may throw.
 struct AlertWay {
   const char* name;
   bool (*in_use)(const Alert& alert);
@@ -25,7 +25,7 @@ struct AlertWay {
                       const AlertLimits& limits);
 };
 
-// The thread owns the channel too: one that cannot be ended keeps what it uses.
+// The thread is also an owner of the channel, so a thread that does not end keeps valid data.
 class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
  public:
   using Clock = std::chrono::steady_clock;
@@ -36,23 +36,23 @@ class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
   AlertChannel(const AlertChannel&) = delete;
   AlertChannel& operator=(const AlertChannel&) = delete;
 
-  // Starts the thread. Where the system gives none, the log is told, and messages fail.
+  // Starts the thread. If that fails, logs it; all messages then fail.
   void start();
 
   // These never wait for a delivery.
   void push(std::shared_ptr<const AlertMessage> message) noexcept;
   void count_dropped() noexcept;
-  // What is delivered from now on is delivered as this record says, of the same name.
+  // Uses this record, which has the same name, for all later deliveries.
   void set_alert(Alert alert);
   AlertStatus status() const;
   const std::string& name() const { return name_; }
   const AlertWay& way() const { return way_; }
 
-  // Has the thread end after the attempt that is under way. What waits then is dropped.
+  // Ends the thread after the current attempt. Waiting messages are dropped.
   void close() noexcept;
-  // True once the thread has ended, for which it waits until `deadline`.
+  // Waits until `deadline` for the thread to end. True if it has ended.
   bool ended_by(Clock::time_point deadline);
-  // Lets go of a thread that does not end.
+  // Detaches a thread that does not end.
   void abandon();
 
  private:
@@ -82,10 +82,10 @@ class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
   const AlertLimits limits_;
   const std::shared_ptr<const Wake> stop_;
   std::thread thread_;
-  mutable std::mutex mutex_;  // guards all below
+  mutable std::mutex mutex_;  // guards all members below
   std::condition_variable wake_, ended_;
   std::shared_ptr<const Alert> alert_;
-  std::deque<Waiting> queue_;  // without the one that is under way
+  std::deque<Waiting> queue_;  // without the message that is being delivered
   size_t queued_bytes_ = 0;
   AlertStatus status_;
   unsigned long unsaid_drops_ = 0;

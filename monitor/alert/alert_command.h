@@ -1,4 +1,4 @@
-// An alert's command: one run.
+// Runs an alert's command.
 #ifndef MONITOR_ALERT_COMMAND_H
 #define MONITOR_ALERT_COMMAND_H
 
@@ -6,14 +6,15 @@
 #include "item/alert.h"
 #include "proc/wake.h"
 
-// Runs the command, with no shell, and waits until it has ended. Sent if it exits with status 0.
+// Runs the command without a shell and waits until it has ended. The message counts as sent if the
+// exit status is 0.
 //
-// It gets the JSON object on its standard input, which it need not read. Its environment is PATH
-// (the system's usual folders, in which a command without "/" is looked up), HOME, LANG, TZ and
-// TMPDIR where the monitor has them, MIRT_MONITOR_COMMAND, by which it is found again, and the
-// message's variables. It runs in a session of its own with no descriptor but the first three. What
-// it prints goes to the log line by line, within the limits. After the alert's timeout it is killed
-// with all that it has started. What it leaves behind when it ends in time is left alone.
+// The command gets the JSON object on standard input and need not read it. Its environment contains
+// PATH (the usual system directories, also used to find a command without "/"), HOME, LANG, TZ and
+// TMPDIR if the monitor has them, MIRT_MONITOR_COMMAND, which marks its processes, and the
+// message's variables. It runs in a new session with only the three standard descriptors. Its
+// output goes to the log line by line, up to the limits. After the alert's timeout it is killed
+// with all processes that it started. If it ends in time, processes that it started may continue.
 Delivery run_alert_command(const Alert& alert, const AlertMessage& message, const Wake& stop,
                            const AlertLimits& limits);
 

@@ -1,4 +1,4 @@
-// What an alert tells, how it went, and what bounds it.
+// A message of an alert, the result of its delivery, and the limits.
 #ifndef MONITOR_ALERT_MESSAGE_H
 #define MONITOR_ALERT_MESSAGE_H
 
@@ -10,54 +10,53 @@
 
 struct AlertMessage {
   std::string json;  // one object: a command's standard input, a webhook's body
-  // "MIRT_..." and its value, for the environment of a command. Others are left out, and a value
-  // ends at its first NUL, as all in an environment does.
+  // "MIRT_..." and its value, for the environment of a command. Other names are left out, and a
+  // value ends at its first NUL.
   std::vector<std::pair<std::string, std::string>> variables;
 };
 
-// How one attempt to deliver a message went.
+// The result of one attempt to deliver a message.
 struct Delivery {
   enum class Result {
     kSent,
-    kFailed,   // for good
-    kRetry,    // may work later
-    kStopped,  // the program ends
+    kFailed,   // permanently
+    kRetry,    // may succeed later
+    kStopped,  // the program is ending
   };
   Result result = Result::kSent;
-  std::string error{};  // why it failed
+  std::string error{};  // the reason of the failure
 };
 
-// The bounds of one way of an alert.
+// The limits of one channel of an alert.
 struct AlertLimits {
   size_t most_queued = 100;
   size_t most_queued_bytes = size_t{4} << 20;
 
-  // What one run of a command may write into the log. More is read and thrown away.
+  // The output of one command run that goes to the log. The rest is read and discarded.
   size_t most_output_bytes = size_t{16} << 10;
   size_t most_output_lines = 100;
 
-  // Of one attempt at a webhook: until it is connected, between two pieces of the answer, and
-  // overall.
+  // For one webhook attempt: time to connect, between two parts of the answer, and in total.
   std::chrono::milliseconds to_connect{5000};
   std::chrono::milliseconds to_answer{10000};
   std::chrono::milliseconds overall{30000};
-  // Between attempts: doubled each time up to the longest. A message as old as `give_up` has
+  // The wait between attempts; it doubles up to the longest. A message as old as `give_up` has
   // failed.
   std::chrono::milliseconds first_pause{1000};
   std::chrono::milliseconds longest_pause{std::chrono::minutes(5)};
   std::chrono::milliseconds give_up{std::chrono::hours(1)};
 };
 
-// One way of one alert, as it is now.
+// The current status of one channel of one alert.
 struct AlertStatus {
-  std::string name;        // of the alert
+  std::string name;        // the alert's name
   const char* way = "";    // "command" or "webhook"
-  unsigned long sent = 0;  // messages, as are those below
+  unsigned long sent = 0;  // number of messages, like the counts below
   unsigned long failed = 0;
-  unsigned long dropped = 0;  // because too many waited, or memory was short
+  unsigned long dropped = 0;  // because the queue was full or memory was short
   size_t queued = 0;          // not delivered yet, the one under way included
-  bool failing = false;       // the last attempt has failed
-  std::string last_error{};   // why; stays when it works again
+  bool failing = false;       // the last attempt failed
+  std::string last_error{};   // the reason; kept after later successes
 };
 
 #endif

@@ -33,7 +33,7 @@ void AlertSender::send(const std::string& alert, AlertMessage message) noexcept 
   std::shared_ptr<const AlertMessage> shared;
   try {
     shared = std::make_shared<const AlertMessage>(std::move(message));
-  } catch (...) {  // no memory: counted as dropped below
+  } catch (...) {  // out of memory: counted as dropped below
   }
   const std::lock_guard lock(mutex_);
   for (const std::shared_ptr<AlertChannel>& channel : channels_) {
@@ -59,7 +59,7 @@ void AlertSender::replace(std::vector<Alert> alerts) {
   leaving_.erase(std::remove_if(leaving_.begin(), leaving_.end(), has_ended), leaving_.end());
 }
 
-// Those that are there already, and new ones.
+// The existing channels and new ones.
 AlertSender::Channels AlertSender::channels_for(const std::vector<Alert>& alerts) const {
   Channels channels;
   for (const Alert& alert : alerts) {

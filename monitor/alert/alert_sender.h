@@ -1,4 +1,4 @@
-// Tells alerts: runs their commands and posts to their webhooks, without holding up anybody.
+// Delivers alerts: runs their commands and posts to their webhooks, without blocking the caller.
 #ifndef MONITOR_ALERT_SENDER_H
 #define MONITOR_ALERT_SENDER_H
 
@@ -11,23 +11,23 @@
 #include "alert/alert_channel.h"
 #include "item/alert.h"
 
-// Each alert has up to two ways, its command and its webhook. Each way has a bounded queue and a
-// thread of its own, which delivers one message at a time: neither another alert nor the other way
-// of the same alert is ever late because of it. Reports are not sent from here.
+// Each alert has up to two channels, its command and its webhook. Each channel has its own bounded
+// queue and its own thread, which delivers one message at a time. So a slow channel never delays
+// another one. Reports are not sent here.
 //
-// send(), replace() and stop() belong to one thread; statuses() may be called on any. Of what goes
-// wrong the log is told, under the name of the alert.
+// Call send(), replace() and stop() on one thread; statuses() may be called on any thread. Failures
+// are logged with the name of the alert.
 class AlertSender {
  public:
-  // Starts the threads. Where the system gives none, the messages of that way count as failed.
+  // Starts the threads. If a thread cannot be started, the messages of its channel count as failed.
   explicit AlertSender(std::vector<Alert> alerts, AlertLimits limits = {});
-  // Calls stop() if nobody has; a thread that cannot be ended then goes on, on its own.
+  // Calls stop() if it has not been called. A thread that does not end then continues detached.
   ~AlertSender();
   AlertSender(const AlertSender&) = delete;
   AlertSender& operator=(const AlertSender&) = delete;
 
-  // Queues the message for each way of the alert of this name. Never waits. Where the queue is
-  // full, the message that has waited longest is dropped: what is told last is then what is true.
+  // Queues the message for each channel of the alert with this name. Never waits. If a queue is
+  // full, its oldest message is dropped, so that the last message is always the current state.
   void send(const std::string& alert, AlertMessage message) noexcept;
 
   // From now on these are the alerts. An alert of a name that was there before keeps its queue and
@@ -36,12 +36,12 @@ class AlertSender {
   // wait for an alert that is gone are dropped, which is said in the log.
   void replace(std::vector<Alert> alerts);
 
-  // One for each way of each alert, in the order of the alerts.
+  // One status for each channel of each alert, in the order of the alerts.
   std::vector<AlertStatus> statuses() const;
 
-  // Drops what waits, kills what runs with all that it has started, and ends the threads. False if
-  // a thread did not end within the limit (it may wait for a file system or for a name server): the
-  // process then has to end by _exit(). To be called once; send nothing afterwards.
+  // Drops waiting messages, kills running commands with all processes that they started, and ends
+  // the threads. False if a thread did not end within the limit (it may wait for a file system or a
+  // name server): the process must then call _exit(). Call it once; do not send afterwards.
   bool stop(std::chrono::milliseconds limit);
 
  private:
@@ -51,9 +51,9 @@ class AlertSender {
 
   const AlertLimits limits_;
   const std::shared_ptr<const Wake> stop_;
-  mutable std::mutex mutex_;  // guards the lists below, not what they list
+  mutable std::mutex mutex_;  // guards the lists below, not their elements
   Channels channels_;
-  Channels leaving_;  // gone from the configuration, but not ended yet
+  Channels leaving_;  // removed from the configuration, but not ended yet
   bool stopped_ = false;
 };
 

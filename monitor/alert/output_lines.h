@@ -1,4 +1,4 @@
-// What a command prints, on its way to the log.
+// Copies a command's output to the log.
 #ifndef MONITOR_OUTPUT_LINES_H
 #define MONITOR_OUTPUT_LINES_H
 
@@ -8,8 +8,8 @@
 
 #include "alert/alert_message.h"
 
-// Cuts text into lines and logs each with the alert's name, up to the limits of one run. That there
-// was more is said once.
+// Splits text into lines and logs each with the alert's name, up to the limits of one run. Logs
+// once that there was more.
 class OutputLines {
  public:
   OutputLines(std::string alert, const AlertLimits& limits)
@@ -19,9 +19,9 @@ class OutputLines {
 
   // The text may end in the middle of a line.
   void add(std::string_view text);
-  // Logs what has come of the last line.
+  // Logs the last line if it is incomplete.
   void finish();
-  // True once there was more than the limits allow: nothing is logged from then on.
+  // True after the output exceeded the limits; nothing more is logged.
   bool is_cut() const { return is_cut_; }
 
  private:

@@ -18,11 +18,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of an answer's body, which nobody reads; a server that sends more is hung up on.
+// The maximum size of an answer's body, which is ignored. If a server sends more, the connection is
+// closed.
 constexpr uint64_t kMostBody = 65536;
 
-// Ends an exchange when its time is up or the program ends: a server that sends a byte now and then
-// keeps every other time limit. A thread of its own shuts down the socket.
+// Ends an exchange when its time is over or the program ends, because a server that sends single
+// bytes slowly never exceeds the other time limits. A separate thread shuts down the socket.
 class ExchangeLimit {
  public:
   ExchangeLimit(const Wake& stop, std::chrono::milliseconds limit)
@@ -33,7 +34,7 @@ class ExchangeLimit {
     thread_.join();
   }
 
-  // From here on it is this socket.
+  // Sets the current socket.
   void set_socket(int socket) {
     UniqueFd own(fcntl(socket, F_DUPFD_CLOEXEC, 0));
     const std::lock_guard lock(mutex_);
@@ -55,7 +56,7 @@ class ExchangeLimit {
 
   void watch() const {
     if (done_by(deadline_, stop_.fd())) return;
-    // Again and again: a host may have several addresses, each with a socket of its own.
+    // Repeatedly, because a host may have several addresses, each with its own socket.
     do shut_down();
     while (!done_by(Clock::now() + std::chrono::milliseconds(10), -1));
   }
@@ -105,7 +106,7 @@ httplib::Client client_for(const WebAddress& address, const AlertLimits& limits)
   return client;
 }
 
-// The status of the answer; 0, with the error, if there is none.
+// The status of the answer; 0, with the error, if there is no answer.
 int post(httplib::Client& client, const std::string& path, const std::string& body,
          httplib::Error& error) {
   int status = 0;

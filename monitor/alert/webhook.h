@@ -1,4 +1,4 @@
-// An alert's webhook: one POST.
+// Posts a message to an alert's webhook.
 #ifndef MONITOR_WEBHOOK_H
 #define MONITOR_WEBHOOK_H
 
@@ -6,9 +6,9 @@
 #include "item/alert.h"
 #include "proc/wake.h"
 
-// Posts the JSON object to the alert's webhook. Sent if the answer is 2xx. Worth another attempt if
-// there is no connection or no answer in time, or if it is 5xx; every other answer is final.
-// Redirects are not followed.
+// Posts the JSON object to the alert's webhook. Success if the answer is 2xx. Asks for another
+// attempt if there is no connection, no answer in time, or a 5xx answer. Every other answer is a
+// permanent failure. Redirects are not followed.
 Delivery post_to_webhook(const Alert& alert, const AlertMessage& message, const Wake& stop,
                          const AlertLimits& limits);
 

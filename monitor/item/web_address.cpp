@@ -12,7 +12,7 @@ constexpr std::string_view kOfNumber = "0123456789ABCDEFabcdef:.";  // an IPv6 a
 constexpr std::string_view kOfName =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz.-";
 
-// Takes the longest beginning of the text that consists of these characters.
+// Removes and returns the longest start of the text that consists of these characters.
 std::string_view take_all_of(std::string_view characters, std::string_view& text) {
   const std::string_view taken = text.substr(0, text.find_first_not_of(characters));
   text.remove_prefix(taken.size());
@@ -25,14 +25,14 @@ bool take(char character, std::string_view& text) {
   return there;
 }
 
-// The host, without its brackets; empty if there is none.
+// The host without brackets; empty if there is none.
 std::string_view take_host(std::string_view& text) {
   if (!take('[', text)) return take_all_of(kOfName, text);
   const std::string_view number = take_all_of(kOfNumber, text);
   return take(']', text) ? number : "";
 }
 
-// False if there is a port that is none.
+// False if the port is not valid.
 bool take_port(std::string_view& text, int& port) {
   if (!take(':', text)) return true;
   const std::string_view digits = take_all_of(kDigits, text);

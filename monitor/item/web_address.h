@@ -1,4 +1,4 @@
-// Where a webhook is.
+// The address of a webhook.
 #ifndef MONITOR_WEB_ADDRESS_H
 #define MONITOR_WEB_ADDRESS_H
 
@@ -6,13 +6,13 @@
 #include <string>
 
 struct WebAddress {
-  std::string host;  // a name or a number, an IPv6 one without its brackets
+  std::string host;  // a name or an IP address, IPv6 without brackets
   int port = 80;
-  std::string path = "/";  // with the query
+  std::string path = "/";  // including the query
 };
 
-// "http://host[:port][/path][?query]". Nothing if it is anything else: another scheme, a user or
-// password, a fragment, blanks, control characters or bytes beyond ASCII.
+// Reads "http://host[:port][/path][?query]". Nothing for any other text: another scheme, a user or
+// password, a fragment, spaces, control characters or non-ASCII bytes.
 std::optional<WebAddress> read_web_address(const std::string& text);
 
 #endif

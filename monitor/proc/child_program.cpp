@@ -19,21 +19,21 @@
 
 namespace {
 
-constexpr std::chrono::seconds kToDie{1};  // one that hangs in the kernel outlasts any time
+constexpr std::chrono::seconds kToDie{1};  // a program that hangs in the kernel does not end
 
-// "MIRT_MONITOR_COMMAND=4711.3": what the environment of this program, and no other, has.
+// "MIRT_MONITOR_COMMAND=4711.3": a unique mark in the environment of the started program.
 std::string new_mark() {
   static std::atomic<unsigned> count{0};
   return "MIRT_MONITOR_COMMAND=" + std::to_string(getpid()) + '.' + std::to_string(++count);
 }
 
-// Killed programs that did not end in time. They are waited for when the next one starts.
+// Killed programs that did not end in time. They are reaped when the next program starts.
 class LeftBehind {
  public:
   void add(pid_t pid) noexcept try {
     const std::lock_guard lock(mutex_);
     pids_.push_back(pid);
-  } catch (...) {  // no memory: its entry stays in the process table
+  } catch (...) {  // out of memory: it remains a zombie
   }
 
   void wait_for_ended() {
@@ -48,11 +48,11 @@ class LeftBehind {
 };
 
 LeftBehind& left_behind() {
-  static auto& all = *new LeftBehind;  // used by threads until the very end
+  static auto& all = *new LeftBehind;  // never destroyed: threads use it until the end
   return all;
 }
 
-// What posix_spawn() is told, with an owner.
+// Owns the attributes and file actions for posix_spawn().
 class SpawnPlan {
  public:
   SpawnPlan() {
@@ -84,11 +84,11 @@ class SpawnPlan {
                                                                    "/dev/null", O_WRONLY, 0);
     return in == 0 && out == 0 &&
            posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO) == 0 &&
-           // The pipe of an item's own command is inheritable while that runs on another thread.
+           // On another thread an item's command may have a pipe that is not close-on-exec.
            posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1) == 0;
   }
 
-  // What this process blocks or ignores is its own affair.
+  // The program must not inherit blocked or ignored signals.
   bool set_signals() {
     sigset_t all, none;
     sigfillset(&all);
@@ -104,7 +104,7 @@ class SpawnPlan {
   bool has_actions_ = false, has_attributes_ = false;
 };
 
-// Pointers into the texts, with null behind them.
+// Pointers to the texts, terminated by null.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> all;
   all.reserve(texts.size() + 2);
@@ -113,7 +113,7 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
   return all;
 }
 
-// True once the descriptor is readable; false when the time is up.
+// Waits until the descriptor is readable; false when the time is over.
 bool readable_by(int fd, std::chrono::steady_clock::time_point deadline) {
   for (;;) {
     const auto left =

@@ -1,4 +1,4 @@
-// Programs that the monitor starts.
+// Starts programs for the monitor.
 #ifndef MONITOR_CHILD_PROGRAM_H
 #define MONITOR_CHILD_PROGRAM_H
 
@@ -11,16 +11,16 @@
 
 #include "proc/unique_fd.h"
 
-// What to start, and with what. It gets no descriptor but the three named here.
+// The program to start, with its arguments. It inherits only the three standard descriptors.
 struct Program {
   std::string path;
-  std::vector<std::string> arguments;    // its name first
-  std::vector<std::string> environment;  // "NAME=VALUE"; a mark is added, by which it is found
+  std::vector<std::string> arguments;    // the first is its name
+  std::vector<std::string> environment;  // "NAME=VALUE"; a mark is added, to find its processes
   int input = -1;                        // its standard input; -1: /dev/null
   int output = -1;                       // its standard output and standard error
 };
 
-// A program that runs in a session of its own, as a child of this process.
+// A child process in its own session.
 class ChildProgram {
  public:
   using Clock = std::chrono::steady_clock;
@@ -30,23 +30,23 @@ class ChildProgram {
 
   ChildProgram(ChildProgram&& other) noexcept;
   ChildProgram& operator=(ChildProgram&& other) noexcept;
-  // Kills what still runs.
+  // Kills the program if it still runs.
   ~ChildProgram();
 
-  // Readable from the end of the program on. What it has started may go on.
+  // Readable when the program has ended. Processes that it started may continue.
   int end_fd() const { return end_.get(); }
 
-  // Its status as wait() gives it, once it has ended. Waits until `deadline` at most.
+  // Waits until `deadline` for the program to end. Returns its wait status if it has ended.
   std::optional<int> status_by(Clock::time_point deadline);
 
-  // Kills it and all that it has started, also what has left its group and its session.
+  // Kills the program and all processes that it started, even in other process groups and sessions.
   void kill_all() noexcept;
 
  private:
   ChildProgram(pid_t pid, std::string mark, int end)
       : pid_(pid), mark_(std::move(mark)), end_(end) {}
 
-  pid_t pid_;  // -1 once it has been waited for
+  pid_t pid_;  // -1 after it has been reaped
   std::string mark_;
   UniqueFd end_;
 };

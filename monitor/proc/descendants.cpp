@@ -23,7 +23,7 @@ using ByParent = std::multimap<pid_t, pid_t>;
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kLongest{1};  // one that hangs in the kernel outlasts any time
+constexpr std::chrono::seconds kLongest{1};  // a process that hangs in the kernel does not end
 constexpr std::chrono::milliseconds kBetweenRounds{1};
 
 ByParent all_processes() {
@@ -43,7 +43,7 @@ bool has_ended(pid_t process) {
   return status_value(process, "State").value_or("Z").front() == 'Z';
 }
 
-// Kills what descends from the process. True if nothing of it is left but ended processes.
+// Kills the descendants of the process. True if all of them have ended.
 bool kill_below(pid_t process, const ByParent& processes) {
   bool all_ended = true;
   const auto [begin, end] = processes.equal_range(process);
@@ -81,10 +81,10 @@ std::set<pid_t> all_of_command(pid_t shell, const std::string& mark) {
   return found;
 }
 
-// Stops every process of the command, so that none can start another or lose its parent. They are
-// all there once a further look finds no new one.
+// Stops every process of the command, so that none can start another or lose its parent. Done when
+// a search finds no new process.
 std::set<pid_t> stop_command(pid_t shell, const std::string& mark) {
-  constexpr int kMostLooks = 100;  // one that forks all the time could keep ahead for ever
+  constexpr int kMostLooks = 100;  // a process that forks all the time could escape without end
   std::set<pid_t> stopped;
   for (int look = 0; look < kMostLooks; ++look) {
     const size_t before = stopped.size();
@@ -101,13 +101,13 @@ std::set<pid_t> stop_command(pid_t shell, const std::string& mark) {
 void kill_command(pid_t shell, const std::string& mark) noexcept {
   try {
     for (const pid_t process : stop_command(shell, mark)) kill(process, SIGKILL);
-  } catch (const std::exception&) {  // no memory: the shell, at least
+  } catch (const std::exception&) {  // out of memory: kill at least the shell
     kill(shell, SIGKILL);
   }
 }
 
 void kill_descendants() {
-  // What loses its parent from here on becomes our own child: no fork of theirs slips through.
+  // From now on a process that loses its parent becomes our child, so that no fork escapes.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   const Clock::time_point deadline = Clock::now() + kLongest;
   while (!kill_below(getpid(), all_processes()) && Clock::now() < deadline) {

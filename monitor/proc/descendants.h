@@ -1,4 +1,4 @@
-// What descends from a process, and how to be rid of it.
+// Finds and kills the descendants of a process.
 #ifndef MONITOR_DESCENDANTS_H
 #define MONITOR_DESCENDANTS_H
 
@@ -6,15 +6,15 @@
 
 #include <string>
 
-// Kills every process that descends from this one, and looks after them for a second at most. For
-// the end of the program, which does not wait for items that wait for a command: the command would
-// go on without a time limit. One whose parent ended before (a daemon, or what a shell has left in
-// the background) is not found, and is meant to stay.
+// Kills every descendant of this process and waits at most one second. For the end of the program,
+// which does not wait for items that wait for a command: the command would continue without a time
+// limit. A process whose parent has ended (a daemon, or a background process of a shell) is not
+// found and continues by design.
 void kill_descendants();
 
-// Kills all that a command has started: the process `shell`, what descends from it, and every
-// process whose environment holds `mark` ("NAME=VALUE"), which is how those are found whose parent
-// has ended. `shell` must be a child that has not been waited for. Out of memory, some may be left.
+// Kills all processes of a command: the process `shell`, its descendants, and every process whose
+// environment contains `mark` ("NAME=VALUE"), which finds processes whose parent has ended. `shell`
+// must be a child that has not been reaped. If memory is short, some processes may remain.
 void kill_command(pid_t shell, const std::string& mark) noexcept;
 
 #endif

@@ -1,11 +1,11 @@
-// The beats on which instances start: multiples of their period on the monotonic clock, so that
-// instances of one period start together and never drift apart.
+// The start times of instances: multiples of their period on the monotonic clock, so that instances
+// with the same period start together and do not drift.
 #ifndef MONITOR_BEAT_H
 #define MONITOR_BEAT_H
 
 #include <chrono>
 
-// The first beat at `earliest` or after it. The period must be positive.
+// The first start time at `earliest` or later. The period must be positive.
 inline std::chrono::steady_clock::time_point next_beat(
     std::chrono::steady_clock::time_point earliest, std::chrono::steady_clock::duration period) {
   const auto since_zero = earliest.time_since_epoch();

@@ -1,4 +1,4 @@
-// Times in which the scheduler did not run although it should have: the process was stopped, the
+// Finds gaps in which the scheduler should have run but did not: the process was stopped, or the
 // machine was suspended or too busy.
 #ifndef MONITOR_GAP_WATCH_H
 #define MONITOR_GAP_WATCH_H
@@ -11,17 +11,17 @@ class GapWatch {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Shorter ones are ordinary: a machine that is merely busy.
+  // Shorter gaps are normal on a busy machine.
   static constexpr Clock::duration kLeast = std::chrono::milliseconds(20);
 
   explicit GapWatch(Clock::time_point now) : expected_(now) {}
 
-  // Call before waiting until `until` at the latest, and after. Each returns the length of the gap
-  // that it noticed, zero if there was none.
+  // Call these before and after a wait that lasts until `until` at the latest. Each returns the
+  // length of the gap that it found, zero if there was none.
   Clock::duration before_wait(Clock::time_point now, Clock::time_point until);
   Clock::duration after_wait(Clock::time_point now);
 
-  // All gaps since `from` together.
+  // The sum of all gaps since `from`.
   Clock::duration total_since(Clock::time_point from) const;
 
  private:
@@ -32,8 +32,8 @@ class GapWatch {
 
   Clock::duration note(Clock::time_point now);
 
-  Clock::time_point expected_;  // by when the next sign of life is due
-  std::array<Gap, 64> gaps_{};  // the latest ones, in a ring
+  Clock::time_point expected_;  // when the next call is due
+  std::array<Gap, 64> gaps_{};  // the latest gaps, in a ring buffer
   size_t next_ = 0;
 };
 
