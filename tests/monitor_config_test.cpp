@@ -38,25 +38,25 @@ std::string named(const std::string& item, const std::string& name) {
 TEST_F(ConfigTest, ValuesThatNoCallCanUseAreMistakes) {
   const std::pair<std::string, std::string> rows[] = {
       {heartbeat("supervised-process"),
-       "ProcessName has 18 bytes, expected at most 15, at which the "
-       "kernel cuts it: \"supervised-proc\""},
+       "ProcessName has 18 bytes, expected at most 15: the kernel cuts the name to "
+       "\"supervised-proc\""},
       {heartbeat("super vised"),
-       "ProcessName is \"super vised\", expected no blank: names are "
-       "compared up to their first one, as \"super\""},
+       "ProcessName has a blank, expected \"super\": the item compares the name up to its first "
+       "blank"},
       {heartbeat(""), "ProcessName is empty, expected the short name of a process"},
       {measuring("abc"), "Period is \"abc\", expected a whole number from 1 to 240, decimal"},
       {measuring("0"), "Period is \"0\", expected a whole number from 1 to 240, decimal"},
       {measuring("241"), "Period is \"241\", expected a whole number from 1 to 240, decimal"},
       {measuring("1.5"), "Period is \"1.5\", expected a whole number from 1 to 240, decimal"},
       {with_pre_command("true", std::string(32, 'x')),
-       "RetKeyWords has 32 bytes, expected at most 31, which is all that the item reads"},
+       "RetKeyWords has 32 bytes, expected at most 31: the item reads no more"},
       {named("IsExistProcess", ""),
-       "Any is empty, expected a command line: no process has an empty one"},
+       "Any is empty, expected a command line: no process matches an empty one"},
       {named("GetProcessMemoryFuzzyMatch", ""),
        "Any is empty, expected a pattern: nothing matches an empty one"},
       {named("GetDiskUsage", ""), "Any is empty, expected a directory"},
       {named("GetProcessMemoryFuzzyMatch", "a\n*b"),
-       "Any goes on behind a line break, expected one line: no command line matches"},
+       "Any has more text after a line break, expected one line: no command line can match it"},
       {instance("x", "RebootAppData", {{"UserData", "{pid}"}}),
        "UserData is \"{pid}\", expected a whole number from 1 to 2147483647, decimal"}};
   for (const auto& [text, expected] : rows) {
@@ -82,23 +82,24 @@ TEST_F(ConfigTest, ValuesAtTheirLimitsAreAccepted) {
 
 TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
   const std::pair<std::string, std::string> rows[] = {
-      {named("GetProcessMemoryExtern", ""), "Any is empty, which every command line begins with"},
+      {named("GetProcessMemoryExtern", ""),
+       "Any is empty, expected the beginning of a command line: every process matches an empty "
+       "one"},
       {named("GetProcessMemory", "*app*"),
-       "Any has a *, which stands for itself here, expected an item whose name has FuzzyMatch"},
+       "Any has a *, which this item compares as it is, expected a FuzzyMatch item for patterns"},
       {named("GetProcessMemory", "app\n"),
-       "Any ends in a line break, expected none: hardly any command line has one"},
-      {with_pre_command("", "x"),
-       "PreCmd is empty, expected a shell command: nothing prints nothing"},
+       "Any ends with a line break, expected none: command lines rarely have one"},
+      {with_pre_command("", "x"), "PreCmd is empty, expected a shell command"},
       {instance("x", "GetProcessCoreCPUExtern", {{"n", "p"}}, "period = '100 ms'\n"),
-       "period is 0.1, expected more than the 0.5 s for which each call of "
-       "GetProcessCoreCPUExtern measures"},
+       "period is 0.1, expected more than 0.5 s: each call of GetProcessCoreCPUExtern measures for "
+       "that long"},
       {measuring("7", "period = 7\n"),
-       "period is 7, expected more than the 7 s for which each call of "
-       "GetProcessCoreCPUFuzzyMatchCfgPeriod measures"},
+       "period is 7, expected more than 7 s: each call of GetProcessCoreCPUFuzzyMatchCfgPeriod "
+       "measures for that long"},
       {"[recovery]\nredundancy = 'command'\ncommand = 'true'\n" +
            instance("x", "RebootAppData", {}, "period = 60\n"),
-       "deadline is 10, expected more than the 30 s that the command of [recovery] may take while "
-       "the item waits for it"}};
+       "deadline is 10, expected more than 30 s: the item waits that long for the command of "
+       "[recovery]"}};
   for (const auto& [text, expected] : rows) {
     const std::string warning = check(text, 0);
     EXPECT_TRUE(std::regex_match(warning, std::regex("a\\.toml:\\d+: warning: [^\\n]*\\n")));
@@ -109,8 +110,7 @@ TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
 TEST_F(ConfigTest, RunGoesOnAfterWarningsUnlessStrict) {
   configure(instance("x", "GetProcessMemory", {{"n", "*"}}) + instance("y", "GetSysMemory"));
   const std::string text =
-      "n has a *, which stands for itself here, expected an item whose name has "
-      "FuzzyMatch\n";
+      "n has a *, which this item compares as it is, expected a FuzzyMatch item for patterns\n";
   Monitor lenient(folder_, kRun + "--rounds 1");
   EXPECT_EQ(lenient.records().size(), 2U);
   EXPECT_EQ(lenient.end(0), "a.toml:6: warning: " + text);
@@ -139,7 +139,7 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
                     free = instance("x", "GetSysFreeMemory");
   const struct {
     std::string instance, condition;
-    const char* verdict;  // "never", "hardly ever", "always" or, where it is possible, nothing
+    const char* verdict;  // "never", "rarely", "always" or, where it is possible, nothing
   } rows[] = {{cpu, "above = 1000", "never"},
               {cpu, "above = 100", "never"},
               {cpu, "above = 99.9", nullptr},
@@ -149,12 +149,12 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
               {cpu, "below = '-5 %'", "never"},
               {cpu, "below = 101", "always"},
               {cpu, "equals = 0", nullptr},
-              {cpu, "equals = 12.5", "hardly ever"},
+              {cpu, "equals = 12.5", "rarely"},
               {disk, "above = 100", nullptr},
               {disk, "above = 101", "never"},
               {disk, "equals = 12.5", "never"},
-              {handles, "above = 100", "hardly ever"},
-              {core, "above = 1e9", "hardly ever"},
+              {handles, "above = 100", "rarely"},
+              {core, "above = 1e9", "rarely"},
               {memory, "above = '2 TiB'", "never"},
               {memory, "above = '2047 GiB'", nullptr},
               {memory, "equals = '1536 KiB'", "never"},
@@ -169,7 +169,7 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
     const std::string text = row.instance + "[instance.alarm]\n" + row.condition + '\n';
     const std::string found = check(text, verdict == "never" ? 2 : 0);
     EXPECT_EQ(found.empty(), verdict.empty()) << row.condition << '\n' << found;
-    const std::string expected = verdict.empty() ? "" : ", which " + verdict + " holds for ";
+    const std::string expected = verdict.empty() ? "" : ", which is " + verdict + " true for ";
     EXPECT_NE(found.find(expected), std::string::npos) << row.condition << '\n' << found;
   }
 }
@@ -191,50 +191,47 @@ a.toml:16: equals is a string, expected a number
 TEST_F(ConfigTest, SlipsInTomlAreSaidInItsWords) {
   const std::pair<std::string, std::string> rows[] = {
       {"\nname = 'abc\nb = 1\n",
-       "2: invalid TOML: text in quotes that do not close in this line, expected the closing "
-       "quote"},
+       "2: invalid TOML: a quoted text does not end in this line, expected the closing quote"},
       {"\nname = \"\"\"abc\n\n\n",
-       "2: invalid TOML: text in quotes that do not close, expected the closing quotes"},
+       "2: invalid TOML: a quoted text does not end, expected the closing quotes"},
       {"item = GetSysCPU\n",
-       "1: invalid TOML: found GetSysCPU without quotes, expected text in "
-       "quotes (\"GetSysCPU\"), a number, true or false"},
+       "1: invalid TOML: found GetSysCPU without quotes, expected text in quotes (\"GetSysCPU\"), "
+       "a number, true or false"},
       {"period = 10s\n",
-       "1: invalid TOML: found 10s without quotes, expected text in quotes "
-       "(\"10s\"), a number, true or false"},
+       "1: invalid TOML: found 10s without quotes, expected text in quotes (\"10s\"), a number, "
+       "true or false"},
       {"item = \u201cGetSysCPU\u201d\n",
-       "1: invalid TOML: found \u201cGetSysCPU\u201d in curly "
-       "quotes, expected straight ones (\")"},
+       "1: invalid TOML: found \u201cGetSysCPU\u201d in curly quotes, expected straight quotes "
+       "(\")"},
       {"period = 10 s\n",
-       "1: invalid TOML: found s, expected the end of the line (text is put in "
-       "quotes, a comment begins with #)"},
+       "1: invalid TOML: found s, expected the end of the line (put text in quotes; a comment "
+       "begins with #)"},
       {"// a comment\n",
-       "1: invalid TOML: found // a comment, expected KEY = VALUE, a table header "
-       "in [ ] or a comment that begins with #"},
-      {"period: 10\n", "1: invalid TOML: no = behind the key in period: 10, expected KEY = VALUE"},
-      {"period =\n", "1: invalid TOML: no value behind the =, expected one in this line"},
+       "1: invalid TOML: found // a comment, expected KEY = VALUE, a table header in [ ] or a "
+       "comment that begins with #"},
+      {"period: 10\n", "1: invalid TOML: no = after the key in period: 10, expected KEY = VALUE"},
+      {"period =\n", "1: invalid TOML: no value after =, expected one on the same line"},
       {"a = [1,\n2\n[[instance]]\n",
-       "3: invalid TOML: found [[instance]] within [ ], expected a comma or the closing ]"},
+       "3: invalid TOML: found [[instance]] inside [ ], expected a comma or the closing ]"},
       {"a = [1,\n2,\n[[instance]]\n",
-       "3: invalid TOML: found [[instance]] within [ ], expected the closing ] before it"},
+       "3: invalid TOML: found [[instance]] inside [ ], expected the closing ] before it"},
       {"a = [{ b = 1,\nc = 2 }]\n",
-       "1: invalid TOML: the line ends within { }, expected the "
-       "closing } in the same line"},
+       "1: invalid TOML: the line ends inside { }, expected the closing } in the same line"},
       {"a = [{ b = 1 c = 2 }]\n",
-       "1: invalid TOML: found c = 2 }] within { }, expected a comma or the closing }"},
+       "1: invalid TOML: found c = 2 }] inside { }, expected a comma or the closing }"},
       {"a = 1\n\na = 2\n",
-       "3: invalid TOML: found a = 2 though it has a value already, expected "
-       "each name once"},
+       "3: invalid TOML: found a = 2, but this name already has a value, expected each name once"},
       {"a = \"\\d\"\n",
-       "1: invalid TOML: a backslash in double quotes that begins no escape, "
-       "expected \\\\, or the text in single quotes"},
+       "1: invalid TOML: unknown escape after a backslash in double quotes, expected \\\\ or "
+       "single quotes"},
       {"[instance.alarm]\nabove = 1\n[[instance]]\n",
-       "3: invalid TOML: found [[instance]] behind a table within it, expected [[instance]] before "
-       "that"},
-      {"\n\na = '\xff'\n", "3: invalid TOML: a byte that is no UTF-8, expected text in UTF-8"},
+       "3: invalid TOML: found [[instance]] after a table inside it, expected [[instance]] first"},
+      {"\n\na = '\xff'\n",
+       "3: invalid TOML: found a byte that is not valid UTF-8, expected UTF-8 text"},
       {"a = 1979-13-01\n",
        "1: invalid TOML: date: expected month between 1 and 12 (inclusive), saw 13"},
       {instance("x", "GetSysCPU") + "[alarm]\nabove = 1\n",
-       "7: unknown key \"alarm\" in the file, expected it as [instance.alarm] behind its "
+       "7: unknown key \"alarm\" in the file, expected it as [instance.alarm] after its "
        "[[instance]]"}};
   for (const auto& [text, expected] : rows) EXPECT_EQ(check(text, 2), "a.toml:" + expected + '\n');
 }

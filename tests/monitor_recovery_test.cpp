@@ -29,7 +29,7 @@ TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber)
     const std::string log = monitor.end(0);
     EXPECT_EQ(count_of("redundancy status(1)", log), at_most) << log;
     EXPECT_EQ(count_of("redundancy status(0)", log), 8U - at_most) << log;
-    EXPECT_EQ(count_of("recovery refused: at most " + std::to_string(at_most) + " within ", log),
+    EXPECT_EQ(count_of("recovery refused: the limit is " + std::to_string(at_most) + " in ", log),
               8U - at_most)
         << log;
     const bool has_command = recovery.find("command") != std::string::npos;
@@ -41,21 +41,20 @@ TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
   const Child first({"first", "-u"}), second({"second", "-u"});
   // Twice no, then yes for ever.
   configure(
-      "[recovery]\nredundancy = 'command'\n"
-      "command = 'echo >>asked; test $(wc -l <asked) -gt 2'\n" +
+      "[recovery]\nredundancy = 'command'\ncommand = 'echo >>asked; test $(wc -l <asked) -gt 2'\n" +
       instance("first", "RebootAppData", {{"UserData", std::to_string(first.pid())}}));
   Monitor monitor(folder_, kRun + "--rounds 4");
   const std::string log = (monitor.records(), monitor.end(0));
   EXPECT_EQ(count_of("the command's exit code is 1", log), 2U) << log;
   EXPECT_EQ(count_of("redundancy status(1)", log), 1U) << log;
-  EXPECT_EQ(count_of("recovery refused: at most 1 within 600 s", log), 1U) << log;
+  EXPECT_EQ(count_of("recovery refused: the limit is 1 in 600 s", log), 1U) << log;
 }
 
 TEST_F(MonitorTest, CommandsAreGivenNoPipeOfAnother) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
   configure(
-      "[recovery]\nredundancy = 'command'\n"
-      "command = 'ls /proc/self/fd >new; mv new seen; exit 1'\n" +
+      "[recovery]\nredundancy = 'command'\ncommand = 'ls /proc/self/fd >new; mv new seen; exit "
+      "1'\n" +
       instance("reboot", "RebootAppData", {{"UserData", "1"}}) +
       instance("ask", "IsExistProcessPreCmd",
                {{"ProcessName", "x"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "x"}}));

@@ -75,7 +75,7 @@ TEST_F(MonitorTest, BadConfigurationsAreRefusedWithEveryMistakeAndNothingStarted
   const std::pair<std::string, std::string> rows[] = {
       {"", "a.toml:1: no instance, expected at least one [[instance]]\n"},
       {"\n[[instance]\nname = 1\n",
-       "a.toml:2: invalid TOML: the table header [[instance] does not close, expected ]] behind "
+       "a.toml:2: invalid TOML: the table header [[instance] is not closed, expected ]] after "
        "the name\n"},
       {"deadlin = 4\nworkers = 0.5\n"
        "[[instance]]\nname = 'a'\nitem = 'getsyscpu'\nperiod = 0\n"

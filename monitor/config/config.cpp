@@ -25,7 +25,7 @@ using Presence = TomlFields::Presence;
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 
 // Keys of instances that stand before the first of them, or in a table of their own.
-const std::vector<Misplaced> kMisplaced = {{"alarm", "as [instance.alarm] behind its [[instance]]"},
+const std::vector<Misplaced> kMisplaced = {{"alarm", "as [instance.alarm] after its [[instance]]"},
                                            {"report", "in [instance.alarm]"},
                                            {"name", "in [[instance]]"},
                                            {"item", "in [[instance]]"},
@@ -165,9 +165,9 @@ void ConfigReader::check_times(TomlFields& fields, const Instance& instance) {
                                  asks_for_recovery(*instance.item);
   if (!waits_for_command || instance.deadline_s > kRecoverySeconds) return;
   fields.warning(fields.line("deadline"),
-                 "deadline is " + number_text(instance.deadline_s) + ", expected more than the " +
+                 "deadline is " + number_text(instance.deadline_s) + ", expected more than " +
                      number_text(kRecoverySeconds) +
-                     " s that the command of [recovery] may take while the item waits for it");
+                     " s: the item waits that long for the command of [recovery]");
 }
 
 ConfigReading failed(Mistake mistake) {

@@ -71,10 +71,10 @@ bool is_header(const std::string& line) {
 std::string unquoted(const Place& place) {
   const std::string& word = place.word;
   if (is_header(place.line)) {  // which an array that is still open makes its next element
-    return "found " + place.line + " within [ ], expected the closing ] before it";
+    return "found " + place.line + " inside [ ], expected the closing ] before it";
   }
   if (word.compare(0, 2, "\u201c", 2) == 0) {  // a word processor's quotes begin with these bytes
-    return "found " + word + " in curly quotes, expected straight ones (\")";
+    return "found " + word + " in curly quotes, expected straight quotes (\")";
   }
   return "found " + word + " without quotes, expected text in quotes (" + in_quotes(word) +
          "), a number, true or false";
@@ -95,69 +95,65 @@ struct Row {
 const Row kRows[] = {
     {"string: encountered end-of-file",
      [](const Place&) -> std::string {
-       return "text in quotes that do not close, expected the closing quotes";
+       return "a quoted text does not end, expected the closing quotes";
      }},
     {"control characters",
      [](const Place& place) -> std::string {
        return place.rest.empty()
-                  ? "text in quotes that do not close in this line, expected the "
-                    "closing quote"
-                  : "a control character in a text, expected an escape such as \\t or "
-                    "\\u001b in double quotes";
+                  ? "a quoted text does not end in this line, expected the closing quote"
+                  : "a control character in a text, expected an escape such as \\t or \\u001b in "
+                    "double quotes";
      }},
     {"unknown escape sequence",
      [](const Place&) -> std::string {
-       return "a backslash in double quotes that begins no escape, expected \\\\, or the text in "
-              "single quotes";
+       return "unknown escape after a backslash in double quotes, expected \\\\ or single quotes";
      }},
     {"encountered end-of-file",
      [](const Place&) -> std::string {
-       return "the file ends within [ ] or { }, expected the closing bracket";
+       return "the file ends inside [ ] or { }, expected the closing bracket";
      }},
     {"dangling comma",
      [](const Place&) -> std::string {
-       return "a comma before the closing }, expected none there";
+       return "found a comma before the closing }, expected none";
      }},
     {"table header: expected ']'",
      [](const Place& place) {
-       return "the table header " + place.line + " does not close, expected " +
-              closing_of(place.line) + " behind the name";
+       return "the table header " + place.line + " is not closed, expected " +
+              closing_of(place.line) + " after the name";
      }},
     {"array: expected comma",
      [](const Place& place) {
-       return "found " + place.rest + " within [ ], expected a comma or the closing ]";
+       return "found " + place.rest + " inside [ ], expected a comma or the closing ]";
      }},
     {"inline table: expected key or closing",
      [](const Place& place) {
        return place.rest.empty()
-                  ? std::string("the line ends within { }, expected the closing } in the same line")
-                  : "found " + place.rest + " within { }, expected a key or the closing }";
+                  ? std::string("the line ends inside { }, expected the closing } in the same line")
+                  : "found " + place.rest + " inside { }, expected a key or the closing }";
      }},
     {"inline table: expected comma",
      [](const Place& place) {
-       return "found " + place.rest + " within { }, expected a comma or the closing }";
+       return "found " + place.rest + " inside { }, expected a comma or the closing }";
      }},
     {"as array-of-tables",
      [](const Place& place) {
-       return "found " + place.line + " behind a table within it, expected " + place.line +
-              " before that";
+       return "found " + place.line + " after a table inside it, expected " + place.line + " first";
      }},
     {"cannot redefine",
      [](const Place& place) {
-       return "found " + place.line + " though it has a value already, expected each name once";
+       return "found " + place.line +
+              ", but this name already has a value, expected each name once";
      }},
     {"expected '='",
      [](const Place& place) {
-       return "no = behind the key in " + place.line + ", expected KEY = VALUE";
+       return "no = after the key in " + place.line + ", expected KEY = VALUE";
      }},
     {"expected value,",
-     [](const Place&) -> std::string {
-       return "no value behind the =, expected one in this line";
-     }},
+     [](const Place&) -> std::string { return "no value after =, expected one on the same line"; }},
     {"comment or whitespace",
      [](const Place& place) {
        return "found " + place.rest +
-              ", expected the end of the line (text is put in quotes, a comment begins with #)";
+              ", expected the end of the line (put text in quotes; a comment begins with #)";
      }},
     {"while parsing root table",
      [](const Place& place) {
@@ -172,7 +168,7 @@ const Row kRows[] = {
      [](const Place& place) { return "found " + place.word + ", expected a smaller number"; }},
     {"expected decimal digit",
      [](const Place& place) {
-       return "found " + place.word + ", expected a digit on either side of the point";
+       return "found " + place.word + ", expected a digit on both sides of the decimal point";
      }},
     {"could not determine value type", unquoted},
     {"while parsing boolean", unquoted},
@@ -193,7 +189,8 @@ Mistake toml_mistake(const std::string& text, const toml::parse_error& error) {
   const std::string begins = "invalid TOML: ";
   const size_t malformed = first_malformed(text);
   if (malformed != std::string::npos) {
-    return {line_at(text, malformed), begins + "a byte that is no UTF-8, expected text in UTF-8"};
+    return {line_at(text, malformed),
+            begins + "found a byte that is not valid UTF-8, expected UTF-8 text"};
   }
   const std::string_view said = error.description();
   Place place = find_place(text, error.source().begin);

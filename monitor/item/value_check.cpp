@@ -110,26 +110,32 @@ std::optional<Fault> check_line_break(const std::string& value, const char* may_
   const size_t at = value.find('\n');
   if (at == std::string::npos) return std::nullopt;
   const bool is_last = value.find_first_not_of(may_follow, at + 1) == std::string::npos;
-  return Fault{is_last ? "ends in a line break, expected none: hardly any command line has one"
-                       : "goes on behind a line break, expected one line: no command line matches",
-               is_last};
+  return Fault{
+      is_last ? "ends with a line break, expected none: command lines rarely have one"
+              : "has more text after a line break, expected one line: no command line can match it",
+      is_last};
 }
 
 std::optional<Fault> check_literal(const std::string& value) {
   if (value.find('*') != std::string::npos) {
     return Fault{
-        "has a *, which stands for itself here, expected an item whose name has FuzzyMatch", true};
+        "has a *, which this item compares as it is, expected a FuzzyMatch item for patterns",
+        true};
   }
   return check_line_break(value, "");
 }
 
 std::optional<Fault> check_exact(const std::string& value) {
-  if (value.empty()) return Fault{"is empty, expected a command line: no process has an empty one"};
+  if (value.empty())
+    return Fault{"is empty, expected a command line: no process matches an empty one"};
   return check_literal(value);
 }
 
 std::optional<Fault> check_prefix(const std::string& value) {
-  if (value.empty()) return Fault{"is empty, which every command line begins with", true};
+  if (value.empty())
+    return Fault{
+        "is empty, expected the beginning of a command line: every process matches an empty one",
+        true};
   return check_literal(value);
 }
 
@@ -146,13 +152,13 @@ std::optional<Fault> check_short_name(const std::string& value) {
   if (value.empty()) return Fault{"is empty, expected the short name of a process"};
   const size_t blank = value.find_first_of(" \t\n\v\f\r");
   if (blank != std::string::npos) {
-    return Fault{"is " + in_quotes(value) + ", expected no blank: names are compared up to their " +
-                 "first one, as " + in_quotes(value.substr(0, blank))};
+    return Fault{"has a blank, expected " + in_quotes(value.substr(0, blank)) +
+                 ": the item compares the name up to its first blank"};
   }
   if (value.size() <= kLongest * written_as) return std::nullopt;
   return Fault{"has " + std::to_string(value.size()) +
-               " bytes, expected at most 15, at which the " +
-               "kernel cuts it: " + in_quotes(value.substr(0, kLongest))};
+               " bytes, expected at most 15: the kernel cuts the name to " +
+               in_quotes(value.substr(0, kLongest))};
 }
 
 std::optional<Fault> check_module(const std::string& value) {
@@ -169,8 +175,7 @@ std::optional<Fault> check_seconds(const std::string& value) {
 }
 
 std::optional<Fault> check_command(const std::string& value) {
-  if (value.empty())
-    return Fault{"is empty, expected a shell command: nothing prints nothing", true};
+  if (value.empty()) return Fault{"is empty, expected a shell command", true};
   return std::nullopt;
 }
 
@@ -178,7 +183,7 @@ std::optional<Fault> check_key_words(const std::string& value) {
   constexpr size_t kMostCompared = 31;
   if (value.size() <= kMostCompared) return std::nullopt;
   return Fault{"has " + std::to_string(value.size()) + " bytes, expected at most " +
-               std::to_string(kMostCompared) + ", which is all that the item reads"};
+               std::to_string(kMostCompared) + ": the item reads no more"};
 }
 
 std::optional<Fault> check_thread(const std::string& value) {
@@ -233,6 +238,6 @@ std::optional<std::string> check_period(const ItemRow& item, const std::vector<P
                                         double seconds) {
   const double interval = interval_seconds(item, params);
   if (seconds > interval) return std::nullopt;
-  return "is " + number_text(seconds) + ", expected more than the " + number_text(interval) +
-         " s for which each call of " + item.name + " measures";
+  return "is " + number_text(seconds) + ", expected more than " + number_text(interval) +
+         " s: each call of " + item.name + " measures for that long";
 }

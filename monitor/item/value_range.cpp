@@ -91,9 +91,9 @@ std::optional<BoundFault> check_bound(const ItemRow& item, Condition condition, 
   const Holds holds = judge(range, condition, bound);
   if (holds == Holds::kSometimes) return std::nullopt;
   const char* const how_often = holds == Holds::kNever    ? "never"
-                                : holds == Holds::kHardly ? "hardly ever"
+                                : holds == Holds::kHardly ? "rarely"
                                                           : "always";
-  return BoundFault{holds == Holds::kNever, "is " + number_text(bound) + ", which " + how_often +
-                                                " holds for " + item.name + ", expected " +
+  return BoundFault{holds == Holds::kNever, "is " + number_text(bound) + ", which is " + how_often +
+                                                " true for " + item.name + ", expected " +
                                                 expected(item, range)};
 }

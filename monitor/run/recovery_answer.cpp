@@ -4,8 +4,8 @@
 #include <chrono>
 
 #include "mirt_host.h"
-#include "run/recovery_budget.h"
 #include "proc/shell_command.h"
+#include "run/recovery_budget.h"
 #include "text/log_lines.h"
 #include "text/number_text.h"
 
@@ -57,8 +57,9 @@ bool RecoveryDesk::command_allows(std::chrono::seconds limit) const {
 
 void RecoveryDesk::say_used_up() const {
   const auto left = std::chrono::ceil<std::chrono::seconds>(budget_.next() - Clock::now()).count();
-  log_line("warning", "recovery refused: at most " + std::to_string(recovery_.at_most) +
-                          " within " + number_text(recovery_.per_s) + " s, the next one in " +
+  log_line("warning", "recovery refused: the limit is " + std::to_string(recovery_.at_most) +
+                          " in " + number_text(recovery_.per_s) +
+                          " s, the next one is possible in " +
                           std::to_string(std::max<long>(left, 0)) + " s");
 }
 
