@@ -21,10 +21,13 @@ Exit status 0: success; 1: the operation failed, nothing was found, or resources
 2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Exits after --rounds, on SIGINT, SIGTERM or SIGHUP (ignored under nohup), or when its output pipe
-is closed. It does not wait for blind instances after all others have completed their rounds.
-Exit status 0: ended in one of these ways; 1: output could not be written, or resources are missing;
-2: wrong usage or configuration, or the plug-in does not have an item.)";
+    R"(Without --rounds, exits on SIGINT or SIGTERM. SIGHUP does nothing. If nobody reads the output, it
+goes on as long as alarms can still be told in the log, and otherwise exits with status 1.
+With --rounds, also exits after N calls of each instance, on SIGHUP (ignored under nohup) or when
+nobody reads the output. It does not wait for blind instances after all others have completed.
+Exit status 0: ended in one of these ways; 1: every call of the rounds failed, output was lost or
+could not be written, or resources are missing; 2: wrong usage or configuration, or the plug-in does
+not have an item.)";
 
 constexpr char kCheckFooter[] =
     R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Prints mistakes as FILE:LINE: TEXT and warnings as
@@ -32,7 +35,8 @@ FILE:LINE: warning: TEXT. A warning is about a setting that works but probably n
 Exit status 0: no mistakes; 2: mistakes.)";
 
 constexpr char kPsFooter[] =
-    R"(Kernel threads have no command line and are not listed.
+    R"(Kernel threads have no command line and are not listed. If a PATTERN matches only this command
+itself, a line on standard error says so.
 Exit status 0: listed; 1: /proc cannot be read; 2: wrong usage.)";
 
 constexpr char kFindFooter[] =
@@ -67,7 +71,9 @@ constexpr char kOnceFooter[] =
 gets the parameter name that the item expects at its position. If a value itself looks like
 NAME=VALUE, write its name: ProcessName=A=B. Write -- before a value that starts with -.
 Without --every the item is called once, without a time limit.
-Exit status 0: every call returned a valid value; 1: a call failed, or none ended; 2: wrong usage.)";
+A pattern that matches only this command itself counts as no match.
+Exit status 0: every call measured a value, or did what the item is for; 1: a call did not, or none
+ended; 2: wrong usage.)";
 
 // The parsed command line: the command and its options.
 struct Arguments {
