@@ -7,14 +7,7 @@
 
 namespace {
 
-class ConfigTest : public MonitorTest {
- protected:
-  // What check-config says of the text, all of it on standard error but for the last line.
-  std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
-    configure(text);
-    return Monitor(folder_, "mirt-monitor check-config a.toml " + options).end(exit_code);
-  }
-};
+using ConfigTest = MonitorTest;
 
 std::string heartbeat(const std::string& process) {
   return instance("x", "ProcessHeartBeat",

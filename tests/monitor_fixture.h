@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,12 +128,19 @@ class Monitor {
 class MonitorTest : public testing::Test {
  protected:
   MonitorTest() {
+    umask(022);  // a configuration that others can write is refused
     char name[] = "/tmp/monitor-test-XXXXXX";
     folder_ = mkdtemp(name);
   }
   ~MonitorTest() override { fs::remove_all(folder_); }
 
   void configure(const std::string& text) const { std::ofstream(folder_ / "a.toml") << text; }
+
+  // What check-config says of the text, all of it on standard error but for the last line.
+  std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
+    configure(text);
+    return Monitor(folder_, "mirt-monitor check-config a.toml " + options).end(exit_code);
+  }
 
   fs::path folder_;
 };

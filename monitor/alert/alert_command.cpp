@@ -15,6 +15,7 @@
 
 #include "alert/output_lines.h"
 #include "proc/child_program.h"
+#include "proc/program_path.h"
 #include "text/end_text.h"
 #include "text/number_text.h"
 
@@ -22,20 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::string_view kPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 constexpr const char* kInherited[] = {"HOME", "LANG", "TZ", "TMPDIR"};
-
-// Where in kPath a program of this name can be run; the name itself if it has a "/" or is nowhere.
-std::string path_of(const std::string& name) {
-  if (name.find('/') != std::string::npos) return name;
-  for (size_t begin = 0; begin < kPath.size();) {
-    const size_t end = std::min(kPath.find(':', begin), kPath.size());
-    const std::string path = std::string(kPath.substr(begin, end - begin)) + '/' + name;
-    if (access(path.c_str(), X_OK) == 0) return path;
-    begin = end + 1;
-  }
-  return name;
-}
 
 bool is_for_commands(const std::string& variable) {
   return variable.compare(0, 5, "MIRT_") == 0 && variable.find('=') == std::string::npos &&
@@ -43,7 +31,7 @@ bool is_for_commands(const std::string& variable) {
 }
 
 std::vector<std::string> environment_of(const AlertMessage& message) {
-  std::vector<std::string> environment{"PATH=" + std::string(kPath)};
+  std::vector<std::string> environment{"PATH=" + std::string(kProgramPath)};
   for (const char* const name : kInherited) {
     const char* const value = std::getenv(name);
     if (value) environment.push_back(std::string(name) + '=' + value);
@@ -103,8 +91,10 @@ bool CommandRun::start(const std::vector<std::string>& environment) {
   if (!input.open() || !output.open()) return false;
   fcntl(input.write_end.get(), F_SETFL, O_NONBLOCK);
   fcntl(output.read_end.get(), F_SETFL, O_NONBLOCK);
-  child_ = ChildProgram::start({path_of(alert_.command.front()), alert_.command, environment,
-                                input.read_end.get(), output.write_end.get()});
+  const std::string program = find_program(alert_.command.front());
+  if (program.empty()) return false;
+  child_ = ChildProgram::start(
+      {program, alert_.command, environment, input.read_end.get(), output.write_end.get()});
   input_ = std::move(input.write_end);
   output_ = std::move(output.read_end);
   return child_.has_value();

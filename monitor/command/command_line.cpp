@@ -32,7 +32,22 @@ not have an item.)";
 constexpr char kCheckFooter[] =
     R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Prints mistakes as FILE:LINE: TEXT and warnings as
 FILE:LINE: warning: TEXT. A warning is about a setting that works but probably not as intended.
+With --expand, prints each watch as the [[instance]] tables that it stands for: TOML that gives the
+same run.
 Exit status 0: no mistakes; 2: mistakes.)";
+
+constexpr char kMatchFooter[] =
+    R"(Prints the processes that exact, prefix or match of a [[process]] finds now, except this command
+itself: PID, memory, start time, and the command line as the plug-in compares it. Only the beginning
+of a long command line is compared; the output says so. Mode "exact" prints the first such process.
+Write -- before a TEXT that starts with -.
+Exit status 0: found; 1: not found; 2: wrong usage.)";
+
+constexpr char kInitFooter[] =
+    R"(Prints a configuration: the machine, its file systems, and the ten largest processes as watches that
+are commented out. For example:
+  mirt-monitor init > /etc/mirt-monitor.toml
+Exit status 0: printed; 1: /proc cannot be read; 2: wrong usage.)";
 
 constexpr char kPsFooter[] =
     R"(Kernel threads have no command line and are not listed. If a PATTERN matches only this command
@@ -83,6 +98,8 @@ struct Arguments {
   CheckOptions check;
   std::string prepared_group = "daemon";
   PsOptions ps;
+  MatchOptions match;
+  std::string init_plugin;
   FindOptions find;
   KillOptions kill;
   int (*command)(const Arguments&) = nullptr;
@@ -164,6 +181,18 @@ void add_strict_flag(CLI::App& command, bool& strict) {
   command.add_flag("--strict", strict, "Treat warnings about the configuration as mistakes");
 }
 
+void add_mode(CLI::App& command, std::string& mode) {
+  command.add_option("mode", mode, "How to compare the command line")
+      ->required()
+      ->check(one_of({"exact", "prefix", "wildcard"}))
+      ->type_name("exact|prefix|wildcard");
+}
+
+void add_allow_writable_flag(CLI::App& command, bool& allow) {
+  command.add_flag("--allow-writable-config", allow,
+                   "Accept a configuration that other users can write");
+}
+
 // Sets the command's action and the end of its help text.
 void set_action(CLI::App& command, Arguments& arguments, const char* footer,
                 int (*action)(const Arguments&)) {
@@ -184,6 +213,7 @@ void add_run(CLI::App& app, Arguments& arguments) {
   add_plugin_option(*run, options.plugin);
   add_json_flag(*run, options.json);
   add_strict_flag(*run, options.strict);
+  add_allow_writable_flag(*run, options.allow_writable);
   set_action(*run, arguments, kRunFooter,
              [](const Arguments& given) { return command_run(given.run); });
 }
@@ -231,8 +261,11 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration without running it");
-  add_text(*check, "file", arguments.check.config, "The configuration", "FILE")->required();
-  add_strict_flag(*check, arguments.check.strict);
+  CheckOptions& options = arguments.check;
+  add_text(*check, "file", options.config, "The configuration", "FILE")->required();
+  check->add_flag("--expand", options.expand, "Print the instances that the watches stand for");
+  add_strict_flag(*check, options.strict);
+  add_allow_writable_flag(*check, options.allow_writable);
   set_action(*check, arguments, kCheckFooter,
              [](const Arguments& given) { return command_check_config(given.check); });
 }
@@ -253,13 +286,30 @@ void add_ps(CLI::App& app, Arguments& arguments) {
              [](const Arguments& given) { return command_ps(given.ps); });
 }
 
+void add_match(CLI::App& app, Arguments& arguments) {
+  CLI::App* const match =
+      app.add_subcommand("match", "Print the processes that a watch would find");
+  MatchOptions& options = arguments.match;
+  add_mode(*match, options.mode);
+  add_text(*match, "text", options.text, "The command line, its beginning, or a pattern", "TEXT")
+      ->required();
+  add_json_flag(*match, options.json);
+  add_plugin_option(*match, options.plugin);
+  set_action(*match, arguments, kMatchFooter,
+             [](const Arguments& given) { return command_match(given.match); });
+}
+
+void add_init(CLI::App& app, Arguments& arguments) {
+  CLI::App* const init = app.add_subcommand("init", "Print a configuration for this machine");
+  add_plugin_option(*init, arguments.init_plugin);
+  set_action(*init, arguments, kInitFooter,
+             [](const Arguments& given) { return command_init(given.init_plugin); });
+}
+
 void add_find(CLI::App& app, Arguments& arguments) {
   CLI::App* const find = app.add_subcommand("find", "Print the PIDs of processes by command line");
   FindOptions& options = arguments.find;
-  find->add_option("mode", options.mode, "How to compare the command line")
-      ->required()
-      ->check(one_of({"exact", "prefix", "wildcard"}))
-      ->type_name("exact|prefix|wildcard");
+  add_mode(*find, options.mode);
   add_text(*find, "name", options.name, "The command line, its beginning, or a pattern", "NAME")
       ->required();
   add_plugin_option(*find, options.plugin);
@@ -351,6 +401,8 @@ int run_command_line(int argc, char** argv) {
   add_items(app, arguments);
   add_heartbeats(app, arguments);
   add_check_config(app, arguments);
+  add_init(app, arguments);
+  add_match(app, arguments);
   add_ps(app, arguments);
   add_find(app, arguments);
   add_kill(app, arguments);

@@ -11,7 +11,8 @@ struct RunOptions {
   std::string plugin;  // empty: the default plug-in
   std::optional<unsigned long> rounds;
   bool json = false;
-  bool strict = false;  // warnings are mistakes
+  bool strict = false;          // warnings are mistakes
+  bool allow_writable = false;  // others may be able to write the configuration
 };
 int command_run(const RunOptions& options);
 
@@ -36,6 +37,8 @@ int command_heartbeats_prepare(const std::string& group);
 struct CheckOptions {
   std::string config;
   bool strict = false;
+  bool allow_writable = false;
+  bool expand = false;  // writes it out in full
 };
 int command_check_config(const CheckOptions& options);
 
@@ -47,6 +50,17 @@ struct PsOptions {
   bool json = false;
 };
 int command_ps(const PsOptions& options);
+
+struct MatchOptions {
+  std::string plugin;
+  std::string mode;  // "exact", "prefix" or "wildcard"
+  std::string text;
+  bool json = false;
+};
+int command_match(const MatchOptions& options);
+
+// A configuration to begin with, for this machine.
+int command_init(const std::string& plugin);
 
 struct FindOptions {
   std::string plugin;

@@ -1,22 +1,15 @@
 #include "config/config.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <map>
-#include <optional>
+#include <set>
 #include <utility>
 
+#include "config/config_file.h"
+#include "config/config_include.h"
 #include "config/config_parts.h"
 #include "config/toml_error.h"
 #include "config/toml_fields.h"
-#include "item/value_check.h"
-#include "proc/unique_fd.h"
-#include "text/number_text.h"
+#include "text/wording.h"
 
 namespace {
 
@@ -24,181 +17,175 @@ using Presence = TomlFields::Presence;
 
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 
-// Keys of instances that stand before the first of them, or in a table of their own.
-const std::vector<Misplaced> kMisplaced = {{"alarm", "as [instance.alarm] after its [[instance]]"},
-                                           {"report", "in [instance.alarm]"},
-                                           {"name", "in [[instance]]"},
-                                           {"item", "in [[instance]]"},
-                                           {"period", "in [[instance]]"},
-                                           {"params", "in [[instance]]"},
-                                           {"unit", "in [[instance]]"}};
+// Keys of tables that stand before the first of them, or in a table of their own.
+const std::vector<Misplaced> kMisplaced = {
+    {"alarm", "as [instance.alarm] after its [[instance]]"},
+    {"report", "in [instance.alarm] or [alert.NAME]"},
+    {"name", "in [[process]], [[heartbeat]] or [[instance]]"},
+    {"item", "in [[instance]]"},
+    {"period", "in [[instance]]"},
+    {"params", "in [[instance]]"},
+    {"unit", "in [[instance]]"},
+    {"exact", "in [[process]]"},
+    {"prefix", "in [[process]]"},
+    {"match", "in [[process]]"},
+    {"running", "in [[process]]"},
+    {"handles", "in [[process]]"},
+    {"hung", "in [[process]]"},
+    {"module", "in [[heartbeat]]"},
+    {"cpu", "in [[process]] or [machine]"},
+    {"memory", "in [[process]] or [machine]"},
+    {"disk", "in [machine]"},
+    {"severity", "in a watch or an alarm"},
+    {"command", "in [alert.NAME] or [recovery]"}};
 
-constexpr char kInstancesForm[] = "at least one [[instance]]";
+constexpr char kWatchesForm[] =
+    "at least one [[process]], [[heartbeat]] or [[instance]], or [machine]";
 
-// What no configuration comes near: a device that never ends must not fill the memory.
-constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
-
-// Where a pipe is meant: standard input, and what a shell puts in the place of <(command).
-bool names_descriptor(const std::string& path) {
-  return path == "/dev/stdin" || path.compare(0, 8, "/dev/fd/") == 0 ||
-         path.compare(0, 14, "/proc/self/fd/") == 0;
-}
-
-const char* kind_of_file(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFDIR:
-      return "a directory";
-    case S_IFIFO:
-      return "a named pipe";
-    default:
-      return "a device or socket";
-  }
-}
-
-// What keeps the open file from being read as a configuration; empty if nothing does.
-std::string obstacle(int file, const std::string& path) {
-  struct stat about {};
-  if (file < 0 || fstat(file, &about) != 0) {
-    return std::string("cannot be read: ") + std::strerror(errno);
-  }
-  if (S_ISREG(about.st_mode) || (names_descriptor(path) && !S_ISDIR(about.st_mode))) return "";
-  return std::string("is ") + kind_of_file(about.st_mode) +
-         ", expected a regular file, /dev/stdin or /dev/fd/N";
-}
-
-// The bytes of the file; nothing, with errno set, if it cannot be read.
-std::optional<std::string> read_whole(const UniqueFd& file) {
-  std::string text;
-  char piece[4096];
-  for (;;) {
-    const ssize_t got = read(file.get(), piece, sizeof piece);
-    if (got == 0) return text;
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::nullopt;
-    text.append(piece, static_cast<size_t>(got));
-    if (text.size() <= kMostBytes) continue;
-    errno = EFBIG;
-    return std::nullopt;
-  }
-}
+// A file, parsed; its findings have no file name yet.
+struct ParsedFile {
+  std::string path;
+  toml::table table;
+  Findings findings;
+};
 
 class ConfigReader {
  public:
-  ConfigReading read(const toml::table& file);
+  explicit ConfigReader(Trust trust) : trust_(trust) {}
+
+  ConfigReading read(const std::string& path);
 
  private:
-  void read_instance(const toml::node& node);
-  void read_name(TomlFields& fields, Instance& instance);
+  ParsedFile parse(const std::string& path);
+  void parse_included(ParsedFile& main);
+  void read_main_keys(TomlFields& fields);
+  void refuse_main_keys(TomlFields& fields, const std::string& main);
+  void read_file(ParsedFile& file);
 
-  void check_times(TomlFields& fields, const Instance& instance);
-
-  Config config_;
-  Findings findings_;
-  double default_deadline_s_ = Instance().deadline_s;
-  std::map<std::string, unsigned> name_lines_;
+  const Trust trust_;
+  ConfigReading reading_;
+  std::vector<ParsedFile> files_;  // the main one first
+  std::set<std::pair<dev_t, ino_t>> seen_;
+  FileScope defaults_;
+  NameRegister names_, alert_names_;
 };
 
-ConfigReading ConfigReader::read(const toml::table& file) {
-  TomlFields fields(file, "the file", findings_);
-  default_deadline_s_ =
-      read_seconds(fields, "deadline", Presence::kOptional).value_or(default_deadline_s_);
-  config_.workers = fields.whole_number("workers", Presence::kOptional, kWorkers).value_or(0);
-  config_.recovery = read_recovery(fields);
-  const toml::array* const instances = fields.array("instance", kInstancesForm);
-  fields.refuse_other_keys(kMisplaced);
-  if (instances) {
-    for (const toml::node& node : *instances) read_instance(node);
+// Without a table, and with a mistake, if the file cannot be read or is no TOML. A file that was
+// there before gives nothing.
+ParsedFile ConfigReader::parse(const std::string& path) {
+  ParsedFile file{path, {}, {}};
+  std::string error;
+  const std::optional<ConfigFile> content = read_config_file(path, trust_, error);
+  if (!content) {
+    file.findings.mistakes.push_back({0, error});
+    return file;
   }
-  if (!file.contains("instance") || (instances && instances->empty())) {
-    fields.mistake(fields.line("instance"), std::string("no instance, expected ") + kInstancesForm);
-  }
-  sort_by_line(findings_.mistakes);
-  sort_by_line(findings_.warnings);
-  return {std::move(config_), std::move(findings_)};
-}
-
-void ConfigReader::read_instance(const toml::node& node) {
-  if (!node.is_table()) {
-    findings_.mistakes.push_back(
-        {line_of(node), "instance is " + type_of(node) + ", expected a table [[instance]]"});
-    return;
-  }
-  TomlFields fields(*node.as_table(), "[[instance]]", findings_);
-  Instance instance;
-  instance.line = line_of(node);
-  read_name(fields, instance);
-  instance.item = read_item(fields);
-  if (instance.item) instance.unit = instance.item->unit;
-  const std::optional<double> period = read_seconds(fields, "period", Presence::kRequired);
-  instance.period_s = period.value_or(instance.period_s);
-  instance.deadline_s =
-      read_seconds(fields, "deadline", Presence::kOptional).value_or(default_deadline_s_);
-  const std::optional<std::string> unit = fields.text("unit", Presence::kOptional);
-  if (unit) instance.unit = *unit;
-  instance.params = read_params(fields, instance.item).params;
-  if (instance.item && period) check_times(fields, instance);
-  instance.alarms = read_alarms(fields, instance.item);
-  fields.refuse_other_keys();
-  config_.instances.push_back(std::move(instance));
-}
-
-void ConfigReader::read_name(TomlFields& fields, Instance& instance) {
-  const std::optional<std::string> name = fields.text("name", Presence::kRequired);
-  if (!name) return;
-  instance.name = *name;
-  const unsigned line = fields.line("name");
-  if (name->empty()) {
-    fields.mistake(line, "name is empty, expected a name");
-    return;
-  }
-  const auto [first, is_new] = name_lines_.emplace(*name, line);
-  if (is_new) return;
-  fields.mistake(line, "name \"" + *name + "\" is also that of the instance in line " +
-                           std::to_string(first->second) + ", expected a name of its own");
-}
-
-void ConfigReader::check_times(TomlFields& fields, const Instance& instance) {
-  const std::optional<std::string> often =
-      check_period(*instance.item, instance.params, instance.period_s);
-  if (often) fields.warning(fields.line("period"), "period " + *often);
-  const bool waits_for_command = config_.recovery.redundancy == Recovery::Redundancy::kCommand &&
-                                 asks_for_recovery(*instance.item);
-  if (!waits_for_command || instance.deadline_s > kRecoverySeconds) return;
-  fields.warning(fields.line("deadline"),
-                 "deadline is " + number_text(instance.deadline_s) + ", expected more than " +
-                     number_text(kRecoverySeconds) +
-                     " s: the item waits that long for the command of [recovery]");
-}
-
-ConfigReading failed(Mistake mistake) {
-  return {{}, {{std::move(mistake)}, {}}};
-}
-
-ConfigReading read_text(const std::string& text, const std::string& path) {
+  if (!seen_.insert(content->identity).second) return file;
   try {
-    return ConfigReader().read(toml::parse(text, path));
-  } catch (const toml::parse_error& error) {
-    return failed(toml_mistake(text, error));
+    file.table = toml::parse(content->text, path);
+  } catch (const toml::parse_error& error_in_text) {
+    file.findings.mistakes.push_back(toml_mistake(content->text, error_in_text));
   }
+  return file;
+}
+
+void ConfigReader::parse_included(ParsedFile& main) {
+  TomlFields fields(main.table, "the file", main.findings);
+  std::vector<ParsedFile> included;
+  for (const Included& file : read_includes(fields, main.path)) {
+    included.push_back(parse(file.path));
+  }
+  for (ParsedFile& file : included) files_.push_back(std::move(file));
+}
+
+// What is of the whole program, and may be in the main file only.
+void ConfigReader::read_main_keys(TomlFields& fields) {
+  fields.any("include");
+  reading_.config.workers =
+      fields.whole_number("workers", Presence::kOptional, kWorkers).value_or(0);
+  reading_.config.recovery = read_recovery(fields);
+  defaults_.command_recovers =
+      reading_.config.recovery.redundancy == Recovery::Redundancy::kCommand;
+  const std::optional<std::string> state = fields.text("state", Presence::kOptional);
+  if (!state) return;
+  reading_.config.state_file = *state;
+  if (state->empty() || state->front() != '/' || state->back() == '/') {
+    fields.mistake(fields.line("state"),
+                   "state is " + in_quotes(*state) + ", expected the absolute path of a file");
+  }
+}
+
+void ConfigReader::refuse_main_keys(TomlFields& fields, const std::string& main) {
+  for (const char* const key : {"include", "workers", "recovery", "state"}) {
+    if (!fields.any(key)) continue;
+    fields.mistake(fields.line(key),
+                   std::string(key) + " in an included file, expected it only in " + main);
+  }
+}
+
+void ConfigReader::read_file(ParsedFile& file) {
+  TomlFields fields(file.table, "the file", file.findings);
+  const bool is_main = &file == &files_.front();
+  if (is_main) read_main_keys(fields);
+  if (!is_main) refuse_main_keys(fields, files_.front().path);
+  FileScope scope = defaults_;
+  scope.file = file.path;
+  scope.every_s = read_seconds(fields, "every", Presence::kOptional).value_or(scope.every_s);
+  scope.deadline_s =
+      read_seconds(fields, "deadline", Presence::kOptional).value_or(scope.deadline_s);
+  if (is_main) defaults_ = scope;
+  for (Alert& alert : read_alerts(fields)) {
+    const auto taken = alert_names_.claim(alert.name, file.path, alert.line);
+    if (taken) fields.mistake(alert.line, "alert: " + *taken);
+    reading_.config.alerts.push_back(std::move(alert));
+  }
+  read_watches(fields, scope, names_, reading_.config.instances);
+  read_instances(fields, scope, names_, reading_.config.instances);
+  fields.refuse_other_keys(kMisplaced);
+}
+
+// The findings of one file, each with its name, go to those of all.
+void move_findings(ParsedFile& file, Findings& all, const std::string& main) {
+  const std::string name = file.path == main ? "" : file.path;
+  const auto move_all = [&name](Mistakes& from, Mistakes& to) {
+    for (Mistake& one : from) to.push_back({one.line, std::move(one.text), name});
+  };
+  move_all(file.findings.mistakes, all.mistakes);
+  move_all(file.findings.warnings, all.warnings);
+}
+
+ConfigReading ConfigReader::read(const std::string& path) {
+  files_.push_back(parse(path));
+  if (files_.front().findings.mistakes.empty()) parse_included(files_.front());
+  for (const ParsedFile& file : files_) {
+    if (!file.findings.mistakes.empty()) defaults_.knows_all_alerts = false;
+    for (std::string& name : names_of_alerts(file.table))
+      defaults_.alert_names.push_back(std::move(name));
+  }
+  for (ParsedFile& file : files_) read_file(file);
+  std::vector<Alert>& alerts = reading_.config.alerts;  // TOML does not keep their order
+  std::sort(alerts.begin(), alerts.end(),
+            [](const Alert& a, const Alert& b) { return a.name < b.name; });
+  Findings& main = files_.front().findings;
+  if (reading_.config.instances.empty() && main.mistakes.empty()) {
+    main.mistakes.push_back({1, std::string("nothing to watch, expected ") + kWatchesForm});
+  }
+  for (ParsedFile& file : files_) move_findings(file, reading_.findings, path);
+  sort_by_place(reading_.findings.mistakes);
+  sort_by_place(reading_.findings.warnings);
+  return std::move(reading_);
 }
 
 void make_mistakes_of_warnings(Findings& findings) {
   for (Mistake& warning : findings.warnings) findings.mistakes.push_back(std::move(warning));
   findings.warnings.clear();
-  sort_by_line(findings.mistakes);
+  sort_by_place(findings.mistakes);
 }
 
 }  // namespace
 
-ConfigReading read_config(const std::string& path, Warnings warnings) {
-  // Without O_NONBLOCK the opening itself waits for somebody to write to a pipe.
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  const std::string found = obstacle(file.get(), path);
-  if (!found.empty()) return failed({0, found});
-  fcntl(file.get(), F_SETFL, O_RDONLY);
-  const std::optional<std::string> text = read_whole(file);
-  if (!text) return failed({0, std::string("cannot be read: ") + std::strerror(errno)});
-  ConfigReading reading = read_text(*text, path);
+ConfigReading read_config(const std::string& path, Warnings warnings, Trust trust) {
+  ConfigReading reading = ConfigReader(trust).read(path);
   if (warnings == Warnings::kAreMistakes) make_mistakes_of_warnings(reading.findings);
   return reading;
 }

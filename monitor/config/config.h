@@ -1,10 +1,11 @@
-// The configuration file: which items run, how often, with what.
+// The configuration: what is watched, how often, and who is told.
 #ifndef MONITOR_CONFIG_H
 #define MONITOR_CONFIG_H
 
 #include <string>
 #include <vector>
 
+#include "config/config_trust.h"
 #include "item/alert.h"
 #include "item/instance.h"
 #include "item/recovery.h"
@@ -18,8 +19,8 @@ struct Config {
   unsigned workers = 0;    // the most calls at one time; 0: as many as there can be
 };
 
-// What a file gave: a configuration to use if there are no mistakes. Mistakes and warnings are each
-// in the order of their lines.
+// What the file and those that it includes gave: a configuration to use if there are no mistakes.
+// Mistakes and warnings are each in the order of their files and lines.
 struct ConfigReading {
   Config config;
   Findings findings;
@@ -28,7 +29,9 @@ struct ConfigReading {
 enum class Warnings { kAllowed, kAreMistakes };
 
 // Reads a regular file, or a descriptor of this process that `path` names, such as /dev/stdin: any
-// other pipe or device could keep the reader waiting for ever.
-ConfigReading read_config(const std::string& path, Warnings warnings = Warnings::kAllowed);
+// other pipe or device could keep the reader waiting for ever. With Trust::kChecked nobody else
+// than root and the user of this process may be able to write what is read.
+ConfigReading read_config(const std::string& path, Warnings warnings = Warnings::kAllowed,
+                          Trust trust = Trust::kChecked);
 
 #endif

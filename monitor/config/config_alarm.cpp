@@ -1,4 +1,4 @@
-// [instance.alarm]: when an instance's values are worth a report.
+// Alarms: when the answers of an instance are worth being told, and to whom.
 #include <algorithm>
 #include <iterator>
 
@@ -6,6 +6,7 @@
 #include "item/placeholders.h"
 #include "item/value_check.h"
 #include "item/value_range.h"
+#include "text/number_text.h"
 #include "text/wording.h"
 
 namespace {
@@ -39,7 +40,8 @@ void check_bound(TomlFields& fields, const char* key, const AlarmRule& rule, con
   }
 }
 
-void read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
+// True if there is just one condition, whose bound could be read.
+bool read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
   struct Row {
     const char* key;
     Condition condition;
@@ -47,7 +49,7 @@ void read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
   constexpr Row kRows[] = {
       {"above", Condition::kAbove}, {"below", Condition::kBelow}, {"equals", Condition::kEquals}};
   std::string found;
-  unsigned count = 0;
+  unsigned count = 0, readable = 0;
   for (const Row& row : kRows) {
     const std::optional<double> bound = read_bound(fields, row.key, item);
     if (!fields.has(row.key)) continue;
@@ -55,11 +57,87 @@ void read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
     rule.bound = bound.value_or(rule.bound);
     if (bound && item) check_bound(fields, row.key, rule, *item);
     found += (count++ == 0 ? "" : " and ") + std::string(row.key);
+    if (bound) ++readable;
   }
-  if (count == 1 || (count == 0 && fields.has("on"))) return;
-  fields.mistake(fields.line(""), (count == 0 ? "no condition" : found) + std::string(" in ") +
-                                      "[instance.alarm], expected one of above, below, equals" +
+  if (count == 1) return readable == 1;
+  if (count == 0 && fields.has("on")) return false;
+  fields.mistake(fields.line(""), (count == 0 ? "no condition" : found) + " in " + fields.where() +
+                                      ", expected one of above, below, equals" +
                                       std::string(count == 0 ? ", or on" : ""));
+  return false;
+}
+
+// What keeps an alarm with this bound from being cleared; empty if nothing does.
+std::string clear_fault(const AlarmRule& rule, double clear, const ItemRow* item) {
+  const double bound = rule.bound;
+  const bool is_above = rule.condition == Condition::kAbove;
+  if (is_above ? clear > bound : clear < bound) {
+    return "is " + number_text(clear) + ", expected at " + (is_above ? "most" : "least") + " the " +
+           number_text(bound) + " of " + (is_above ? "above" : "below");
+  }
+  const std::optional<BoundFault> fault =
+      item ? check_bound(*item, rule.condition, clear) : std::nullopt;
+  if (!fault || !fault->holds_always) return "";
+  return fault->text + ": the alarm would never be cleared";
+}
+
+void read_clear(TomlFields& fields, const ItemRow* item, bool has_bound, AlarmRule& rule) {
+  const std::optional<double> clear = read_bound(fields, "clear", item);
+  if (!fields.has("clear")) return;
+  const bool has_side = fields.has("above") || fields.has("below");
+  if (!has_side) {
+    fields.mistake(fields.line("clear"),
+                   "clear without above or below, expected it only beside one of them");
+  }
+  if (!clear || !has_bound || !has_side) return;
+  const std::string fault = clear_fault(rule, *clear, item);
+  if (!fault.empty()) fields.mistake(fields.line("clear"), "clear " + fault);
+  rule.clear_bound = clear;
+}
+
+// A number of calls, or a duration.
+Hold read_hold(TomlFields& fields, const char* key) {
+  Hold hold;
+  const toml::node* const node = fields.any(key);
+  if (!node) return hold;
+  if (node->is_integer()) {
+    hold.calls = fields.whole_number(key, Presence::kOptional, kCalls).value_or(1);
+  } else if (node->is_string()) {
+    hold.seconds = read_seconds(fields, key, Presence::kOptional).value_or(0.0);
+  } else {
+    fields.mistake(line_of(*node), std::string(key) + " is " + type_of(*node) +
+                                       ", expected a number of calls, or text with ms, s, m, h or "
+                                       "d");
+  }
+  return hold;
+}
+
+Severity read_severity(TomlFields& fields, Severity otherwise) {
+  const std::optional<std::string> word = fields.text("severity", Presence::kOptional);
+  if (!word) return otherwise;
+  for (const Severity severity : {Severity::kWarning, Severity::kCritical}) {
+    if (*word == severity_name(severity)) return severity;
+  }
+  fields.mistake(fields.line("severity"),
+                 "severity is " + in_quotes(*word) + ", expected \"warning\" or \"critical\"");
+  return otherwise;
+}
+
+void check_alert_name(TomlFields& fields, const std::string& name, const FileScope& scope) {
+  if (!scope.knows_all_alerts) return;
+  const std::vector<std::string_view> known(scope.alert_names.begin(), scope.alert_names.end());
+  if (std::find(known.begin(), known.end(), name) != known.end()) return;
+  const std::string text = "unknown alert " + in_quotes(name);
+  fields.mistake(fields.line("alert"),
+                 text + (known.empty() ? ", expected the name of a table [alert.NAME]"
+                                       : expected_one_of(name, known)));
+}
+
+std::vector<std::string> read_alert_names(TomlFields& fields, const FileScope& scope,
+                                          const std::vector<std::string>& otherwise) {
+  std::vector<std::string> names = fields.texts("alert", "the names of tables [alert.NAME]");
+  for (const std::string& name : names) check_alert_name(fields, name, scope);
+  return fields.has("alert") ? names : otherwise;
 }
 
 constexpr char kStatesForm[] = "an array of \"failed\", \"blind\", \"unjudged\", \"absent\"";
@@ -78,19 +156,7 @@ std::optional<State> read_state(TomlFields& fields, const toml::node& node) {
   return std::nullopt;
 }
 
-void read_states(TomlFields& fields, AlarmRule& rule) {
-  const toml::array* const states = fields.array("on", kStatesForm);
-  if (!states) return;
-  if (states->empty()) {
-    fields.mistake(line_of(*states), std::string("on is empty, expected ") + kStatesForm);
-  }
-  for (const toml::node& node : *states) {
-    const std::optional<State> state = read_state(fields, node);
-    if (state) rule.states.push_back(*state);
-  }
-}
-
-AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
+AlarmReport report_in(TomlFields fields, const ItemRow* alarmed) {
   AlarmReport report;
   report.item = read_item(fields);
   if (report.item && !sends_report(*report.item)) {
@@ -110,34 +176,70 @@ AlarmReport read_report(TomlFields fields, const ItemRow* alarmed) {
   return report;
 }
 
-AlarmRule read_alarm(TomlFields fields, const ItemRow* item) {
-  AlarmRule rule;
-  read_condition(fields, item, rule);
-  read_states(fields, rule);
-  rule.raise_after.calls = fields.whole_number("for", Presence::kOptional, kCalls).value_or(1);
-  rule.clear_after.calls =
-      fields.whole_number("clear_for", Presence::kOptional, kCalls).value_or(1);
+}  // namespace
+
+void read_states(TomlFields& fields, AlarmRule& rule) {
+  const toml::array* const states = fields.array("on", kStatesForm);
+  if (!states) return;
+  if (states->empty()) {
+    fields.mistake(line_of(*states), std::string("on is empty, expected ") + kStatesForm);
+  }
+  for (const toml::node& node : *states) {
+    const std::optional<State> state = read_state(fields, node);
+    if (state) rule.states.push_back(*state);
+  }
+}
+
+std::optional<AlarmReport> read_report(TomlFields& fields, const ItemRow* alarmed) {
   const toml::table* const report =
       fields.table("report", "a table { item = \"...\", params = [...] }");
-  if (report) rule.report = read_report(fields.within(*report, "report"), item);
-  fields.refuse_other_keys();
+  if (!report) return std::nullopt;
+  return report_in(fields.within(*report, "report"), alarmed);
+}
+
+AlarmDefaults read_alarm_defaults(TomlFields& fields, const FileScope& scope,
+                                  const AlarmDefaults& defaults) {
+  return {read_severity(fields, defaults.severity),
+          read_alert_names(fields, scope, defaults.alerts)};
+}
+
+void read_alarm_keys(TomlFields& fields, const ItemRow* item, const FileScope& scope,
+                     const AlarmDefaults& defaults, AlarmRule& rule) {
+  rule.raise_after = read_hold(fields, "for");
+  rule.clear_after = read_hold(fields, "clear_for");
+  const AlarmDefaults own = read_alarm_defaults(fields, scope, defaults);
+  rule.severity = own.severity;
+  rule.alerts = own.alerts;
+  rule.report = read_report(fields, item);
+}
+
+AlarmRule read_alarm(TomlFields& fields, const ItemRow* item, const FileScope& scope,
+                     const AlarmDefaults& defaults) {
+  AlarmRule rule;
+  const bool has_bound = read_condition(fields, item, rule);
+  read_clear(fields, item, has_bound, rule);
+  read_states(fields, rule);
+  read_alarm_keys(fields, item, scope, defaults, rule);
   return rule;
 }
 
-}  // namespace
-
-std::vector<AlarmRule> read_alarms(TomlFields& fields, const ItemRow* item) {
+std::vector<AlarmRule> read_alarms(TomlFields& fields, const ItemRow* item,
+                                   const FileScope& scope) {
   constexpr char kName[] = "[instance.alarm]";
   std::vector<AlarmRule> rules;
   const toml::node* const node = fields.any("alarm");
   if (!node) return rules;
-  if (node->is_table()) return {read_alarm(fields.within(*node->as_table(), kName), item)};
-  if (!node->is_array_of_tables()) {
+  const auto read_one = [&](const toml::node& table) {
+    TomlFields own = fields.within(*table.as_table(), kName);
+    rules.push_back(read_alarm(own, item, scope, {}));
+    own.refuse_other_keys();
+  };
+  if (node->is_table()) {
+    read_one(*node);
+  } else if (node->is_array_of_tables()) {
+    for (const toml::node& each : *node->as_array()) read_one(each);
+  } else {
     fields.mistake(line_of(*node), "alarm is " + type_of(*node) + ", expected a table " + kName);
-    return rules;
-  }
-  for (const toml::node& each : *node->as_array()) {
-    rules.push_back(read_alarm(fields.within(*each.as_table(), kName), item));
   }
   return rules;
 }

@@ -51,19 +51,38 @@ bool TomlFields::in_range(std::string_view key, const toml::node& node, double v
   return false;
 }
 
-std::optional<std::string> TomlFields::text(std::string_view key, Presence presence) {
-  const toml::node* const node = find(key, presence, "a string");
-  if (!node) return std::nullopt;
-  if (!node->is_string()) {
-    wrong_type(key, *node, "a string");
+std::optional<std::string> TomlFields::text_in(std::string_view key, const toml::node& node,
+                                               const char* expected) {
+  if (!node.is_string()) {
+    wrong_type(key, node, expected);
     return std::nullopt;
   }
   // Records, commands and terminals would end the text there.
-  if (node->as_string()->get().find('\0') != std::string::npos) {
-    mistake(line_of(*node), std::string(key) + " holds a NUL character, expected text without one");
+  if (node.as_string()->get().find('\0') != std::string::npos) {
+    mistake(line_of(node), std::string(key) + " holds a NUL character, expected text without one");
     return std::nullopt;
   }
-  return node->as_string()->get();
+  return node.as_string()->get();
+}
+
+std::optional<std::string> TomlFields::text(std::string_view key, Presence presence) {
+  const toml::node* const node = find(key, presence, "a string");
+  return node ? text_in(key, *node, "a string") : std::nullopt;
+}
+
+std::vector<std::string> TomlFields::texts(std::string_view key, const char* expected) {
+  std::vector<std::string> all;
+  const toml::node* const node = find(key, Presence::kOptional, expected);
+  if (!node) return all;
+  if (!node->is_array()) {
+    if (std::optional<std::string> one = text_in(key, *node, expected)) all.push_back(*one);
+    return all;
+  }
+  for (const toml::node& each : *node->as_array()) {
+    const std::string what = std::string(key) + " has an element that";
+    if (std::optional<std::string> one = text_in(what, each, expected)) all.push_back(*one);
+  }
+  return all;
 }
 
 std::optional<double> TomlFields::number(std::string_view key, Presence presence,

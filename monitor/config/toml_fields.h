@@ -46,6 +46,8 @@ class TomlFields {
   std::optional<double> quantity(std::string_view key, Presence presence, const QuantityKind& kind,
                                  double least, double most);
   std::optional<unsigned> whole_number(std::string_view key, Presence presence, const Range& range);
+  // An array of text, or one text alone. An element that is none is a mistake, and left out.
+  std::vector<std::string> texts(std::string_view key, const char* expected);
   const toml::array* array(std::string_view key, const char* expected);
   const toml::table* table(std::string_view key, const char* expected);
 
@@ -62,6 +64,8 @@ class TomlFields {
 
   bool has(std::string_view key) const { return table_.contains(key); }
 
+  const std::string& where() const { return where_; }
+
   // Adds a mistake for each key that none of the readers above was asked for, with a hint for those
   // that stand in the wrong table.
   void refuse_other_keys(const std::vector<Misplaced>& misplaced = {});
@@ -77,6 +81,8 @@ class TomlFields {
 
  private:
   const toml::node* find(std::string_view key, Presence presence, const char* expected);
+  std::optional<std::string> text_in(std::string_view key, const toml::node& node,
+                                     const char* expected);
   void wrong_type(std::string_view key, const toml::node& node, const char* expected);
   bool in_range(std::string_view key, const toml::node& node, double value, const Range& range);
 

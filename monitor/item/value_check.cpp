@@ -92,11 +92,7 @@ void check_report(const ItemRow& item, const std::vector<Param>& params, ParamMi
   report_number(params, "ProcessMoudleId", kMostModule, mistakes);
 }
 
-// What is wrong with one value; nothing if it is as it should be.
-struct Fault {
-  std::string text;  // "is empty, expected ..."
-  bool is_warning = false;
-};
+using Fault = ValueFault;
 using Check = std::optional<Fault> (*)(const std::string& value);
 
 std::optional<Fault> check_number(const std::string& value, uint64_t least, uint64_t most) {
@@ -200,14 +196,14 @@ constexpr struct {
     {ParamRow::Value::kSeconds, check_seconds},    {ParamRow::Value::kCommand, check_command},
     {ParamRow::Value::kKeyWords, check_key_words}, {ParamRow::Value::kThread, check_thread}};
 
-std::optional<Fault> check_value(ParamRow::Value kind, const std::string& value) {
+}  // namespace
+
+std::optional<ValueFault> check_value(ParamRow::Value kind, const std::string& value) {
   for (const auto& row : kChecks) {
     if (row.kind == kind) return row.check(value);
   }
   return std::nullopt;
 }
-
-}  // namespace
 
 bool sends_report(const ItemRow& item) {
   const std::string_view name = item.name;

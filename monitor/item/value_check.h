@@ -12,6 +12,15 @@ bool sends_report(const ItemRow& item);
 // True if the item asks whether the data plane may be recovered.
 bool asks_for_recovery(const ItemRow& item);
 
+// What is wrong with one value.
+struct ValueFault {
+  std::string text;  // "is empty, expected ...": what was found, what was expected
+  bool is_warning = false;
+};
+
+// Nothing if a value of this kind can be so.
+std::optional<ValueFault> check_value(ParamRow::Value kind, const std::string& value);
+
 // What would make the item refuse its parameters, take them for others than they seem to be, or
 // measure nothing without a word: an error code that it does not know, a module id that is no
 // number of 16 bits, a name that no process can have. In a report, a value with a placeholder is

@@ -93,7 +93,7 @@ std::optional<BoundFault> check_bound(const ItemRow& item, Condition condition, 
   const char* const how_often = holds == Holds::kNever    ? "never"
                                 : holds == Holds::kHardly ? "rarely"
                                                           : "always";
-  return BoundFault{holds == Holds::kNever, "is " + number_text(bound) + ", which is " + how_often +
-                                                " true for " + item.name + ", expected " +
-                                                expected(item, range)};
+  return BoundFault{holds == Holds::kNever, holds == Holds::kAlways,
+                    "is " + number_text(bound) + ", which is " + how_often + " true for " +
+                        item.name + ", expected " + expected(item, range)};
 }

@@ -9,7 +9,8 @@
 #include "item/item_table.h"
 
 struct BoundFault {
-  bool is_mistake;   // the condition can never hold; else it hardly ever does, or always
+  bool is_mistake;  // the condition can never hold; else it hardly ever does, or always
+  bool holds_always;
   std::string text;  // "is 1000, which never holds ...": what was found, what was expected
 };
 

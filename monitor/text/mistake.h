@@ -1,4 +1,4 @@
-// What is wrong with a configuration file.
+// What is wrong with a configuration.
 #ifndef MONITOR_MISTAKE_H
 #define MONITOR_MISTAKE_H
 
@@ -6,8 +6,9 @@
 #include <vector>
 
 struct Mistake {
-  unsigned line;     // 0: the file as a whole
-  std::string text;  // what was found, what was expected
+  unsigned line;       // 0: the file as a whole
+  std::string text;    // what was found, what was expected
+  std::string file{};  // in which it is; empty: the one that was asked for
 };
 
 using Mistakes = std::vector<Mistake>;
@@ -18,9 +19,11 @@ struct Findings {
   Mistakes warnings;
 };
 
-void sort_by_line(Mistakes& mistakes);
+// The file that was asked for comes first, then the others by their names.
+void sort_by_place(Mistakes& mistakes);
 
-// "FILE:LINE: text", or "FILE: text" where no line is to blame.
+// "FILE:LINE: text", or "FILE: text" where no line is to blame; `path` is the file that was asked
+// for.
 std::string mistake_text(const std::string& path, const Mistake& mistake);
 
 // A line for each finding in the order of the file: mistakes as above, warnings as

@@ -1,0 +1,78 @@
+#include "config/config_include.h"
+
+#include <glob.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "text/wording.h"
+
+namespace {
+
+constexpr char kForm[] = "an array of file names and patterns";
+
+// glob() hands nothing on to its callback.
+thread_local std::string unreadable_folder;
+
+int note_unreadable(const char* folder, int error) {
+  if (error == ENOENT || error == ENOTDIR) return 0;
+  unreadable_folder = std::string(folder) + ": " + std::strerror(error);
+  return 1;
+}
+
+// The files that a pattern stands for. A folder that cannot be read must not look like one in which
+// there is nothing: `error` says so.
+std::vector<std::string> matching_files(const std::string& pattern, std::string& error) {
+  unreadable_folder.clear();
+  glob_t found{};
+  const int result = glob(pattern.c_str(), 0, note_unreadable, &found);
+  std::vector<std::string> files(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+  globfree(&found);
+  if (result == GLOB_NOSPACE) error = "no memory";
+  if (result == GLOB_ABORTED) error = unreadable_folder;
+  return files;
+}
+
+bool is_pattern(const std::string& name) {
+  return name.find_first_of("*?[") != std::string::npos;
+}
+
+std::string folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+// What a folder's name holds must not be taken for a part of the pattern.
+std::string escaped(const std::string& folder) {
+  std::string text;
+  for (const char letter : folder) {
+    if (std::strchr("*?[\\", letter) != nullptr) text += '\\';
+    text += letter;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::vector<Included> read_includes(TomlFields& fields, const std::string& path) {
+  std::vector<Included> files;
+  const unsigned line = fields.line("include");
+  for (const std::string& name : fields.texts("include", kForm)) {
+    const std::string folder = name[0] == '/' ? "" : folder_of(path);
+    if (name.empty()) {
+      fields.mistake(line, std::string("include has an empty name, expected ") + kForm);
+    } else if (!is_pattern(name)) {
+      files.push_back({folder + name, line});
+    } else {
+      std::string error;
+      for (std::string& file : matching_files(escaped(folder) + name, error)) {
+        files.push_back({std::move(file), line});
+      }
+      if (!error.empty()) {
+        fields.mistake(line, "include " + in_quotes(name) + " cannot be looked up: " + error +
+                                 ", expected folders that can be read");
+      }
+    }
+  }
+  return files;
+}
