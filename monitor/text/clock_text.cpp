@@ -21,6 +21,20 @@ LocalTime local_time(WallTime time) {
   return local;
 }
 
+// True if the text has a digit where the form has "0", and elsewhere what the form has.
+bool has_form(const std::string& text, const char* form) {
+  size_t i = 0;
+  for (; form[i] != '\0' && i < text.size(); ++i) {
+    const bool fits = form[i] == '0' ? text[i] >= '0' && text[i] <= '9' : text[i] == form[i];
+    if (!fits) return false;
+  }
+  return form[i] == '\0' && i == text.size();
+}
+
+int digits_at(const std::string& text, size_t position, size_t count) {
+  return std::atoi(text.substr(position, count).c_str());
+}
+
 }  // namespace
 
 std::string for_people(WallTime time) {
@@ -39,4 +53,28 @@ std::string iso8601(WallTime time) {
                 local.milliseconds, east_minutes < 0 ? '-' : '+', std::labs(east_minutes) / 60,
                 std::labs(east_minutes) % 60);
   return text;
+}
+
+std::optional<WallTime> read_iso8601(const std::string& text) {
+  const bool is_east = has_form(text, "0000-00-00T00:00:00.000+00:00");
+  if (!is_east && !has_form(text, "0000-00-00T00:00:00.000-00:00")) return std::nullopt;
+  const int year = digits_at(text, 0, 4), month = digits_at(text, 5, 2);
+  const int day = digits_at(text, 8, 2), hour = digits_at(text, 11, 2);
+  const int minute = digits_at(text, 14, 2), second = digits_at(text, 17, 2);
+  const int zone_hour = digits_at(text, 24, 2), zone_minute = digits_at(text, 27, 2);
+  const bool can_be = year >= 1970 && year <= 2200 && month >= 1 && month <= 12 && day >= 1 &&
+                      day <= 31 && hour <= 23 && minute <= 59 && second <= 60 && zone_hour <= 23 &&
+                      zone_minute <= 59;
+  if (!can_be) return std::nullopt;
+  std::tm fields{};
+  fields.tm_year = year - 1900;
+  fields.tm_mon = month - 1;
+  fields.tm_mday = day;
+  fields.tm_hour = hour;
+  fields.tm_min = minute;
+  fields.tm_sec = second;
+  const auto zone = std::chrono::hours(zone_hour) + std::chrono::minutes(zone_minute);
+  const auto local = std::chrono::system_clock::from_time_t(timegm(&fields)) +
+                     std::chrono::milliseconds(digits_at(text, 20, 3));
+  return is_east ? local - zone : local + zone;
 }

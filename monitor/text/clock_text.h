@@ -3,6 +3,7 @@
 #define MONITOR_CLOCK_TEXT_H
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 using WallTime = std::chrono::system_clock::time_point;
@@ -12,5 +13,9 @@ std::string for_people(WallTime time);
 
 // "2026-03-01T08:15:30.250+01:00"
 std::string iso8601(WallTime time);
+
+// The time that iso8601() has made this text of, to the millisecond. Nothing if it is no such text,
+// or of a year before 1970 or after 2200.
+std::optional<WallTime> read_iso8601(const std::string& text);
 
 #endif

@@ -3,13 +3,34 @@
 #define MONITOR_JSON_TEXT_H
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+
+#include "text/clock_text.h"
 
 using Json = nlohmann::ordered_json;
 
 // JSON on one line. Names and reasons can contain any bytes; invalid UTF-8 becomes U+FFFD.
 inline std::string json_text(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// The value of this key; null if the JSON is no object or has no such key.
+inline const Json* value_in(const Json& json, const char* key) {
+  const auto found = json.is_object() ? json.find(key) : json.end();
+  return found == json.end() ? nullptr : &*found;
+}
+
+// The same, if it is a text; nothing otherwise.
+inline std::optional<std::string> text_in(const Json& json, const char* key) {
+  const Json* const value = value_in(json, key);
+  return value && value->is_string() ? std::optional(value->get<std::string>()) : std::nullopt;
+}
+
+// The same, if it is a time as iso8601() writes it; nothing otherwise.
+inline std::optional<WallTime> time_in(const Json& json, const char* key) {
+  const std::optional<std::string> text = text_in(json, key);
+  return text ? read_iso8601(*text) : std::nullopt;
 }
 
 #endif

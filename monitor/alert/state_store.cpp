@@ -1,0 +1,295 @@
+#include "alert/state_store.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "proc/trusted_folder.h"
+#include "text/log_lines.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kMostBytes = size_t{16} << 20;
+constexpr char kNew[] = ".new-";
+
+// The folder of a file, opened, and the file's name in it.
+struct Place {
+  explicit Place(const std::string& path)
+      : name(path.substr(path.rfind('/') + 1)),  // npos + 1 is 0
+        folder(open_trusted_folder(path.substr(0, path.size() - name.size()))) {}
+
+  std::string name;
+  UniqueFd folder;
+};
+
+std::string error_text(const char* what, int error) {
+  return std::string(what) + ": " + std::strerror(error);
+}
+
+bool write_all(int fd, const std::string& text) {
+  for (size_t written = 0; written < text.size();) {
+    const ssize_t got = write(fd, text.data() + written, text.size() - written);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    written += static_cast<size_t>(got);
+  }
+  return true;
+}
+
+// Nothing of this name is there before: a link of somebody else would be followed otherwise.
+UniqueFd create_new(int folder, const std::string& name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  UniqueFd file(openat(folder, name.c_str(), kFlags, 0600));
+  if (file.get() >= 0 || errno != EEXIST) return file;
+  unlinkat(folder, name.c_str(), 0);  // of a process that had our number and was killed
+  return UniqueFd(openat(folder, name.c_str(), kFlags, 0600));
+}
+
+// The file is the former one or the new one at any moment, and the new one is on the disk once this
+// returns. Why it failed; empty if it did not.
+std::string replace_file(const std::string& path, const std::string& text) {
+  const Place place(path);
+  const int folder = place.folder.get();
+  if (folder < 0) return error_text("its folder cannot be opened", errno);
+  const std::string fresh = place.name + kNew + std::to_string(getpid());
+  const UniqueFd file = create_new(folder, fresh);
+  if (file.get() < 0) return error_text("a new file cannot be made beside it", errno);
+  const bool is_written = write_all(file.get(), text) && fsync(file.get()) == 0 &&
+                          renameat(folder, fresh.c_str(), folder, place.name.c_str()) == 0;
+  if (!is_written) {
+    const std::string error = error_text("it cannot be written", errno);
+    unlinkat(folder, fresh.c_str(), 0);
+    return error;
+  }
+  return fsync(folder) == 0 ? "" : error_text("its folder cannot be synced", errno);
+}
+
+// What a process that was killed while it wrote has left.
+void remove_unfinished(const Place& place) {
+  const std::string beginning = place.name + kNew;
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(
+      fdopendir(fcntl(place.folder.get(), F_DUPFD_CLOEXEC, 0)), closedir);
+  while (const dirent* const entry = folder ? readdir(folder.get()) : nullptr) {
+    if (std::string(entry->d_name).compare(0, beginning.size(), beginning) == 0) {
+      unlinkat(place.folder.get(), entry->d_name, 0);
+    }
+  }
+}
+
+// The file's text. Nothing, with what is wrong in `damage`, if it cannot be trusted or read; that
+// it is not there is no damage.
+std::optional<std::string> read_trusted(const Place& place, std::string& damage) {
+  const UniqueFd file(openat(place.folder.get(), place.name.c_str(),
+                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+    if (errno != ENOENT) damage = error_text("it cannot be opened", errno);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode))
+    damage = "it is no regular file";
+  else if (others_can_write(status))
+    damage = "others can write to it";
+  else if (static_cast<size_t>(status.st_size) > kMostBytes)
+    damage = "it is too large";
+  if (!damage.empty()) return std::nullopt;
+  std::string text(static_cast<size_t>(status.st_size), '\0');
+  ssize_t got;
+  do got = read(file.get(), text.data(), text.size());
+  while (got < 0 && errno == EINTR);
+  if (got == static_cast<ssize_t>(text.size())) return text;
+  damage = got < 0 ? error_text("it cannot be read", errno) : "it is cut off";
+  return std::nullopt;
+}
+
+// "state.json.damaged-2026-03-01T08:15:30.250+01:00", or with a number behind it: nothing that was
+// set aside before is lost. Empty if it cannot be renamed.
+std::string set_aside(const Place& place) {
+  const std::string wanted = place.name + ".damaged-" + iso8601(std::chrono::system_clock::now());
+  const int folder = place.folder.get();
+  for (int count = 1; count <= 100; ++count) {
+    const std::string name = count == 1 ? wanted : wanted + "-" + std::to_string(count);
+    if (renameat2(folder, place.name.c_str(), folder, name.c_str(), RENAME_NOREPLACE) == 0) {
+      return name;
+    }
+    if (errno != EEXIST) break;
+  }
+  return "";
+}
+
+void say(const char* level, const std::string& path, const std::string& text) noexcept try {
+  log_line(level, "state file " + path + ": " + text);
+} catch (const std::exception&) {  // no memory
+}
+
+}  // namespace
+
+StateReading StateStore::load(const std::string& path) {
+  StateReading reading;
+  const Place place(path);
+  if (place.folder.get() < 0) {
+    if (errno != ENOENT) reading.damage = error_text("its folder cannot be opened", errno);
+  } else {
+    remove_unfinished(place);
+    const std::optional<std::string> text = read_trusted(place, reading.damage);
+    std::optional<SavedState> state = text ? read_state(*text, reading.damage) : std::nullopt;
+    reading.found = state.has_value();
+    if (state) reading.state = std::move(*state);
+    if (!reading.damage.empty()) reading.set_aside = set_aside(place);
+  }
+  if (!reading.damage.empty()) {
+    say("error", path,
+        reading.damage + ", the monitor starts without it" +
+            (reading.set_aside.empty() ? "" : "; it is now " + reading.set_aside));
+  }
+  return reading;
+}
+
+// The part of a store that its thread uses.
+class StateStore::Writer {
+ public:
+  Writer(std::string path, std::chrono::milliseconds between)
+      : path_(std::move(path)), between_(between) {}
+
+  void save(SavedState state) noexcept {
+    const std::lock_guard lock(mutex_);
+    unsaved_ = std::move(state);
+    wake_.notify_one();
+  }
+
+  std::string error() const {
+    const std::lock_guard lock(mutex_);
+    return error_;
+  }
+
+  // True once everything is written and the thread has ended.
+  bool finish(std::chrono::milliseconds limit, bool& has_ended) {
+    std::unique_lock lock(mutex_);
+    finishing_ = true;
+    wake_.notify_one();
+    has_ended = ended_.wait_for(lock, limit, [&] { return !runs_; });
+    return has_ended && !unsaved_;
+  }
+
+  void start(const std::shared_ptr<Writer>& self) {
+    runs_ = true;
+    try {
+      thread_ = std::thread([self] { self->run(); });
+    } catch (const std::system_error& error) {
+      runs_ = false;
+      error_ = error_text("there is no thread to write it", error.code().value());
+      say("error", path_, error_);
+    }
+  }
+  void join() {
+    if (thread_.joinable()) thread_.join();
+  }
+  void detach() { thread_.detach(); }
+
+ private:
+  void run() noexcept;
+  bool write(const SavedState& state) noexcept;
+  void note(std::string error) noexcept;
+
+  const std::string path_;
+  const std::chrono::milliseconds between_;
+  std::string written_;  // by the thread alone
+  std::thread thread_;
+  mutable std::mutex mutex_;  // guards all below
+  std::condition_variable wake_, ended_;
+  std::optional<SavedState> unsaved_;
+  std::string error_;
+  bool runs_ = false, finishing_ = false;
+};
+
+void StateStore::Writer::run() noexcept {
+  std::unique_lock lock(mutex_);
+  Clock::time_point next = Clock::now();
+  for (;;) {
+    wake_.wait(lock, [&] { return finishing_ || unsaved_; });
+    if (!unsaved_) break;
+    wake_.wait_until(lock, next, [&] { return finishing_; });
+    const bool is_last = finishing_;
+    const SavedState state = *std::exchange(unsaved_, std::nullopt);
+    lock.unlock();
+    const bool is_written = write(state);
+    lock.lock();
+    next = Clock::now() + between_;
+    if (!is_written && !unsaved_) unsaved_ = std::move(state);
+    if (is_last) break;
+  }
+  runs_ = false;
+  ended_.notify_all();
+}
+
+// False if it has to be tried again.
+bool StateStore::Writer::write(const SavedState& state) noexcept try {
+  std::string text = state_text(state) + "\n";
+  if (text == written_) return true;
+  std::string error = replace_file(path_, text);
+  const bool is_written = error.empty();
+  if (is_written) written_ = std::move(text);
+  note(std::move(error));
+  return is_written;
+} catch (const std::exception&) {
+  note("no memory");  // short enough to need none
+  return false;
+}
+
+// Says the first of several failures that are alike, and that it works again.
+void StateStore::Writer::note(std::string error) noexcept {
+  const bool works = error.empty();
+  std::unique_lock lock(mutex_);
+  if (error == error_) return;
+  error_.swap(error);
+  lock.unlock();
+  if (works) {
+    say("event", path_, "it is written again");
+  } else {
+    say("error", path_, error_);  // no other thread changes it
+  }
+}
+
+StateStore::StateStore(std::string path, std::chrono::milliseconds between)
+    : writer_(std::make_shared<Writer>(std::move(path), between)) {
+  writer_->start(writer_);
+}
+
+StateStore::~StateStore() {
+  constexpr std::chrono::seconds kToEnd{1};
+  if (!finished_) finish(kToEnd);
+}
+
+void StateStore::save(SavedState state) noexcept {
+  writer_->save(std::move(state));
+}
+
+std::string StateStore::error() const {
+  return writer_->error();
+}
+
+bool StateStore::finish(std::chrono::milliseconds limit) {
+  finished_ = true;
+  bool has_ended = false;
+  const bool is_written = writer_->finish(limit, has_ended);
+  stuck_ = !has_ended;
+  if (has_ended) {
+    writer_->join();
+  } else {
+    writer_->detach();
+  }
+  return is_written;
+}
