@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
-#include <system_error>
 #include <utility>
 
 #include "text/log_lines.h"
@@ -38,22 +37,27 @@ size_t size_of(const AlertMessage& message) {
 
 }  // namespace
 
-AlertChannel::AlertChannel(const AlertWay& way, Alert alert, const AlertLimits& limits,
+AlertChannel::AlertChannel(const AlertWay& way, std::string name, const AlertLimits& limits,
                            std::shared_ptr<const Wake> stop)
-    : way_(way),
-      name_(alert.name),
-      limits_(limits),
-      stop_(std::move(stop)),
-      alert_(std::make_shared<const Alert>(std::move(alert))) {
+    : way_(way), name_(std::move(name)), limits_(limits), stop_(std::move(stop)) {
   status_.name = name_;
   status_.way = way.name;
 }
 
-void AlertChannel::start() {
+void AlertChannel::serve(std::shared_ptr<const Alert> alert) noexcept {
+  const std::lock_guard lock(mutex_);
+  const bool is_first = !alert_;
+  has_changed_ = has_changed_ || (!is_first && alert->webhook != alert_->webhook);
+  alert_ = std::move(alert);
+  if (is_first) start();
+  wake_.notify_one();
+}
+
+void AlertChannel::start() noexcept {
   runs_ = true;
   try {
     thread_ = std::thread([self = shared_from_this()] { self->work(); });
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {  // no thread, or no memory for one
     runs_ = false;
     keep_error("there is no thread for it");
     log("error", {status_.last_error, ": ", error.what()});
@@ -75,9 +79,10 @@ void AlertChannel::push(std::shared_ptr<const AlertMessage> message) noexcept {
     return;
   }
   queued_bytes_ += size;
-  while (queue_.size() > limits_.most_queued || queued_bytes_ > limits_.most_queued_bytes) {
-    drop_oldest();
-  }
+  const auto too_many = [&] {
+    return queue_.size() > limits_.most_queued || queued_bytes_ > limits_.most_queued_bytes;
+  };
+  while (queue_.size() > 1 && too_many()) drop_oldest();
   wake_.notify_one();
 }
 
@@ -92,14 +97,6 @@ void AlertChannel::count_dropped() noexcept {
   const std::lock_guard lock(mutex_);
   ++status_.dropped;
   ++unsaid_drops_;
-}
-
-void AlertChannel::set_alert(Alert alert) {
-  auto shared = std::make_shared<const Alert>(std::move(alert));
-  const std::lock_guard lock(mutex_);
-  has_changed_ = has_changed_ || shared->webhook != alert_->webhook;
-  alert_ = std::move(shared);
-  wake_.notify_one();
 }
 
 AlertStatus AlertChannel::status() const {

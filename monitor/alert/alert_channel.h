@@ -31,19 +31,18 @@ class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
   using Clock = std::chrono::steady_clock;
 
   // `stop` interrupts the attempts.
-  AlertChannel(const AlertWay& way, Alert alert, const AlertLimits& limits,
+  AlertChannel(const AlertWay& way, std::string name, const AlertLimits& limits,
                std::shared_ptr<const Wake> stop);
   AlertChannel(const AlertChannel&) = delete;
   AlertChannel& operator=(const AlertChannel&) = delete;
 
-  // Starts the thread. If that fails, logs it; all messages then fail.
-  void start();
+  // Uses this record, which must have the channel's name, for all later deliveries. The first call
+  // starts the thread. If that fails, logs it; all messages then fail.
+  void serve(std::shared_ptr<const Alert> alert) noexcept;
 
   // These never wait for a delivery.
   void push(std::shared_ptr<const AlertMessage> message) noexcept;
   void count_dropped() noexcept;
-  // Uses this record, which has the same name, for all later deliveries.
-  void set_alert(Alert alert);
   AlertStatus status() const;
   const std::string& name() const { return name_; }
   const AlertWay& way() const { return way_; }
@@ -62,6 +61,7 @@ class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
     Clock::time_point since;
   };
 
+  void start() noexcept;
   void work() noexcept;
   void deliver_first(Lock& lock) noexcept;
   Delivery attempt(const Alert& alert, const AlertMessage& message) const noexcept;
@@ -84,8 +84,8 @@ class AlertChannel : public std::enable_shared_from_this<AlertChannel> {
   std::thread thread_;
   mutable std::mutex mutex_;  // guards all members below
   std::condition_variable wake_, ended_;
-  std::shared_ptr<const Alert> alert_;
-  std::deque<Waiting> queue_;  // without the message that is being delivered
+  std::shared_ptr<const Alert> alert_;  // null until the first serve()
+  std::deque<Waiting> queue_;           // without the message that is being delivered
   size_t queued_bytes_ = 0;
   AlertStatus status_;
   unsigned long unsaid_drops_ = 0;

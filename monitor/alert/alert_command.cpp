@@ -30,33 +30,33 @@ bool is_for_commands(const std::string& variable) {
          variable.find('\0') == std::string::npos;
 }
 
+std::string variable(std::string name, const std::string& value) {
+  name += '=';
+  name += value;
+  return name;
+}
+
 std::vector<std::string> environment_of(const AlertMessage& message) {
   std::vector<std::string> environment{"PATH=" + std::string(kProgramPath)};
   for (const char* const name : kInherited) {
     const char* const value = std::getenv(name);
-    if (value) environment.push_back(std::string(name) + '=' + value);
+    if (value) environment.push_back(variable(name, value));
   }
   for (const auto& [name, value] : message.variables) {
-    if (is_for_commands(name)) environment.push_back(name + '=' + value);
+    if (is_for_commands(name)) environment.push_back(variable(name, value));
   }
   return environment;
 }
 
-// Both ends are above the first three descriptors, whichever of those are closed.
 struct Pipe {
   UniqueFd read_end{-1}, write_end{-1};
 
   bool open() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return false;
-    read_end = moved_up(UniqueFd(ends[0]));
-    write_end = moved_up(UniqueFd(ends[1]));
-    return read_end.get() >= 0 && write_end.get() >= 0;
-  }
-
-  static UniqueFd moved_up(UniqueFd fd) {
-    if (fd.get() > STDERR_FILENO) return fd;
-    return UniqueFd(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    read_end = UniqueFd(ends[0]);
+    write_end = UniqueFd(ends[1]);
+    return true;
   }
 };
 

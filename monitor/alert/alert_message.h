@@ -19,9 +19,8 @@ struct AlertMessage {
 struct Delivery {
   enum class Result {
     kSent,
-    kFailed,   // permanently
-    kRetry,    // may succeed later
-    kStopped,  // the program is ending
+    kFailed,  // permanently
+    kRetry,   // may succeed later
   };
   Result result = Result::kSent;
   std::string error{};  // the reason of the failure

@@ -10,9 +10,17 @@ namespace {
 
 using Clock = AlertChannel::Clock;
 
+bool has_command(const Alert& alert) {
+  return !alert.command.empty();
+}
+
+bool has_webhook(const Alert& alert) {
+  return !alert.webhook.empty();
+}
+
 constexpr AlertWay kWays[] = {
-    {"command", [](const Alert& alert) { return !alert.command.empty(); }, run_alert_command},
-    {"webhook", [](const Alert& alert) { return !alert.webhook.empty(); }, post_to_webhook},
+    {"command", has_command, run_alert_command},
+    {"webhook", has_webhook, post_to_webhook},
 };
 
 // How long the destructor waits for threads.
@@ -20,9 +28,9 @@ constexpr std::chrono::milliseconds kToEnd{1000};
 
 }  // namespace
 
-AlertSender::AlertSender(std::vector<Alert> alerts, AlertLimits limits)
+AlertSender::AlertSender(const std::vector<Alert>& alerts, const AlertLimits& limits)
     : limits_(limits), stop_(std::make_shared<Wake>()) {
-  replace(std::move(alerts));
+  replace(alerts);
 }
 
 AlertSender::~AlertSender() {
@@ -46,8 +54,19 @@ void AlertSender::send(const std::string& alert, AlertMessage message) noexcept 
   }
 }
 
-void AlertSender::replace(std::vector<Alert> alerts) {
-  Channels channels = channels_for(alerts);
+void AlertSender::replace(const std::vector<Alert>& alerts) {
+  Channels channels;
+  std::vector<std::shared_ptr<const Alert>> records;  // of these channels
+  for (const Alert& alert : alerts) {
+    for (const AlertWay& way : kWays) {
+      if (!way.in_use(alert)) continue;
+      channels.push_back(channel_of(alert, way));
+      records.push_back(std::make_shared<const Alert>(alert));
+    }
+  }
+  leaving_.reserve(leaving_.size() + channels_.size());
+  // Nothing is thrown from here on.
+  for (size_t i = 0; i < channels.size(); ++i) channels[i]->serve(std::move(records[i]));
   const std::lock_guard lock(mutex_);
   for (std::shared_ptr<AlertChannel>& channel : channels_) {
     if (std::find(channels.begin(), channels.end(), channel) != channels.end()) continue;
@@ -59,26 +78,13 @@ void AlertSender::replace(std::vector<Alert> alerts) {
   leaving_.erase(std::remove_if(leaving_.begin(), leaving_.end(), has_ended), leaving_.end());
 }
 
-// The existing channels and new ones.
-AlertSender::Channels AlertSender::channels_for(const std::vector<Alert>& alerts) const {
-  Channels channels;
-  for (const Alert& alert : alerts) {
-    for (const AlertWay& way : kWays) {
-      if (!way.in_use(alert)) continue;
-      const auto same = [&](const auto& channel) {
-        return channel->name() == alert.name && &channel->way() == &way;
-      };
-      const auto old = std::find_if(channels_.begin(), channels_.end(), same);
-      if (old != channels_.end()) {
-        (*old)->set_alert(alert);
-        channels.push_back(*old);
-      } else {
-        channels.push_back(std::make_shared<AlertChannel>(way, alert, limits_, stop_));
-        channels.back()->start();
-      }
-    }
+// The existing channel, or a new one.
+std::shared_ptr<AlertChannel> AlertSender::channel_of(const Alert& alert,
+                                                      const AlertWay& way) const {
+  for (const std::shared_ptr<AlertChannel>& channel : channels_) {
+    if (channel->name() == alert.name && &channel->way() == &way) return channel;
   }
-  return channels;
+  return std::make_shared<AlertChannel>(way, alert.name, limits_, stop_);
 }
 
 std::vector<AlertStatus> AlertSender::statuses() const {
@@ -90,19 +96,16 @@ std::vector<AlertStatus> AlertSender::statuses() const {
 
 bool AlertSender::stop(std::chrono::milliseconds limit) {
   const Clock::time_point deadline = Clock::now() + limit;
-  const std::lock_guard lock(mutex_);
   stopped_ = true;
   stop_->set();
-  for (const Channels& list : {channels_, leaving_}) {
-    for (const auto& channel : list) channel->close();
-  }
+  Channels all = leaving_;
+  all.insert(all.end(), channels_.begin(), channels_.end());
+  for (const auto& channel : all) channel->close();
   bool all_ended = true;
-  for (const Channels& list : {channels_, leaving_}) {
-    for (const auto& channel : list) {
-      if (channel->ended_by(deadline)) continue;
-      channel->abandon();
-      all_ended = false;
-    }
+  for (const auto& channel : all) {
+    if (channel->ended_by(deadline)) continue;
+    channel->abandon();
+    all_ended = false;
   }
   return all_ended;
 }

@@ -20,7 +20,7 @@
 class AlertSender {
  public:
   // Starts the threads. If a thread cannot be started, the messages of its channel count as failed.
-  explicit AlertSender(std::vector<Alert> alerts, AlertLimits limits = {});
+  explicit AlertSender(const std::vector<Alert>& alerts, const AlertLimits& limits = {});
   // Calls stop() if it has not been called. A thread that does not end then continues detached.
   ~AlertSender();
   AlertSender(const AlertSender&) = delete;
@@ -33,8 +33,9 @@ class AlertSender {
   // From now on these are the alerts. An alert of a name that was there before keeps its queue and
   // its counts, and what is under way goes on; if its record differs, everything that is delivered
   // from now on, further attempts included, is delivered as the new record says. The messages that
-  // wait for an alert that is gone are dropped, which is said in the log.
-  void replace(std::vector<Alert> alerts);
+  // wait for an alert that is gone are dropped, which is said in the log. Out of memory it throws,
+  // and nothing has changed.
+  void replace(const std::vector<Alert>& alerts);
 
   // One status for each channel of each alert, in the order of the alerts.
   std::vector<AlertStatus> statuses() const;
@@ -47,7 +48,7 @@ class AlertSender {
  private:
   using Channels = std::vector<std::shared_ptr<AlertChannel>>;
 
-  Channels channels_for(const std::vector<Alert>& alerts) const;
+  std::shared_ptr<AlertChannel> channel_of(const Alert& alert, const AlertWay& way) const;
 
   const AlertLimits limits_;
   const std::shared_ptr<const Wake> stop_;

@@ -70,7 +70,7 @@ std::string replace_file(const std::string& path, const std::string& text) {
   const bool is_written = write_all(file.get(), text) && fsync(file.get()) == 0 &&
                           renameat(folder, fresh.c_str(), folder, place.name.c_str()) == 0;
   if (!is_written) {
-    const std::string error = error_text("it cannot be written", errno);
+    std::string error = error_text("it cannot be written", errno);
     unlinkat(folder, fresh.c_str(), 0);
     return error;
   }
@@ -121,7 +121,7 @@ std::string set_aside(const Place& place) {
   const std::string wanted = place.name + ".damaged-" + iso8601(std::chrono::system_clock::now());
   const int folder = place.folder.get();
   for (int count = 1; count <= 100; ++count) {
-    const std::string name = count == 1 ? wanted : wanted + "-" + std::to_string(count);
+    std::string name = count == 1 ? wanted : wanted + "-" + std::to_string(count);
     if (renameat2(folder, place.name.c_str(), folder, name.c_str(), RENAME_NOREPLACE) == 0) {
       return name;
     }
@@ -223,7 +223,7 @@ void StateStore::Writer::run() noexcept {
     if (!unsaved_) break;
     wake_.wait_until(lock, next, [&] { return finishing_; });
     const bool is_last = finishing_;
-    const SavedState state = *std::exchange(unsaved_, std::nullopt);
+    SavedState state = *std::exchange(unsaved_, std::nullopt);
     lock.unlock();
     const bool is_written = write(state);
     lock.lock();

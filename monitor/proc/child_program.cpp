@@ -178,9 +178,9 @@ std::optional<int> ChildProgram::status_by(Clock::time_point deadline) {
   pid_t waited;
   do waited = waitpid(pid_, &status, 0);
   while (waited < 0 && errno == EINTR);
-  const bool told = waited == pid_;
-  pid_ = -1;
-  return told ? std::optional(status) : std::nullopt;
+  constexpr int kUnknown = 127 << 8;  // as shells have it for what they do not know
+  const bool is_told = waited == std::exchange(pid_, -1);
+  return is_told ? status : kUnknown;
 }
 
 void ChildProgram::kill_all() noexcept {

@@ -84,8 +84,10 @@ std::optional<FollowedProcess> FollowedProcess::follow(int pid, Steady::time_poi
   const unsigned long long ticks = start_ticks_of(pid);
   // It runs still, so the number has been its own, and what was read is about it.
   const bool is_its_own = ticks != 0 && !is_readable(fd.get());
-  // A suspend since makes this too early, and one begun in it is then followed.
-  const auto began = Steady::now() - (uptime() - from_ticks(ticks));
+  // Too early if the machine was suspended since, or this thread does not get to run: a process
+  // that was seen is never refused.
+  const Steady::time_point now = Steady::now();
+  const auto began = now - (uptime() - from_ticks(ticks));
   if (!is_its_own || began > seen) {
     errno = ESRCH;
     return std::nullopt;

@@ -35,7 +35,7 @@ class Walk {
   std::string take_component() {
     const size_t begin = std::min(rest_.find_first_not_of('/'), rest_.size());
     const size_t end = std::min(rest_.find('/', begin), rest_.size());
-    const std::string component = rest_.substr(begin, end - begin);
+    std::string component = rest_.substr(begin, end - begin);
     rest_.erase(0, end);
     return component;
   }

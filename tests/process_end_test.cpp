@@ -1,0 +1,220 @@
+// Followed processes: children and others, waited for or not, and numbers that are used again.
+#include "proc/process_end.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <thread>
+
+#include "child.h"
+#include "text/end_text.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using Steady = FollowedProcess::Steady;
+
+// A child that waits until it is told with which status to exit.
+class Exiting {
+ public:
+  Exiting() {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      unsigned char status = 0;
+      _exit(read(ends[0], &status, 1) == 1 ? status : 255);
+    }
+    close(ends[0]);
+    write_end_ = ends[1];
+  }
+  Exiting& operator=(Exiting&&) = delete;  // neither copied nor moved
+  ~Exiting() { close(write_end_); }
+  pid_t pid() const { return pid_; }
+  void exit_with(unsigned char status) const { EXPECT_EQ(write(write_end_, &status, 1), 1); }
+
+ private:
+  pid_t pid_ = -1;
+  int write_end_ = -1;
+};
+
+void wait_for_end(const FollowedProcess& process) {
+  pollfd ended{process.fd(), POLLIN, 0};
+  ASSERT_EQ(poll(&ended, 1, -1), 1);
+}
+
+// From 6.15 on it tells how a process has ended that has been waited for.
+bool kernel_tells() {
+  utsname system{};
+  int major = 0, minor = 0;
+  uname(&system);
+  EXPECT_EQ(std::sscanf(system.release, "%d.%d", &major, &minor), 2);
+  return major > 6 || (major == 6 && minor >= 15);
+}
+
+TEST(FollowedProcess, TellsHowAChildEndedBeforeAndAfterItIsWaitedFor) {
+  const Exiting child;
+  const auto process = FollowedProcess::follow(child.pid(), Steady::now());
+  ASSERT_TRUE(process);
+  EXPECT_FALSE(process->end());
+  const auto age = std::chrono::system_clock::now() - process->started();
+  EXPECT_GE(age, milliseconds(0));
+  EXPECT_LT(age, std::chrono::seconds(100));
+  child.exit_with(7);
+  wait_for_end(*process);
+  ASSERT_TRUE(process->end());
+  ASSERT_TRUE(process->end()->status) << "not waited for";
+  EXPECT_EQ(WEXITSTATUS(*process->end()->status), 7);
+  EXPECT_GE(process->end()->ran, milliseconds(0));
+  waitpid(child.pid(), nullptr, 0);
+  ASSERT_TRUE(process->end());
+  EXPECT_TRUE(!kernel_tells() || process->end()->status == 7 << 8) << "waited for";
+}
+
+TEST(FollowedProcess, TellsASignalAlsoOfOneThatIsNoChild) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const pid_t between = fork();
+  if (between == 0) {
+    const pid_t orphan = fork();
+    if (orphan == 0) {
+      for (;;) pause();
+    }
+    _exit(write(ends[1], &orphan, sizeof orphan) == sizeof orphan ? 0 : 1);
+  }
+  pid_t orphan = 0;
+  ASSERT_EQ(read(ends[0], &orphan, sizeof orphan), static_cast<ssize_t>(sizeof orphan));
+  waitpid(between, nullptr, 0);
+  close(ends[0]);
+  close(ends[1]);
+  const auto process = FollowedProcess::follow(orphan, Steady::now());
+  ASSERT_TRUE(process);
+  kill(orphan, SIGKILL);
+  wait_for_end(*process);
+  const auto end = process->end();
+  ASSERT_TRUE(end);
+  EXPECT_TRUE(!kernel_tells() || end->status == SIGKILL);
+  EXPECT_EQ(end_text({SIGKILL, std::chrono::hours(3) + std::chrono::minutes(12)}),
+            "killed by signal 9 after 3 h 12 min");
+}
+
+TEST(FollowedProcess, IsNoneThatHasEndedOrIsAThreadOrHasNoDescriptor) {
+  Exiting child;
+  child.exit_with(0);
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(child.pid()), &info, WEXITED | WNOWAIT);
+  EXPECT_FALSE(FollowedProcess::follow(child.pid(), Steady::now()));
+  EXPECT_EQ(errno, ESRCH);
+  waitpid(child.pid(), nullptr, 0);
+  EXPECT_FALSE(FollowedProcess::follow(child.pid(), Steady::now()));
+  EXPECT_EQ(errno, ESRCH);
+  std::thread([] {
+    EXPECT_FALSE(FollowedProcess::follow(gettid(), Steady::now()));
+    EXPECT_NE(errno, EMFILE);
+  }).join();
+  const NoDescriptors none;
+  EXPECT_FALSE(FollowedProcess::follow(getpid(), Steady::now()));
+  EXPECT_EQ(errno, EMFILE);
+}
+
+// Whoever may not look into a process reads 0 in place of its exit code.
+TEST(FollowedProcess, DoesNotTakeWhatItMayNotReadForAnExitStatus) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const Exiting child;
+  const auto process = FollowedProcess::follow(child.pid(), Steady::now());
+  ASSERT_TRUE(process);
+  child.exit_with(7);
+  wait_for_end(*process);
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    constexpr uid_t kNobody = 65534;
+    const bool is_nobody =
+        setresgid(kNobody, kNobody, kNobody) == 0 && setresuid(kNobody, kNobody, kNobody) == 0;
+    const auto end = process->end();
+    _exit(is_nobody && end && !end->status ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(stranger, &status, 0);
+  EXPECT_EQ(status, 0);
+  waitpid(child.pid(), nullptr, 0);
+}
+
+bool set_last_pid(pid_t pid) {
+  std::ofstream file("/proc/sys/kernel/ns_last_pid");
+  file << pid << std::flush;
+  return file.good();
+}
+
+// In a PID namespace of its own, as its first process. 0 if all is as it should be, or the number
+// of the line where it was not.
+int follow_reused_number() {
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("proc", "/proc", "proc", 0, nullptr) != 0) {
+    return __LINE__;
+  }
+  const Exiting first;
+  const auto seen = Steady::now();
+  const auto followed = FollowedProcess::follow(first.pid(), seen);
+  if (!followed) return __LINE__;
+  kill(first.pid(), SIGKILL);
+  waitpid(first.pid(), nullptr, 0);
+  // Start times are told to a hundredth of a second.
+  std::this_thread::sleep_until(seen + milliseconds(20));
+  if (!set_last_pid(first.pid() - 1)) return __LINE__;
+  const Exiting second;
+  if (second.pid() != first.pid()) return __LINE__;
+  const auto end = followed->end();
+  if (!end || (kernel_tells() && end->status != SIGKILL)) return __LINE__;
+  if (FollowedProcess::follow(second.pid(), seen)) return __LINE__;
+  const auto followed_second = FollowedProcess::follow(second.pid(), Steady::now());
+  if (!followed_second || followed_second->end()) return __LINE__;
+  second.exit_with(3);
+  waitpid(second.pid(), nullptr, 0);
+  const auto second_end = followed_second->end();
+  if (!second_end || (kernel_tells() && second_end->status != 3 << 8)) return __LINE__;
+  return 0;
+}
+
+TEST(FollowedProcess, IsNeverAnotherOneOfTheSameNumber) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can choose the next process number";
+  const pid_t outside = fork();
+  if (outside == 0) {
+    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(1);
+    const pid_t first = fork();
+    if (first == 0) {
+      const int line = follow_reused_number();
+      if (line != 0) std::fprintf(stderr, "line %d\n", line);
+      _exit(line == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(first, &status, 0);
+    _exit(status == 0 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(outside, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(EndText, HasTheTwoLargestUnits) {
+  const auto text = [](long long ms) { return duration_text(milliseconds(ms)); };
+  EXPECT_EQ(text(-5), "0.0 s");
+  EXPECT_EQ(text(9999), "9.9 s");
+  EXPECT_EQ(text(59999), "59 s");
+  EXPECT_EQ(text(3599000), "59 min 59 s");
+  EXPECT_EQ(text(86399000), "23 h 59 min");
+  EXPECT_EQ(text(90000000), "1 d 1 h");
+  EXPECT_EQ(end_text({std::nullopt, milliseconds(2000)}), "ended after 2.0 s");
+  EXPECT_EQ(wait_status_text(1 << 8), "exited with status 1");
+  EXPECT_EQ(wait_status_text(SIGSEGV | 0x80), "killed by signal 11 (core dumped)");
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+// The state file: whole at any moment, damaged ones set aside, and no caller waits for the disk.
+#include "alert/state_store.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <csignal>
+#include <random>
+
+#include "captured_log.h"
+#include "child.h"
+
+namespace {
+
+std::atomic<bool> disk_stands{false};
+
+}  // namespace
+
+// In place of the C library's: a disk that takes as long as a test wants.
+extern "C" int fsync(int fd) {
+  while (disk_stands) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+namespace {
+
+using std::chrono::hours;
+using std::chrono::milliseconds;
+namespace fs = std::filesystem;
+
+// All that it has depends on one number, so that halves of two do not pass for a whole.
+SavedState state_of(uint64_t number) {
+  SavedState state;
+  const WallTime time = std::chrono::system_clock::from_time_t(1800000000) + milliseconds(number);
+  state.counters = {{"number", number}, {"most", UINT64_MAX - number}};
+  for (uint64_t i = 0; i < number % 50; ++i) {
+    state.alarms.push_back({"database." + std::to_string(number), "above 90",
+                            i % 2 == 0 ? Severity::kWarning : Severity::kCritical,
+                            std::to_string(i), time,
+                            i % 3 == 0 ? std::optional(time + hours(1)) : std::nullopt});
+  }
+  state.silences = {{"database.*", time + hours(2), "\xc3\xa4 \"\n", time}};
+  state.recoveries = {time, time + milliseconds(1)};
+  return state;
+}
+
+uint64_t number_of(const SavedState& state) {
+  const auto number = state.counters.find("number");
+  return number == state.counters.end() ? 0 : number->second;
+}
+
+std::vector<std::string> names_in(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+TEST(StateStore, KeepsEverythingAndWritesTheNewestAtTheEnd) {
+  const CapturedLog log;
+  const TemporaryFolder folder;
+  const std::string path = folder / "state.json";
+  EXPECT_FALSE(StateStore::load(path).found);
+  {
+    StateStore store(path, hours(1));
+    store.save(state_of(4));
+    ASSERT_TRUE(comes_true([&] { return fs::exists(path); })) << "the first one at once";
+    for (uint64_t number = 5; number <= 1007; ++number) store.save(state_of(number));
+    EXPECT_TRUE(store.finish(hours(1)));
+    EXPECT_FALSE(store.stuck());
+  }
+  const StateReading reading = StateStore::load(path);
+  ASSERT_TRUE(reading.found) << reading.damage;
+  EXPECT_EQ(state_text(reading.state), state_text(state_of(1007)));
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
+  EXPECT_EQ(names_in(folder.path()), std::vector<std::string>{"state.json"});
+  EXPECT_EQ(log.text(), "");
+}
+
+// Damages the file of this name in the folder.
+using Damage = void (*)(const std::string& path);
+
+void write_instead(const std::string& path, const std::string& text) {
+  write_file(path, text);
+  fs::permissions(path, fs::perms(0600));
+}
+
+constexpr Damage kDamages[] = {
+    [](const std::string& path) { write_instead(path, ""); },
+    [](const std::string& path) { write_instead(path, "[]"); },
+    [](const std::string& path) { write_instead(path, std::string(100000, '[')); },
+    [](const std::string& path) { fs::resize_file(path, fs::file_size(path) / 2); },
+    [](const std::string& path) { write_instead(path, read_file(path) + "}"); },
+    [](const std::string& path) { write_instead(path, "{\"version\": 2}"); },
+    [](const std::string& path) { write_instead(path, "{\"version\": 1}"); },
+    [](const std::string& path) {
+      std::string text = state_text(state_of(1));
+      text.replace(text.find("warning"), 7, "serious");
+      write_instead(path, text);
+    },
+    [](const std::string& path) {
+      write_instead(path,
+                    "{\"version\":1,\"alarms\":[],\"silences\":[],\"counters\":{\"a\":-1},"
+                    "\"recoveries\":[]}");
+    },
+    [](const std::string& path) { fs::permissions(path, fs::perms(0666)); },
+    [](const std::string& path) { fs::resize_file(path, uintmax_t{1} << 40); },
+    [](const std::string& path) {
+      fs::rename(path, path + ".real");
+      fs::create_symlink(path + ".real", path);
+    },
+    [](const std::string& path) {
+      fs::remove(path);
+      mkfifo(path.c_str(), 0600);
+    },
+    [](const std::string& path) {
+      fs::remove(path);
+      fs::create_directory(path);
+    },
+};
+
+TEST(StateStore, SetsADamagedFileAsideAndGoesOn) {
+  for (size_t i = 0; i < std::size(kDamages); ++i) {
+    SCOPED_TRACE(i);
+    const CapturedLog log;
+    const TemporaryFolder folder;
+    const std::string path = folder / "state.json";
+    StateStore(path).save(state_of(1));
+    ASSERT_TRUE(StateStore::load(path).found);
+    kDamages[i](path);
+
+    const StateReading reading = StateStore::load(path);
+    EXPECT_FALSE(reading.found);
+    EXPECT_EQ(number_of(reading.state), 0U);
+    EXPECT_NE(reading.damage, "");
+    EXPECT_EQ(reading.set_aside.rfind("state.json.damaged-2", 0), 0U) << reading.set_aside;
+    EXPECT_TRUE(fs::exists(fs::symlink_status(folder / reading.set_aside)));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(path)));
+    EXPECT_EQ(log.count(path + ": " + reading.damage), 1U) << log.text();
+
+    StateStore(path).save(state_of(2));
+    EXPECT_EQ(number_of(StateStore::load(path).state), 2U);
+  }
+}
+
+TEST(StateStore, FollowsNoLinkThatOthersCanHaveMade) {
+  const CapturedLog log;
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "real");
+  fs::create_directory(folder / "shared");
+  fs::create_symlink("../real", folder / "shared/link");
+  fs::create_symlink("shared/../real", folder / "link");
+  fs::permissions(folder / "shared", fs::perms(0777) | fs::perms::sticky_bit);
+
+  StateStore(folder / "link/state.json").save(state_of(1));
+  EXPECT_TRUE(StateStore::load(folder / "real/state.json").found);
+
+  const StateReading reading = StateStore::load(folder / "shared/link/state.json");
+  EXPECT_FALSE(reading.found);
+  EXPECT_NE(reading.damage, "");
+  StateStore store(folder / "shared/link/state.json", milliseconds(1));
+  store.save(state_of(2));
+  EXPECT_FALSE(store.finish(hours(1)));
+  EXPECT_NE(store.error(), "");
+  EXPECT_EQ(number_of(StateStore::load(folder / "real/state.json").state), 1U);
+
+  // A link in place of the file itself is replaced, whoever made it.
+  fs::create_symlink("../real/state.json", folder / "shared/state.json");
+  StateStore(folder / "shared/state.json").save(state_of(3));
+  EXPECT_EQ(number_of(StateStore::load(folder / "real/state.json").state), 1U);
+  EXPECT_EQ(number_of(StateStore::load(folder / "shared/state.json").state), 3U);
+}
+
+TEST(StateStore, TriesAgainUntilItCanWrite) {
+  const CapturedLog log;
+  const TemporaryFolder folder;
+  const std::string path = folder / "later/state.json";
+  EXPECT_EQ(StateStore::load(path).damage, "");
+  StateStore store(path, milliseconds(1));
+  store.save(state_of(1));
+  ASSERT_TRUE(comes_true([&] { return !store.error().empty(); }));
+  fs::create_directory(folder / "later");
+  ASSERT_TRUE(comes_true([&] { return store.error().empty(); }));
+  EXPECT_TRUE(store.finish(hours(1)));
+  EXPECT_EQ(number_of(StateStore::load(path).state), 1U);
+  EXPECT_EQ(log.count("its folder cannot be opened"), 1U) << log.text();
+  EXPECT_EQ(log.count("it is written again"), 1U);
+}
+
+TEST(StateStore, NobodyWaitsForASlowDisk) {
+  const CapturedLog log;
+  const TemporaryFolder folder;
+  const std::string path = folder / "state.json";
+  disk_stands = true;
+  {
+    StateStore store(path, milliseconds(0));
+    for (uint64_t number = 1; number <= 1000; ++number) store.save(state_of(number));
+    EXPECT_FALSE(store.finish(milliseconds(1)));
+    EXPECT_TRUE(store.stuck());
+  }
+  EXPECT_FALSE(fs::exists(path));
+  disk_stands = false;
+  // The thread goes on, and has all that it needs.
+  EXPECT_TRUE(comes_true([&] { return read_file(path) == state_text(state_of(1000)) + "\n"; }));
+}
+
+[[noreturn]] void save_for_ever(const std::string& path) {
+  StateStore store(path, milliseconds(0));
+  for (uint64_t number = 1;; ++number) store.save(state_of(number));
+}
+
+TEST(StateStore, IsWholeWheneverItsWriterIsKilled) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "state.json";
+  std::mt19937 random(4711);  // the moments are random enough by themselves
+  bool was_found = false;
+  for (int kills = 0; kills < 500; ++kills) {
+    const pid_t writer = fork();
+    if (writer == 0) save_for_ever(path);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
+    kill(writer, SIGKILL);
+    waitpid(writer, nullptr, 0);
+    const StateReading reading = StateStore::load(path);
+    ASSERT_EQ(reading.damage, "") << "after " << kills << " kills";
+    ASSERT_TRUE(reading.found || !was_found) << "it is gone";
+    was_found = was_found || reading.found;
+    if (!reading.found) continue;
+    ASSERT_EQ(state_text(reading.state), state_text(state_of(number_of(reading.state))));
+  }
+  EXPECT_TRUE(was_found);
+  EXPECT_EQ(names_in(folder.path()), std::vector<std::string>{"state.json"});
+}
+
+}  // namespace
