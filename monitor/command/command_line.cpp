@@ -9,8 +9,10 @@
 
 #include "command/commands.h"
 #include "item/instance.h"
+#include "status/unix_http.h"
 #include "text/complaint.h"
 #include "text/number_text.h"
+#include "text/quantity.h"
 #include "text/wording.h"
 
 namespace {
@@ -90,11 +92,18 @@ A pattern that matches only this command itself counts as no match.
 Exit status 0: every call measured a value, or did what the item is for; 1: a call did not, or none
 ended; 2: wrong usage.)";
 
-// The parsed command line: the command and its options.
+constexpr char kSilenceFooter[] =
+    R"(Through the running monitor, which must have [status] socket or --socket. Silenced alarms are
+raised, shown and counted, but no alert is sent. Exit code 0: done; 1: no monitor answers, or there
+is no such silence; 2: wrong usage.)";
+
+// The parsed command line: which command, and what it needs.
 struct Arguments {
   RunOptions run;
   OnceOptions once;
   bool heartbeats_json = false;
+  SilenceOptions silence{"", 0.0, "", kDefaultSocket};
+  bool silences_json = false;
   CheckOptions check;
   std::string prepared_group = "daemon";
   PsOptions ps;
@@ -258,6 +267,53 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
              [](const Arguments& given) { return command_heartbeats(given.heartbeats_json); });
 }
 
+CLI::Validator duration() {
+  return CLI::Validator(
+      [](std::string& text) {
+        const std::optional<double> seconds = read_quantity(text, duration_in_seconds());
+        if (!seconds || *seconds <= 0.0 || *seconds > kMostSeconds) {
+          return "found " + in_quotes(text) + ", expected a time such as 30m, 2h or 7d";
+        }
+        text = number_text(*seconds);
+        return std::string();
+      },
+      "");
+}
+
+void add_socket_option(CLI::App& command, std::string& socket) {
+  add_text(command, "--socket", socket, "Where the monitor answers", "PATH");
+}
+
+void add_silence_commands(CLI::App& app, Arguments& arguments) {
+  SilenceOptions& options = arguments.silence;
+  CLI::App* const silence =
+      app.add_subcommand("silence", "Keep the alerts of some instances back for a time");
+  add_text(*silence, "name", options.pattern, "The name of an instance, or a pattern with * and ?",
+           "NAME|PATTERN")
+      ->required();
+  silence->add_option("--for", options.for_s, "For how long")
+      ->required()
+      ->transform(duration())
+      ->type_name("TIME");
+  add_text(*silence, "--reason", options.reason, "Why, for whoever lists the silences", "TEXT");
+  add_socket_option(*silence, options.socket);
+  set_action(*silence, arguments, kSilenceFooter,
+             [](const Arguments& given) { return command_silence(given.silence); });
+  CLI::App* const silences = app.add_subcommand("silences", "List the silences");
+  add_socket_option(*silences, options.socket);
+  add_json_flag(*silences, arguments.silences_json);
+  set_action(*silences, arguments, kSilenceFooter, [](const Arguments& given) {
+    return command_silences(given.silence.socket, given.silences_json);
+  });
+  CLI::App* const unsilence = app.add_subcommand("unsilence", "End a silence");
+  add_text(*unsilence, "name", options.pattern, "As it was given to silence", "NAME|PATTERN")
+      ->required();
+  add_socket_option(*unsilence, options.socket);
+  set_action(*unsilence, arguments, kSilenceFooter, [](const Arguments& given) {
+    return command_unsilence(given.silence.pattern, given.silence.socket);
+  });
+}
+
 void add_check_config(CLI::App& app, Arguments& arguments) {
   CLI::App* const check =
       app.add_subcommand("check-config", "Check a configuration without running it");
@@ -400,6 +456,7 @@ int run_command_line(int argc, char** argv) {
   add_once(app, arguments);
   add_items(app, arguments);
   add_heartbeats(app, arguments);
+  add_silence_commands(app, arguments);
   add_check_config(app, arguments);
   add_init(app, arguments);
   add_match(app, arguments);

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "command/commands.h"
+#include "command/run_instances.h"
 #include "item/instance.h"
 #include "item/value_check.h"
-#include "run/run_instances.h"
 #include "text/complaint.h"
 
 namespace {
@@ -84,5 +84,7 @@ int command_once(const OnceOptions& options) {
   request.fail_unless_done = true;
   request.hangup_ends = true;
   request.schedule.ignore_self = true;
-  return run_instances({instance}, request);
+  Plan plan;
+  plan.instances.push_back(std::move(instance));
+  return run_instances(plan, request);
 }

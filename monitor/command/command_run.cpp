@@ -3,26 +3,34 @@
 #include <utility>
 
 #include "command/commands.h"
+#include "command/run_instances.h"
 #include "config/config.h"
 #include "config/config_text.h"
-#include "run/run_instances.h"
 #include "text/complaint.h"
+#include "text/log_lines.h"
 #include "text/terminal_text.h"
 
 namespace {
 
-// Returns the configuration unless it has mistakes. Prints mistakes and warnings.
+void write_to_standard_error(const std::string& line) {
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+void write_to_log(const std::string& line) {
+  log_line("error", line);
+}
+
+// Returns the configuration unless it has mistakes. Mistakes and warnings go to `say`.
 template <typename Options>
-std::optional<Config> read_and_tell(const Options& options, size_t& warnings) {
+std::optional<Config> read_and_tell(const Options& options, size_t& warnings,
+                                    void (*say)(const std::string&) = write_to_standard_error) {
   const std::string& path = options.config;
   ConfigReading reading =
       read_config(path, options.strict ? Warnings::kAreMistakes : Warnings::kAllowed,
                   options.allow_writable ? Trust::kEverything : Trust::kChecked);
   const Findings& findings = reading.findings;
   warnings = findings.warnings.size();
-  for (const std::string& line : findings_text(path, findings)) {
-    std::fprintf(stderr, "%s\n", line.c_str());
-  }
+  for (const std::string& line : findings_text(path, findings)) say(line);
   if (!findings.mistakes.empty()) return std::nullopt;
   return std::move(reading.config);
 }
@@ -31,20 +39,38 @@ std::string counted(size_t count, const std::string& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
+Plan plan_of(Config config, const std::string& path) {
+  for (Instance& instance : config.instances) {
+    if (instance.file.empty()) instance.file = path;
+  }
+  return {std::move(config.instances),  std::move(config.alerts),        std::move(config.recovery),
+          std::move(config.state_file), std::move(config.status_socket), config.workers};
+}
+
+// At SIGHUP. With mistakes the configuration that is in force stays so.
+std::optional<Plan> read_again(const RunOptions& options) {
+  size_t warnings = 0;
+  std::optional<Config> config = read_and_tell(options, warnings, write_to_log);
+  if (config) return plan_of(std::move(*config), options.config);
+  log_line("error", options.config + ": not reloaded, the configuration before stays in force");
+  return std::nullopt;
+}
+
 }  // namespace
 
 int command_run(const RunOptions& options) {
   size_t warnings = 0;
-  const std::optional<Config> config = read_and_tell(options, warnings);
+  std::optional<Config> config = read_and_tell(options, warnings);
   if (!config) return kExitUsage;
   RunRequest request;
   request.plugin = options.plugin;
-  request.source = options.config;
-  request.schedule = {options.rounds, config->workers, false};
-  request.recovery = config->recovery;
+  request.schedule.rounds = options.rounds;
   request.json = options.json;
   request.hangup_ends = options.rounds.has_value();
-  return run_instances(config->instances, request);
+  if (!request.hangup_ends) request.reload = [&] { return read_again(options); };
+  Plan plan = plan_of(std::move(*config), options.config);
+  if (!options.socket.empty()) plan.status_socket = options.socket;
+  return run_instances(plan, request);
 }
 
 int command_check_config(const CheckOptions& options) {

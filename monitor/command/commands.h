@@ -13,6 +13,7 @@ struct RunOptions {
   bool json = false;
   bool strict = false;          // warnings are mistakes
   bool allow_writable = false;  // others may be able to write the configuration
+  std::string socket;           // where it answers; empty: as configured
 };
 int command_run(const RunOptions& options);
 
@@ -33,6 +34,16 @@ int command_heartbeats(bool json);
 
 // Creates lock file and table, or takes them over, for root and this group.
 int command_heartbeats_prepare(const std::string& group);
+
+struct SilenceOptions {
+  std::string pattern;  // of names of instances
+  double for_s = 0.0;
+  std::string reason;
+  std::string socket;
+};
+int command_silence(const SilenceOptions& options);
+int command_silences(const std::string& socket, bool json);
+int command_unsilence(const std::string& pattern, const std::string& socket);
 
 struct CheckOptions {
   std::string config;

@@ -15,8 +15,9 @@ struct Config {
   std::vector<Instance> instances;
   std::vector<Alert> alerts;
   Recovery recovery;
-  std::string state_file;  // what must outlast a restart; empty: nothing is kept
-  unsigned workers = 0;    // the most calls at one time; 0: as many as there can be
+  std::string state_file;     // what must outlast a restart; empty: nothing is kept
+  std::string status_socket;  // where the monitor answers; empty: nowhere
+  unsigned workers = 0;       // the most calls at one time; 0: as many as there can be
 };
 
 // What the file and those that it includes gave: a configuration to use if there are no mistakes.

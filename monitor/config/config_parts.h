@@ -80,6 +80,8 @@ AlarmDefaults read_alarm_defaults(TomlFields& fields, const FileScope& scope,
 
 // The table "report", whose placeholders are of calls of `alarmed`, or of any item if that is null.
 std::optional<AlarmReport> read_report(TomlFields& fields, const ItemRow* alarmed);
+// [status]: the path of the socket, empty without one.
+std::string read_status_socket(TomlFields& fields);
 
 // [instance.alarm], or several [[instance.alarm]], of an instance that calls `item`, which is null
 // if it is a mistake itself.

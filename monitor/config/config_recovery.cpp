@@ -1,5 +1,6 @@
 // [recovery]: who may have the data plane recovered.
 #include "config/config_parts.h"
+#include "text/wording.h"
 
 namespace {
 
@@ -29,6 +30,23 @@ void check_command(TomlFields& fields, Redundancy redundancy, const std::string&
   }
 }
 
+constexpr char kSpareForm[] = R"(an array of "frozen", "killable")";
+
+void read_spare(TomlFields& fields, Recovery& recovery) {
+  const toml::array* const words = fields.array("spare", kSpareForm);
+  if (!words) return;
+  recovery.spare.clear();
+  for (const toml::node& node : *words) {
+    const std::string word = node.value_or(std::string());
+    if (word == "frozen" || word == "killable") {
+      recovery.spare.push_back(word);
+      continue;
+    }
+    const std::string found = node.is_string() ? in_quotes(word) : type_of(node);
+    fields.mistake(line_of(node), "spare has " + found + ", expected " + kSpareForm);
+  }
+}
+
 }  // namespace
 
 Recovery read_recovery(TomlFields& fields) {
@@ -46,6 +64,7 @@ Recovery read_recovery(TomlFields& fields) {
   recovery.at_most =
       own.whole_number("at_most", Presence::kOptional, kAtMost).value_or(recovery.at_most);
   recovery.per_s = read_seconds(own, "per", Presence::kOptional).value_or(recovery.per_s);
+  read_spare(own, recovery);
   own.refuse_other_keys();
   return recovery;
 }

@@ -14,8 +14,9 @@ struct Alert {
   double timeout_s = 30.0;           // of the command
   std::string webhook;               // "http://..."; empty: none
   std::optional<AlarmReport> report;
-  double repeat_s = 0.0;  // interval of reminders while an alarm lasts; 0: none
-  unsigned line = 0;      // line of its table in the file
+  double repeat_s = 0.0;  // a reminder this often while an alarm lasts; 0: none
+  std::string file;       // in which it is configured
+  unsigned line = 0;      // of its table in the file
 };
 
 #endif

@@ -105,6 +105,7 @@ bool has_unlimited_handles(int pid) {
 
 void Examiner::before(const FI_CONTEXT_S& context) {
   std::memcpy(context_before_, context.contextbuff, sizeof context_before_);
+  begun_[calls_++ % begun_.size()] = std::chrono::steady_clock::now();
   forget_pre_command();
   const Subject subject = item_.source.subject;
   trouble_before_ = subject == Subject::kMachine         ? open_trouble(item_.source.file)
@@ -112,7 +113,34 @@ void Examiner::before(const FI_CONTEXT_S& context) {
                                                          : "";
 }
 
+double Examiner::standing_s() const {
+  const auto since = std::chrono::steady_clock::now() - standing_since_;
+  return std::chrono::duration<double>(since).count();
+}
+
+// When the thread is named for the first time it has stood still since the oldest call of the ring.
+void Examiner::note_standing(int tid) {
+  if (tid == standing_tid_) return;
+  standing_tid_ = tid;
+  standing_since_ = begun_[calls_ < begun_.size() ? 0 : calls_ % begun_.size()];
+}
+
+int Examiner::process_of(const FI_CONTEXT_S& context, const FI_RESULT_S& result) const {
+  if (result.result != 0) return 0;
+  if (item_.source.subject == Subject::kHeartbeat) {
+    return owner_ == MIRT_AGENT_HEART_NO_PROCESS ? 0 : static_cast<int>(owner_);
+  }
+  if (item_.source.match == Match::kExact) return pid_in(context);
+  return item_.reports == Reports::kValueAndPid ? result.pid : 0;
+}
+
 Finding Examiner::after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
+  Finding finding = look(context, result, value);
+  pid_ = process_of(context, result);
+  return finding;
+}
+
+Finding Examiner::look(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value) {
   if (result.result != 0) return failed(item_, params_);
   const std::string absurd = absurdity(item_, value);
   if (!absurd.empty()) return unjudged(absurd);
@@ -220,6 +248,7 @@ Finding Examiner::one_process(int pid) const {
 }
 
 Finding Examiner::hung_threads(const FI_RESULT_S& result, double value) {
+  note_standing(result.pid);
   if (value != 0.0) return ok();
   if (result.pid != 0) {
     return unjudged("thread " + std::to_string(result.pid) + " hangs, but recovery was refused");
@@ -245,6 +274,10 @@ Finding Examiner::heartbeat(const FI_CONTEXT_S& context, double value) {
     return changed || value == 0.0 ? ok() : unjudged(why);
   }
   look_at_owner(entry, value == 0.0);
+  const bool owner_ended =
+      entry.processid != MIRT_AGENT_HEART_NO_PROCESS &&
+      open_error(proc_path(static_cast<int>(entry.processid), "stat")) == ENOENT;
+  if (owner_ended) return unchanged_heartbeat(entry);
   return changed || value == 0.0 ? ok() : unchanged_heartbeat(entry);
 }
 

@@ -6,6 +6,7 @@
 #ifndef MONITOR_EXAMINER_H
 #define MONITOR_EXAMINER_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -48,7 +49,16 @@ class Examiner {
   // For a call that found an unchanged heartbeat.
   const OwnerLook& owner_look() const { return owner_look_; }
 
+  // The process that the last answer was about: the one that the item follows, the one with the
+  // highest value, or the owner of the heartbeat. 0 if there was none.
+  int pid() const { return pid_; }
+
+  // For how long a thread that the last answer says hangs has stood still, in seconds.
+  double standing_s() const;
+
  private:
+  Finding look(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
+  int process_of(const FI_CONTEXT_S& context, const FI_RESULT_S& result) const;
   Finding machine(const FI_CONTEXT_S& context, double value) const;
   Finding existence(double value) const;
   Finding pre_command() const;
@@ -61,23 +71,32 @@ class Examiner {
   void look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still);
   bool context_changed(const FI_CONTEXT_S& context, size_t length) const;
   Finding nothing_found() const;
+  void note_standing(int tid);
   std::string search_trouble() const;
   std::vector<int> matches() const;
   bool still_matches();
   void remember(int pid);
   const std::string& name() const { return params_.front().value; }
 
+  // A thread hangs once it has stood still over this many calls.
+  static constexpr size_t kCallsOfAHang = 11;
+
   const ItemRow& item_;
   const std::vector<Param>& params_;
   const Surroundings& around_;
   std::string trouble_before_;
   char context_before_[16] = {};
+  int pid_ = 0;
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
   uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check
   std::vector<ThreadTimes> owner_times_;
   std::chrono::steady_clock::time_point looked_{};
   OwnerLook owner_look_;
+  std::array<std::chrono::steady_clock::time_point, kCallsOfAHang> begun_{};  // a ring
+  size_t calls_ = 0;
+  int standing_tid_ = 0;  // the thread that hangs
+  std::chrono::steady_clock::time_point standing_since_{};
 };
 
 #endif

@@ -3,6 +3,7 @@
 #define MONITOR_RECOVERY_H
 
 #include <string>
+#include <vector>
 
 // How long the plug-in waits for the answer.
 constexpr double kRecoverySeconds = 30.0;
@@ -14,6 +15,7 @@ struct Recovery {
   std::string command;   // with kCommand: exit status 0 allows
   unsigned at_most = 1;  // number of recoveries allowed within per_s
   double per_s = 600.0;
+  std::vector<std::string> spare{"frozen", "killable"};  // threads suspected so are left alone
 };
 
 #endif

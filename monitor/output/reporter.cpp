@@ -30,3 +30,19 @@ std::string change_text(const AlarmChange& change) {
   return (change.raised ? "raised: " : "cleared: not ") + condition_text(change.rule) + " for " +
          hold_text(hold);
 }
+
+Json evidence_json(const Answer& answer) {
+  const ThreadEvidence& evidence = *answer.evidence;
+  Json json;
+  json["tid"] = evidence.tid;
+  json["name"] = evidence.name;
+  json["state"] = evidence.state;
+  json["wchan"] = evidence.wchan.empty() ? Json() : Json(evidence.wchan);
+  json["stack"] = evidence.stack.empty() ? Json() : Json(evidence.stack);
+  json["voluntary_switches"] = evidence.voluntary_switches;
+  json["involuntary_switches"] = evidence.involuntary_switches;
+  json["standing_seconds"] = answer.standing_s;
+  json["threads_with_this_stack"] = evidence.same_stack;
+  json["suspected"] = evidence.suspected.empty() ? Json() : Json(evidence.suspected);
+  return json;
+}

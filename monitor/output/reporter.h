@@ -11,8 +11,10 @@
 #include "item/state.h"
 #include "mirt_interface.h"
 #include "output/report_queue.h"
+#include "proc/thread_evidence.h"
 #include "proc/thread_owner.h"
 #include "text/clock_text.h"
+#include "text/json_text.h"
 #include "text/line_queue.h"
 
 // One call that has returned.
@@ -23,11 +25,14 @@ struct Answer {
   WallTime time;                         // when it returned
   std::optional<WallTime> called_since;  // when it was called, if it has been reported as blind
   const std::optional<ThreadOwner>& thread_owner;
+  const std::optional<ThreadEvidence>& evidence;  // of a thread that hangs
+  double standing_s;                              // for how long it has stood still
   Finding finding;
   State state = State::kOk;           // what the instance is in after this answer
   bool state_is_new = false;          // it was in another one before
   bool of_alarm = false;              // it is the report that the instance's alarm sends
   std::vector<std::string> alarms{};  // the ids of the alarms that are raised
+  std::string note{};  // what else is known: "process 77 was killed by signal 9 after 3 h"
 
   bool valid() const { return result.result == 0; }
   // True if the value is to be shown: the item measured it, or says that all is well.
@@ -56,8 +61,12 @@ struct AlarmChange {
   const Answer* answer;  // null: the instance is blind
   State state;
   bool raised;
-  std::string id;  // the same when it is raised, in its report, and when it is cleared
+  std::string id;     // the same when it is raised, in its report, and when it is cleared
+  std::string cause;  // why, if something is known beside the answer
 };
+
+// The evidence as JSON: name, state, wchan, stack, switches, ...
+Json evidence_json(const Answer& answer);
 
 // Called by one thread at a time.
 class Reporter {
@@ -71,14 +80,17 @@ class Reporter {
   virtual void went_blind(const Blindness& blindness) = 0;
   virtual void alarm_changed(const AlarmChange& change) = 0;
   virtual void reported(const Report& report) = 0;
+  // Something that concerns several instances: "the monitor did not run for 3.2 s".
+  virtual void happened(const std::string& text) = 0;
+  // From now on the lines are of these instances.
+  virtual void lay_out(const std::vector<Instance>& instances) = 0;
 };
 
 // "raised: above 90 for 3 calls"
 std::string change_text(const AlarmChange& change);
 
 // Aligned lines; failures in red where `colour` is set. Names and units set the columns' widths.
-std::unique_ptr<Reporter> report_to_people(LineQueue& out, const std::vector<Instance>& instances,
-                                           bool colour);
+std::unique_ptr<Reporter> report_to_people(LineQueue& out, bool colour);
 std::string loss_for_people(const LineQueue::Loss& loss);
 
 // One JSON object per line.

@@ -33,6 +33,7 @@ class JsonReporter final : public Reporter {
     line["reason"] = answer.valid() ? "" : answer.result.reason;
     if (!answer.finding.detail.empty()) line["detail"] = answer.finding.detail;
     add_details(line, answer);
+    if (!answer.note.empty()) line["note"] = answer.note;
     if (!answer.alarms.empty()) line["alarms"] = answer.alarms;
     if (answer.called_since) {
       line["late"] = true;
@@ -59,11 +60,22 @@ class JsonReporter final : public Reporter {
     Json line = change.answer ? with_value(*change.answer, "alarm", state)
                               : beginning(change.time, "alarm", change.instance, state);
     line["alarm"] = change.id;
+    line["severity"] = severity_name(change.rule.severity);
     line["condition"] = condition_text(change.rule);
+    if (!change.cause.empty()) line["cause"] = change.cause;
     line["instance_state"] = state_name(change.state);
     if (change.answer) add_details(line, *change.answer);
     write(line, Weight::kLasting);
     if (out_.closed()) log_line("event", change.instance.name + " alarm " + change_text(change));
+  }
+
+  void lay_out(const std::vector<Instance>& /*instances*/) override {}
+
+  void happened(const std::string& text) override {
+    Json line = numbered(std::chrono::system_clock::now(), "event");
+    line["text"] = text;
+    write(line, Weight::kLasting);
+    if (out_.closed()) log_line("event", text);
   }
 
   void reported(const Report& report) override {
@@ -106,6 +118,7 @@ class JsonReporter final : public Reporter {
       line["tid"] = *answer.thread();
       line["process"] = owner ? Json(owner->pid) : Json();
       line["cmdline"] = owner ? Json(owner->command_line) : Json();
+      if (answer.evidence) line["evidence"] = evidence_json(answer);
     }
     if (answer.flow_id()) line["hangflowid"] = *answer.flow_id();
   }

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
 #include "output/reporter.h"
 #include "text/log_lines.h"
+#include "text/number_text.h"
 #include "text/terminal_text.h"
 
 namespace {
@@ -20,12 +22,19 @@ std::string rounded(const ItemRow& item, double value) {
 
 class PeopleReporter final : public Reporter {
  public:
-  PeopleReporter(LineQueue& out, const std::vector<Instance>& instances, bool colour)
-      : out_(out), colour_(colour) {
+  PeopleReporter(LineQueue& out, bool colour) : out_(out), colour_(colour) {}
+
+  void lay_out(const std::vector<Instance>& instances) override {
+    name_width_ = unit_width_ = 0;
     for (const Instance& instance : instances) {
       name_width_ = std::max(name_width_, width_of(instance.name));
       unit_width_ = std::max(unit_width_, width_of(instance.unit));
     }
+  }
+
+  void happened(const std::string& text) override {
+    write(for_people(std::chrono::system_clock::now()) + "  " + printable(text), Weight::kLasting);
+    if (out_.closed()) log_line("event", text);
   }
 
   void answered(const Answer& answer) override {
@@ -38,6 +47,7 @@ class PeopleReporter final : public Reporter {
     if (answer.flow_id()) line += "  flow " + std::to_string(*answer.flow_id());
     if (answer.called_since) line += "  late, called " + for_people(*answer.called_since);
     if (!shows_value) line += "  " + reason_text(answer);
+    if (!answer.note.empty()) line += "  " + printable(answer.note);
     const bool lasting = answer.state_is_new || answer.of_alarm;
     write(std::move(line), lasting ? Weight::kLasting : Weight::kOrdinary);
   }
@@ -56,7 +66,8 @@ class PeopleReporter final : public Reporter {
             ? beginning(change.time, change.instance,
                         rounded(*change.instance.item, change.answer->value), change.instance.unit)
             : beginning(change.time, change.instance, state_name(change.state), "");
-    const std::string text = "alarm " + change_text(change);
+    std::string text = "alarm " + change_text(change);
+    if (!change.cause.empty()) text += ", " + change.cause;
     write(std::move(line) + "  " + (change.raised ? red(text) : printable(text)), Weight::kLasting);
     if (out_.closed()) log_line("event", change.instance.name + " " + text);
   }
@@ -93,8 +104,21 @@ class PeopleReporter final : public Reporter {
     if (!answer.thread()) return "  pid " + std::to_string(id);
     std::string thread = "  thread " + std::to_string(id);
     if (!answer.thread_owner) return thread;
-    return thread + " of process " + std::to_string(answer.thread_owner->pid) + ": " +
-           printable(answer.thread_owner->command_line);
+    thread += " of process " + std::to_string(answer.thread_owner->pid) + ": " +
+              printable(answer.thread_owner->command_line);
+    return thread + evidence_text(answer);
+  }
+
+  static std::string evidence_text(const Answer& answer) {
+    if (!answer.evidence) return "";
+    const ThreadEvidence& evidence = *answer.evidence;
+    std::string text = ", stands still for " + number_text(std::round(answer.standing_s)) + " s";
+    if (!evidence.wchan.empty()) text += " in " + printable(evidence.wchan);
+    if (evidence.same_stack > 1) {
+      text += ", " + std::to_string(evidence.same_stack) + " threads with this stack";
+    }
+    if (!evidence.suspected.empty()) text += ", suspected: " + evidence.suspected;
+    return text;
   }
 
   std::string red(const std::string& text) const {
@@ -120,7 +144,6 @@ std::string loss_for_people(const LineQueue::Loss& loss) {
          std::to_string(loss.ordinary) + " of values): the output was not read";
 }
 
-std::unique_ptr<Reporter> report_to_people(LineQueue& out, const std::vector<Instance>& instances,
-                                           bool colour) {
-  return std::make_unique<PeopleReporter>(out, instances, colour);
+std::unique_ptr<Reporter> report_to_people(LineQueue& out, bool colour) {
+  return std::make_unique<PeopleReporter>(out, colour);
 }

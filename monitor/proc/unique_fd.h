@@ -20,6 +20,8 @@ class UniqueFd {
     if (fd_ >= 0) close(fd_);
   }
   int get() const noexcept { return fd_; }
+  // Hands the descriptor over to the caller.
+  int release() noexcept { return std::exchange(fd_, -1); }
 
  private:
   int fd_;

@@ -6,15 +6,15 @@
 namespace {
 
 // Items measure in float: 12.3F is not above 12.3.
-bool fulfils(const AlarmRule& rule, double value) {
-  const auto measured = static_cast<float>(value), bound = static_cast<float>(rule.bound);
-  switch (rule.condition) {
+bool fulfils(AlarmRule::Condition condition, double value, double bound) {
+  const auto measured = static_cast<float>(value), limit = static_cast<float>(bound);
+  switch (condition) {
     case AlarmRule::Condition::kAbove:
-      return measured > bound;
+      return measured > limit;
     case AlarmRule::Condition::kBelow:
-      return measured < bound;
+      return measured < limit;
     case AlarmRule::Condition::kEquals:
-      return measured == bound;
+      return measured == limit;
     default:
       return false;
   }
@@ -22,17 +22,23 @@ bool fulfils(const AlarmRule& rule, double value) {
 
 }  // namespace
 
-Alarm::Change Alarm::judge(State state, double value) {
+Alarm::Change Alarm::judge(State state, double value, Clock::time_point now) {
   const std::optional<bool> condition = holds(state, value);
   if (!condition) return Change::kNone;
   if (*condition == raised_) {
     in_a_row_ = 0;
     return Change::kNone;
   }
-  if (++in_a_row_ < (raised_ ? rule_->clear_after : rule_->raise_after).calls) return Change::kNone;
+  if (in_a_row_++ == 0) first_in_row_ = now;
+  if (!has_lasted(raised_ ? rule_->clear_after : rule_->raise_after, now)) return Change::kNone;
   in_a_row_ = 0;
   raised_ = !raised_;
   return raised_ ? Change::kRaised : Change::kCleared;
+}
+
+bool Alarm::has_lasted(const Hold& hold, Clock::time_point now) const {
+  if (hold.seconds <= 0.0) return in_a_row_ >= hold.calls;
+  return now - first_in_row_ >= std::chrono::duration<double>(hold.seconds);
 }
 
 // Nothing if the answer tells neither that the condition holds nor that it does not.
@@ -41,5 +47,6 @@ std::optional<bool> Alarm::holds(State state, double value) const {
       std::find(rule_->states.begin(), rule_->states.end(), state) != rule_->states.end();
   if (asked_for) return true;
   if (state != State::kOk || std::isnan(value)) return std::nullopt;
-  return fulfils(*rule_, value);
+  const double bound = raised_ ? rule_->clear_bound.value_or(rule_->bound) : rule_->bound;
+  return fulfils(rule_->condition, value, bound);
 }

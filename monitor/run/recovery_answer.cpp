@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 
 #include "mirt_host.h"
 #include "proc/shell_command.h"
+#include "proc/thread_evidence.h"
 #include "run/recovery_budget.h"
 #include "text/log_lines.h"
 #include "text/number_text.h"
@@ -13,39 +18,90 @@ namespace {
 
 using Clock = RecoveryBudget::Clock;
 
+constexpr char kAllowed[] = "allowed";
+
+thread_local const FI_RESULT_S* asking_result = nullptr;
+
 // Answers the questions of all items, on whichever thread.
 class RecoveryDesk {
  public:
-  explicit RecoveryDesk(const Recovery& recovery)
-      : recovery_(recovery),
-        budget_(recovery.at_most, std::chrono::duration_cast<Clock::duration>(
-                                      std::chrono::duration<double>(recovery.per_s))) {}
-
   bool allows(std::chrono::seconds limit);
+  void replace(const Recovery& recovery);
+  std::map<std::string, unsigned long> decisions() const;
+  std::vector<Clock::time_point> taken() const { return budget_.taken(); }
+  void add_taken(Clock::time_point time) { budget_.add_taken(time); }
 
  private:
-  bool command_allows(std::chrono::seconds limit) const;
-  void say_used_up() const;
+  const char* decide(std::chrono::seconds limit);
+  bool command_allows(const Recovery& recovery, std::chrono::seconds limit) const;
+  void say_used_up(const Recovery& recovery) const;
+  std::shared_ptr<const Recovery> recovery() const;
 
-  const Recovery recovery_;
-  RecoveryBudget budget_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<const Recovery> recovery_;
+  std::map<std::string, unsigned long> decisions_;
+  RecoveryBudget budget_{1, Clock::duration::zero()};
 };
 
+std::shared_ptr<const Recovery> RecoveryDesk::recovery() const {
+  const std::lock_guard lock(mutex_);
+  return recovery_;
+}
+
+void RecoveryDesk::replace(const Recovery& recovery) {
+  const std::lock_guard lock(mutex_);
+  recovery_ = std::make_shared<const Recovery>(recovery);
+  budget_.set(recovery.at_most, std::chrono::duration_cast<Clock::duration>(
+                                    std::chrono::duration<double>(recovery.per_s)));
+}
+
+// A thread that is frozen, or whose wait a signal could end, does not need the data plane's
+// recovery: empty unless the asking item has named such a one.
+std::string spared(const Recovery& recovery) {
+  const int tid = asking_result ? asking_result->pid : 0;
+  const std::optional<ThreadEvidence> evidence = tid > 0 ? evidence_of(tid) : std::nullopt;
+  if (!evidence) return "";
+  const auto& spare = recovery.spare;
+  const bool is_spared = std::find(spare.begin(), spare.end(), evidence->suspected) != spare.end();
+  if (!is_spared) return "";
+  return "thread " + std::to_string(tid) + " is suspected to be " + evidence->suspected;
+}
+
 bool RecoveryDesk::allows(std::chrono::seconds limit) {
-  if (recovery_.redundancy == Recovery::Redundancy::kDeny) return false;
+  const char* const decision = decide(limit);
+  const std::lock_guard lock(mutex_);
+  ++decisions_[decision];
+  return decision == kAllowed;
+}
+
+std::map<std::string, unsigned long> RecoveryDesk::decisions() const {
+  const std::lock_guard lock(mutex_);
+  return decisions_;
+}
+
+const char* RecoveryDesk::decide(std::chrono::seconds limit) {
+  const std::shared_ptr<const Recovery> configured = recovery();
+  if (configured->redundancy == Recovery::Redundancy::kDeny) return "denied";
+  const std::string reason = spared(*configured);
+  if (!reason.empty()) {
+    log_line("warning", "recovery refused: " + reason);
+    return "spared";
+  }
   // Taken before the command is asked: two questions at one time must not get one recovery each.
   const Clock::time_point now = Clock::now();
   if (!budget_.take(now)) {
-    say_used_up();
-    return false;
+    say_used_up(*configured);
+    return "used up";
   }
-  if (recovery_.redundancy == Recovery::Redundancy::kAllow || command_allows(limit)) return true;
+  const bool allowed =
+      configured->redundancy == Recovery::Redundancy::kAllow || command_allows(*configured, limit);
+  if (allowed) return kAllowed;
   budget_.give_back(now);
-  return false;
+  return "refused by command";
 }
 
-bool RecoveryDesk::command_allows(std::chrono::seconds limit) const {
-  const std::optional<int> code = run_shell_command(recovery_.command, limit);
+bool RecoveryDesk::command_allows(const Recovery& recovery, std::chrono::seconds limit) const {
+  const std::optional<int> code = run_shell_command(recovery.command, limit);
   if (!code) {
     log_line("warning", "recovery refused: the command did not end within " +
                             std::to_string(limit.count()) + " s or could not be started");
@@ -55,10 +111,10 @@ bool RecoveryDesk::command_allows(std::chrono::seconds limit) const {
   return code == 0;
 }
 
-void RecoveryDesk::say_used_up() const {
+void RecoveryDesk::say_used_up(const Recovery& recovery) const {
   const auto left = std::chrono::ceil<std::chrono::seconds>(budget_.next() - Clock::now()).count();
-  log_line("warning", "recovery refused: the limit is " + std::to_string(recovery_.at_most) +
-                          " in " + number_text(recovery_.per_s) +
+  log_line("warning", "recovery refused: the limit is " + std::to_string(recovery.at_most) +
+                          " in " + number_text(recovery.per_s) +
                           " s, the next one is possible in " +
                           std::to_string(std::max<long>(left, 0)) + " s");
 }
@@ -76,9 +132,42 @@ int32_t answer(const MIRT_COMM_INFO_S* info, const void* /*payload*/, void* repl
   return -1;
 }
 
+RecoveryDesk& the_desk() {
+  static RecoveryDesk desk;  // there until the end, as items may be that still ask
+  return desk;
+}
+
 }  // namespace
 
+std::map<std::string, unsigned long> recovery_decisions() {
+  return the_desk().decisions();
+}
+
+std::vector<WallTime> recoveries_taken() {
+  std::vector<WallTime> taken;
+  const Clock::time_point now = Clock::now();
+  const WallTime wall_now = std::chrono::system_clock::now();
+  for (const Clock::time_point time : the_desk().taken()) {
+    taken.push_back(wall_now - std::chrono::duration_cast<WallTime::duration>(now - time));
+  }
+  return taken;
+}
+
+void restore_recoveries(const std::vector<WallTime>& taken) {
+  const Clock::time_point now = Clock::now();
+  const WallTime wall_now = std::chrono::system_clock::now();
+  for (const WallTime time : taken) {
+    the_desk().add_taken(now - std::chrono::duration_cast<Clock::duration>(wall_now - time));
+  }
+}
+
+void set_asking_result(const FI_RESULT_S* result) {
+  asking_result = result;
+}
+
 bool answer_redundancy(const Recovery& recovery) {
-  static RecoveryDesk desk(recovery);  // there until the end, as items may be that still ask
-  return mirt_host_set_request_handler(PID_CTRL_MIRTKERNELAGENT, answer, &desk) == 0;
+  the_desk().replace(recovery);
+  static const bool is_set =
+      mirt_host_set_request_handler(PID_CTRL_MIRTKERNELAGENT, answer, &the_desk()) == 0;
+  return is_set;
 }

@@ -21,3 +21,19 @@ RecoveryBudget::Clock::time_point RecoveryBudget::next() const {
   const std::lock_guard lock(mutex_);
   return taken_.size() < at_most_ ? Clock::time_point() : taken_.front() + per_;
 }
+
+void RecoveryBudget::set(unsigned at_most, Clock::duration per) {
+  const std::lock_guard lock(mutex_);
+  at_most_ = at_most;
+  per_ = per;
+}
+
+std::vector<RecoveryBudget::Clock::time_point> RecoveryBudget::taken() const {
+  const std::lock_guard lock(mutex_);
+  return taken_;
+}
+
+void RecoveryBudget::add_taken(Clock::time_point time) {
+  const std::lock_guard lock(mutex_);
+  taken_.insert(std::upper_bound(taken_.begin(), taken_.end(), time), time);
+}

@@ -10,11 +10,13 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "item/placeholders.h"
 #include "proc/lock_holder.h"
 #include "proc/wait_place.h"
 #include "run/beat.h"
+#include "run/memory.h"
+#include "run/recovery_answer.h"
 #include "run/stop_signal.h"
+#include "run/views.h"
 #include "text/complaint.h"
 #include "text/log_lines.h"
 
@@ -27,6 +29,9 @@ constexpr std::chrono::milliseconds kRetry{100};
 
 // A call that runs for longer than this is looked at: where does it wait?
 constexpr std::chrono::seconds kLongCall{1};
+
+// A gap that is told, whether or not it left a heartbeat in doubt.
+constexpr std::chrono::seconds kLongGap{1};
 
 constexpr Clock::duration kForever = std::chrono::hours(24);
 
@@ -68,19 +73,13 @@ timespec remaining(Clock::time_point until) {
   return time;
 }
 
-size_t most_calls(const std::vector<Job>& jobs) {
-  size_t calls = 0;
-  for (const Job& job : jobs) calls += 1 + job.reports.size();
-  return calls;
-}
-
-PlaceholderTexts texts_of(const Instance& instance, const Answer* answer, State state) {
-  PlaceholderTexts texts{state_name(state), "0", "0", instance.name};
-  if (!answer) return texts;
-  if (answer->has_value()) texts.value = value_text(answer->value);
-  texts.pid = std::to_string(answer->result.pid);
-  texts.flow_id = std::to_string(answer->result.hangflowid);
-  return texts;
+// True if the end of its process concerns the instance at once: it says whether one runs.
+bool minds_the_end(const Instance& instance) {
+  const Subject subject = instance.item->source.subject;
+  if (subject == Subject::kExistence || subject == Subject::kHeartbeat) return true;
+  return std::any_of(instance.alarms.begin(), instance.alarms.end(), [](const AlarmRule& rule) {
+    return std::find(rule.states.begin(), rule.states.end(), State::kAbsent) != rule.states.end();
+  });
 }
 
 std::string seconds_text(Clock::duration duration) {
@@ -91,80 +90,198 @@ std::string seconds_text(Clock::duration duration) {
 
 }  // namespace
 
-Scheduler::Scheduler(const std::vector<Job>& jobs, const Schedule& schedule, const Outputs& outputs,
-                     const ProcessLibrary* library)
+Scheduler::Scheduler(const Schedule& schedule, const Plugin& plugin, const ProcessLibrary* library,
+                     const Surface& surface)
     : schedule_(schedule),
-      outputs_(outputs),
+      plugin_(plugin),
+      surface_(surface),
       surroundings_{library, &stuck_, schedule.ignore_self},
       gaps_(Clock::now()),
       pulse_(kForever),
-      pool_(schedule.workers > 0 ? schedule.workers : most_calls(jobs), outputs.wake),
-      next_look_(Clock::now() + kLongCall),
-      alarm_prefix_(std::to_string(std::time(nullptr)) + "-") {
-  for (const Job& job : jobs) {
-    Slot& slot = add_slot(job.instance, job.item);
-    if (is_heartbeat(job.instance)) pulse_ = std::min(pulse_, pulse_of(job.instance));
-    for (size_t i = 0; i < job.instance.alarms.size(); ++i) {
-      const AlarmRule& rule = job.instance.alarms[i];
-      AlarmSlot& alarm = slot.alarms.emplace_back(AlarmSlot{rule, Alarm(rule)});
-      if (!job.reports[i]) continue;
-      alarm.report = &add_report(job.instance, rule, *job.reports[i]);
-      tells_alarms_ = true;
-    }
+      pool_(surface.wake),
+      next_look_(Clock::now() + kLongCall) {}
+
+void Scheduler::apply(const Plan& plan) {
+  std::list<Slot> old;
+  old.splice(old.end(), slots_);
+  pulse_ = kForever;
+  tells_alarms_ = false;
+  for (const Instance& instance : plan.instances) {
+    Slot& slot = keep(instance, old) ? slots_.back() : add_slot(instance);
+    if (is_heartbeat(instance)) pulse_ = std::min(pulse_, pulse_of(instance));
+    add_reports(slot, plan.alerts);
   }
+  dismiss(old);
+  size_t most_calls = slots_.size();
+  if (plan.workers > 0) most_calls = plan.workers;
+  pool_.set_limit(most_calls);
+  surface_.desk.set_alerts(plan.alerts);
+  surface_.sender.replace(plan.alerts);
+  answer_redundancy(plan.recovery);
+  surface_.reporter.lay_out(plan.instances);
 }
 
-Scheduler::Slot& Scheduler::add_slot(const Instance& instance, const Item& item) {
-  Slot& slot =
-      slots_.emplace_back(Slot{instance,
-                               Call{slots_.size(), item, to_records(instance.params),
-                                    Examiner(*instance.item, instance.params, surroundings_)},
-                               Standstill(period_of(instance))});
-  slot.call.origin.instance = instance.name;
+// Moves the slot of an unchanged instance over; false if there is none.
+bool Scheduler::keep(const Instance& instance, std::list<Slot>& old) {
+  const auto found = std::find_if(old.begin(), old.end(), [&](const Slot& slot) {
+    return !slot.of_alarm && !slot.gone && same_watch(slot.instance, instance);
+  });
+  if (found == old.end()) return false;
+  for (AlarmSlot& alarm : found->alarms) alarm.reports.clear();
+  // Reports stand before their instance, so that the instance is the last one here.
+  slots_.splice(slots_.end(), old, found);
+  return true;
+}
+
+// What the new plan does not have any more. A report that is on its way is still sent; a call that
+// has not returned is let go, and its slot stays until it does.
+void Scheduler::dismiss(std::list<Slot>& old) {
+  for (Slot& slot : old) {
+    slot.gone = true;
+    ends_.follow(slot, 0, Clock::now());
+    if (!slot.of_alarm) surface_.desk.leave(slot);
+    if (slot.phase == Phase::kRunning && !slot.of_alarm && pool_.abandon(slot.call)) {
+      slot.phase = Phase::kBlind;
+    }
+  }
+  slots_.splice(slots_.end(), old);
+  remove_gone();
+}
+
+void Scheduler::remove_gone() {
+  slots_.remove_if([](const Slot& slot) {
+    return slot.gone && slot.phase == Phase::kIdle && !(slot.of_alarm && slot.order);
+  });
+}
+
+Slot& Scheduler::add_slot(const Instance& instance) {
+  Slot& slot = slots_.emplace_back(instance, *plugin_.item(*instance.item), surroundings_,
+                                   period_of(instance));
   slot.due = Clock::now();
   return slot;
 }
 
-// An alarm's report is called like any other item, under its instance's name.
-Scheduler::Slot& Scheduler::add_report(const Instance& instance, const AlarmRule& rule,
-                                       const Item& item) {
-  Instance& report = report_instances_.emplace_back();
-  report.name = instance.name;
-  report.item = rule.report->item;
-  report.deadline_s = instance.deadline_s;
-  Slot& slot = add_slot(report, item);
-  slot.of_alarm = true;
-  return slot;
+void Scheduler::add_reports(Slot& slot, const std::vector<Alert>& alerts) {
+  for (AlarmSlot& alarm : slot.alarms) {
+    if (alarm.rule.report) add_report(slot, alarm, *alarm.rule.report);
+    for (const Alert& alert : alerts) {
+      const auto& names = alarm.rule.alerts;
+      const bool is_told = std::find(names.begin(), names.end(), alert.name) != names.end();
+      if (is_told && alert.report) add_report(slot, alarm, *alert.report);
+    }
+    tells_alarms_ = tells_alarms_ || !alarm.reports.empty() || !alarm.rule.alerts.empty();
+  }
+}
+
+// A report is called like any other item, under its instance's name.
+void Scheduler::add_report(const Slot& slot, AlarmSlot& alarm, const AlarmReport& report) {
+  Instance instance;
+  instance.name = slot.instance.name;
+  instance.item = report.item;
+  instance.params = report.params;
+  instance.deadline_s = slot.instance.deadline_s;
+  slots_.emplace_front(instance, *plugin_.item(*report.item), surroundings_, pulse_of(instance));
+  slots_.front().of_alarm = true;
+  alarm.reports.push_back(&slots_.front());
 }
 
 bool Scheduler::run() {
   for (;;) {
-    outputs_.wake.clear();
+    surface_.wake.clear();
     collect();
     expire();
+    look_at_ends();
+    reload();
     start_due();
+    surface_.desk.send_due(slots_, Clock::now());
+    surface_.mailbox.run_all();
+    save();
+    publish();
     tell_lost_output();
     if (!goes_on()) return !nobody_listens();
     wait();
   }
 }
 
+void Scheduler::take_up(const SavedState& state) {
+  remember(state, slots_, surface_.desk);
+}
+
+void Scheduler::save() {
+  if (!surface_.desk.take_changed() || !surface_.store) return;
+  surface_.store->save(memory_of(slots_, surface_.desk.silences()));
+}
+
+void Scheduler::publish() {
+  const Clock::time_point now = Clock::now();
+  if (!surface_.publisher.wanted() || now < next_publication_) return;
+  next_publication_ = now + Publisher::kPause;
+  auto snapshot = std::make_shared<Snapshot>();
+  snapshot->taken = std::chrono::system_clock::now();
+  snapshot->taken_steady = now;
+  snapshot->started = started_;
+  for (Slot& slot : slots_) {
+    if (slot.of_alarm || slot.gone) continue;
+    snapshot->watches.push_back(view_of(slot, surface_.desk.silences()));
+  }
+  for (const AlertStatus& alert : surface_.sender.statuses()) {
+    snapshot->alerts.push_back({alert.name, alert.way, alert.last_error, alert.sent, alert.failed,
+                                alert.dropped, alert.queued, alert.failing});
+  }
+  snapshot->reports = reports_sent_;
+  snapshot->recovery_decisions = recovery_decisions();
+  snapshot->lateness_s = lateness_s_;
+  snapshot->skipped_beats = skipped_beats_;
+  snapshot->last_reload_ok = last_reload_ok_;
+  snapshot->last_reload = last_reload_;
+  snapshot->trouble = trouble(now);
+  surface_.publisher.publish(std::move(snapshot));
+}
+
+// The schedule is kept while the latest calls began on time and a due call finds a worker.
+std::string Scheduler::trouble(Clock::time_point now) const {
+  for (const Slot& slot : slots_) {
+    if (slot.refused && now - slot.due > kLongCall) {
+      return slot.instance.name + " is due, but there is no thread to call it";
+    }
+  }
+  const Clock::duration gap = gaps_.total_since(now - std::chrono::seconds(10));
+  if (gap >= kLongGap) return "the monitor did not run for " + seconds_text(gap);
+  return "";
+}
+
+void Scheduler::reload() {
+  if (!surface_.reloader) return;
+  const unsigned hangups = StopSignal::hangups();
+  if (hangups != hangups_seen_) surface_.reloader->ask();
+  hangups_seen_ = hangups;
+  const std::optional<Reloader::Outcome> outcome = surface_.reloader->take();
+  if (!outcome) return;
+  last_reload_ok_ = outcome->plan.has_value();
+  last_reload_ = std::chrono::system_clock::now();
+  const std::optional<Plan>& plan = outcome->plan;
+  if (!plan) return;
+  apply(*plan);
+  surface_.reporter.happened("configuration reloaded: " + std::to_string(plan->instances.size()) +
+                             " instances");
+}
+
 void Scheduler::tell_lost_output() {
-  if (lost_output_is_told_ || !outputs_.lines.closed()) return;
+  if (lost_output_is_told_ || !surface_.lines.closed()) return;
   lost_output_is_told_ = true;
-  const int error = outputs_.lines.error();
+  const int error = surface_.lines.error();
   log_line("error", error != 0 ? output_trouble(error) : "standard output is closed");
 }
 
 bool Scheduler::goes_on() const {
-  const bool reader_of_rounds_has_gone = schedule_.rounds && outputs_.lines.closed();
+  const bool reader_of_rounds_has_gone = schedule_.rounds && surface_.lines.closed();
   return !StopSignal::asked() && !finished() && !reader_of_rounds_has_gone && !nobody_listens();
 }
 
 // With the output gone alarms can still be told by the reports that they send, which the log shows.
 bool Scheduler::nobody_listens() const {
-  if (schedule_.rounds || !outputs_.lines.closed()) return false;
-  return !tells_alarms_ || outputs_.log.closed();
+  if (schedule_.rounds || !surface_.lines.closed()) return false;
+  return !tells_alarms_ || surface_.log.closed();
 }
 
 // Hands due instances to the pool, the one that has waited longest first.
@@ -189,6 +306,7 @@ void Scheduler::start(Slot& slot) {
   slot.refused = !pool_.start(slot.call);
   if (slot.refused) return;
   slot.order.reset();
+  slot.call_at_once = false;
   slot.phase = Phase::kRunning;
   slot.lock_is_told = false;
   slot.called = std::chrono::system_clock::now();
@@ -200,22 +318,71 @@ void Scheduler::start(Slot& slot) {
 void Scheduler::collect() {
   const std::vector<Call*> finished = pool_.take_finished();
   pass_on_reports();  // what those calls have sent is there by now
-  for (const Call* call : finished) take_back(slots_[call->owner]);
+  for (const Call* call : finished) take_back(*call->slot);
+  if (!finished.empty()) remove_gone();
 }
 
 void Scheduler::take_back(Slot& slot) {
   const Call& call = slot.call;
-  Answer answer{slot.instance, call.value,        call.result,     call.answered,
-                std::nullopt,  call.thread_owner, finding_of(slot)};
-  answer.of_alarm = slot.of_alarm;
-  if (slot.phase == Phase::kBlind) answer.called_since = slot.called;
+  const bool was_blind = slot.phase == Phase::kBlind;
   slot.phase = Phase::kIdle;
+  if (slot.gone && !slot.of_alarm) return;
+  Answer answer{slot.instance,   call.value,
+                call.result,     call.answered,
+                std::nullopt,    call.thread_owner,
+                call.evidence,   call.evidence ? call.examiner.standing_s() : 0.0,
+                finding_of(slot)};
+  answer.of_alarm = slot.of_alarm;
+  if (was_blind) answer.called_since = slot.called;
+  const Clock::time_point due = slot.due;
   plan_next(slot);
   slot.previous_end = call.ended;
+  if (!slot.of_alarm) count_lateness(call.began - due);
   count(slot, answer);
   // That an alarm's report was sent shows in the report itself.
   if (slot.of_alarm && answer.finding.measured() && !answer.called_since) return;
-  settle(slot, answer);
+  tell(slot, answer);
+}
+
+void Scheduler::tell(Slot& slot, Answer& answer) {
+  const Cause cause = note_return(slot, answer);
+  surface_.desk.settle(slot, answer, cause, Clock::now());
+  keep_answer(slot, answer);
+  follow(slot);
+}
+
+// What is known of the process beside the answer: how it ended, or that there is another one.
+Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
+  const int pid = slot.call.examiner.pid();
+  const bool is_there = pid > 0 && answer.finding.measured();
+  Cause cause;
+  if (!slot.ended.empty() && !is_there) {
+    cause = {slot.ended, slot.ended};
+  } else if (!slot.ended.empty()) {
+    ++slot.restarts;
+    cause.text = "process " + std::to_string(pid) + " runs in its place, restart " +
+                 std::to_string(slot.restarts);
+    slot.ended.clear();
+  }
+  answer.note = cause.text;
+  return cause;
+}
+
+void Scheduler::follow(Slot& slot) {
+  if (slot.of_alarm || !minds_the_end(slot.instance)) return;
+  const int pid = slot.call.examiner.pid();
+  ends_.follow(slot, pid, slot.call.ended);
+}
+
+// The item decides whether the end matters: its instances are called at once, out of their beat.
+void Scheduler::look_at_ends() {
+  for (const EndWatch::Ended& ended : ends_.take_ended()) {
+    for (Slot* const slot : ended.slots) {
+      slot->ended = ended.text;
+      slot->call_at_once = true;
+      if (slot->phase == Phase::kIdle) slot->due = Clock::now();
+    }
+  }
 }
 
 // What the examiner found, unless a heartbeat's standstill says nothing about its process.
@@ -253,12 +420,16 @@ Scheduler::Clock::duration Scheduler::missed_by(const Slot& slot) const {
 
 // The next beat that is far enough from this call. Beats that passed are skipped, not made up for.
 // A report is called whenever it is ordered.
-void Scheduler::plan_next(Slot& slot) const {
-  if (slot.of_alarm) {
+void Scheduler::plan_next(Slot& slot) {
+  if (slot.of_alarm || slot.call_at_once) {  // or its process ended during this call
     slot.due = Clock::now();
     return;
   }
-  slot.due = next_beat(std::max(Clock::now(), earliest_next(slot)), period_of(slot.instance));
+  const Clock::duration period = period_of(slot.instance);
+  const Clock::time_point first = slot.due + std::chrono::nanoseconds(1);
+  slot.due = next_beat(std::max(Clock::now(), earliest_next(slot)), period);
+  const auto skipped = (slot.due - next_beat(first, period)) / period;
+  if (slot.calls > 1 && skipped > 0) skipped_beats_ += static_cast<unsigned long>(skipped);
 }
 
 // Nine tenths of the period after this call's start: when its thread began it, which can be long
@@ -270,6 +441,10 @@ Scheduler::Clock::time_point Scheduler::earliest_next(const Slot& slot) const {
   return from + period_of(slot.instance) / 10 * 9;
 }
 
+void Scheduler::count_lateness(Clock::duration lateness) {
+  lateness_s_.add(std::max(0.0, std::chrono::duration<double>(lateness).count()));
+}
+
 void Scheduler::count(const Slot& slot, const Answer& answer) {
   if (slot.of_alarm) return;
   ++answers_;
@@ -277,56 +452,11 @@ void Scheduler::count(const Slot& slot, const Answer& answer) {
   any_worked_ = any_worked_ || (answer.finding.state != State::kFailed && !answer.called_since);
 }
 
-// The state after this answer, and what it means for the alarms; then the lines that tell of it.
-void Scheduler::settle(Slot& slot, Answer& answer) {
-  struct Changed {
-    AlarmSlot* alarm;
-    Alarm::Change change;
-  };
-  std::vector<Changed> changes;
-  for (AlarmSlot& alarm : slot.alarms) {
-    changes.push_back({&alarm, alarm.alarm.judge(answer.finding.state, answer.value)});
-    if (changes.back().change == Alarm::Change::kRaised) {
-      alarm.id = alarm_prefix_ + std::to_string(++alarms_raised_);
-    }
-    if (alarm.alarm.raised()) answer.alarms.push_back(alarm.id);
-  }
-  answer.state =
-      answer.finding.measured() && !answer.alarms.empty() ? State::kAlarm : answer.finding.state;
-  answer.state_is_new = slot.state != answer.state;
-  slot.state = answer.state;
-  outputs_.reporter.answered(answer);
-  for (const Changed& changed : changes) {
-    if (changed.change == Alarm::Change::kNone) continue;
-    judge(slot, *changed.alarm, &answer, answer.state);
-  }
-}
-
-// Tells that an alarm was raised or cleared, and orders its report.
-void Scheduler::judge(Slot& slot, AlarmSlot& alarm, const Answer* answer, State state) {
-  const bool raised = alarm.alarm.raised();
-  const WallTime time = answer ? answer->time : std::chrono::system_clock::now();
-  outputs_.reporter.alarm_changed(
-      {slot.instance, alarm.rule, time, answer, state, raised, alarm.id});
-  if (raised && alarm.report) order_report(slot, alarm, answer, state);
-  if (!raised) alarm.id.clear();
-}
-
-void Scheduler::order_report(const Slot& slot, const AlarmSlot& alarm, const Answer* answer,
-                             State state) {
-  std::vector<Param> params = alarm.rule.report->params;
-  const PlaceholderTexts texts = texts_of(slot.instance, answer, state);
-  for (Param& param : params) param.value = fill_placeholders(param.value, texts);
-  if (alarm.report->order) {
-    log_line("warning", slot.instance.name + ": the report of alarm " + alarm.report->order->alarm +
-                            " was never sent: no call of it was possible");
-  }
-  alarm.report->order = Order{to_records(params), alarm.id};
-  alarm.report->due = Clock::now();
-}
-
 void Scheduler::pass_on_reports() {
-  for (const Report& report : outputs_.reports.take()) outputs_.reporter.reported(report);
+  for (const Report& report : surface_.reports.take()) {
+    ++reports_sent_[err_code_text(report)];
+    surface_.reporter.reported(report);
+  }
 }
 
 bool Scheduler::stop() {
@@ -338,6 +468,10 @@ bool Scheduler::stop() {
 // While the monitor did not run no call could get on: its deadline moves by as much.
 void Scheduler::notice_gap(Clock::duration gap) {
   if (gap == Clock::duration::zero()) return;
+  if (gap >= kLongGap) {
+    surface_.reporter.happened("the monitor did not run for " + seconds_text(gap) +
+                               ": no heartbeat is judged from that time");
+  }
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning && slot.deadline != Clock::time_point::max()) {
       slot.deadline += gap;
@@ -345,9 +479,14 @@ void Scheduler::notice_gap(Clock::duration gap) {
   }
 }
 
+void Scheduler::look_at_clocks() {
+  for (const std::string& event : clocks_.look()) surface_.reporter.happened(event);
+}
+
 void Scheduler::expire() {
   const Clock::time_point now = Clock::now();
   notice_gap(gaps_.after_wait(now));
+  look_at_clocks();
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning && slot.deadline <= now) go_blind(slot, now);
   }
@@ -363,24 +502,21 @@ void Scheduler::go_blind(Slot& slot, Clock::time_point now) {
   }
   slot.phase = Phase::kBlind;
   slot.state = State::kBlind;
+  slot.state_since = std::chrono::system_clock::now();
   slot.due = now;
   all_done_ = false;
   const std::optional<WaitPlace> place = wait_place_of(thread);
-  outputs_.reporter.went_blind(
+  surface_.reporter.went_blind(
       {slot.instance, std::chrono::system_clock::now(), slot.called, place ? place->text() : ""});
 }
 
 // Each beat that passes without an answer counts like a call whose state is "blind".
 void Scheduler::count_blind_beats(Clock::time_point now) {
   for (Slot& slot : slots_) {
-    if (slot.phase != Phase::kBlind || slot.alarms.empty() || slot.due > now) continue;
+    if (slot.phase != Phase::kBlind || slot.gone || slot.alarms.empty()) continue;
+    if (slot.due > now) continue;
     slot.due = next_beat(now + std::chrono::nanoseconds(1), period_of(slot.instance));
-    for (AlarmSlot& alarm : slot.alarms) {
-      const Alarm::Change change = alarm.alarm.judge(State::kBlind, 0.0);
-      if (change == Alarm::Change::kNone) continue;
-      alarm.id = alarm_prefix_ + std::to_string(++alarms_raised_);
-      judge(slot, alarm, nullptr, State::kBlind);
-    }
+    surface_.desk.settle_blind(slot, now);
   }
 }
 
@@ -409,6 +545,7 @@ void Scheduler::tell_lock(Slot& slot) {
 
 bool Scheduler::has_calls_left(const Slot& slot) const {
   if (slot.of_alarm) return slot.order.has_value();
+  if (slot.gone) return false;
   return !schedule_.rounds || slot.calls < *schedule_.rounds;
 }
 
@@ -433,12 +570,13 @@ Scheduler::Clock::time_point Scheduler::next_event() const {
 }
 
 void Scheduler::wait() {
+  std::vector<pollfd> fds{{surface_.wake.fd(), POLLIN, 0}};
+  ends_.add_to(fds);
   const Clock::time_point now = Clock::now();
-  const Clock::time_point until = std::min(next_event(), now + pulse_);
+  const Clock::time_point until = std::min({next_event(), surface_.desk.next_due(), now + pulse_});
   notice_gap(gaps_.before_wait(now, until));
-  pollfd wake{outputs_.wake.fd(), POLLIN, 0};
   const timespec timeout = remaining(until);
-  if (ppoll(&wake, 1, &timeout, nullptr) < 0 && errno != EINTR) {
+  if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {
     throw std::runtime_error(std::string("cannot wait: ") + std::strerror(errno));
   }
   notice_gap(gaps_.after_wait(Clock::now()));

@@ -1,5 +1,6 @@
 #include "run/stop_signal.h"
 
+#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
@@ -8,9 +9,15 @@ namespace {
 // Plain static data: the handler may run at any time, on any thread.
 const Wake* stop_wake = nullptr;
 volatile std::sig_atomic_t stop_asked = 0;
+std::atomic<unsigned> hangup_count{0};
 
 extern "C" void ask_to_stop(int) {
   stop_asked = 1;
+  stop_wake->set();
+}
+
+extern "C" void count_hangup(int) {
+  ++hangup_count;
   stop_wake->set();
 }
 
@@ -38,14 +45,22 @@ bool StopSignal::install(const Wake& wake, bool hangup_ends) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (number == SIGHUP && is_ignored(number)) continue;  // nohup: meant to outlive its terminal
     const bool ends = number != SIGHUP || hangup_ends;
-    if (!handle(number, ends ? ask_to_stop : do_nothing)) return false;
+    if (!handle(number, ends ? ask_to_stop : count_hangup)) return false;
     sigaddset(&unblocked, number);
   }
   // A parent that had them blocked handed that down to us.
   sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
+  return catch_pipe();
+}
+
+bool StopSignal::catch_pipe() {
   return handle(SIGPIPE, do_nothing);
 }
 
 bool StopSignal::asked() {
   return stop_asked != 0;
+}
+
+unsigned StopSignal::hangups() {
+  return hangup_count;
 }

@@ -12,13 +12,19 @@
 // normal behaviour.
 class StopSignal {
  public:
-  // Call once, before any thread starts. SIGHUP ends the program if `hangup_ends`, and else does
-  // nothing: the watch outlives its terminal. `wake` is set by each signal and must outlive the
+  // Call once, before any thread starts. SIGHUP ends the program if `hangup_ends`, and is counted
+  // otherwise. `wake` is set by each signal and must outlive the
   // program's threads. False, with errno set, if the system refuses.
   static bool install(const Wake& wake, bool hangup_ends);
 
+  // Catches SIGPIPE again, after a library has had it ignored.
+  static bool catch_pipe();
+
   // True once a stop was asked for.
   static bool asked();
+
+  // How often SIGHUP has come where it does not end the program.
+  static unsigned hangups();
 };
 
 #endif

@@ -7,6 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "run/recovery_answer.h"
+
 namespace {
 
 void run(Call& call) {
@@ -14,15 +16,18 @@ void run(Call& call) {
   call.finding = Finding{};
   call.examiner.before(call.context);
   set_report_origin(&call.origin);
+  set_asking_result(&call.result);
   call.began = Call::Clock::now();
   call.value = call.item.call(static_cast<int>(call.params.size()), call.params.data(),
                               &call.context, &call.result);
   call.ended = Call::Clock::now();
   set_report_origin(nullptr);
+  set_asking_result(nullptr);
   call.finding = call.examiner.after(call.context, call.result, call.value);
   const bool names_thread = call.item.row().reports == Reports::kValueAndThread &&
                             call.result.result == 0 && call.result.pid > 0;
   call.thread_owner = names_thread ? owner_of_thread(call.result.pid) : std::nullopt;
+  call.evidence = names_thread ? evidence_of(call.result.pid) : std::nullopt;
   call.answered = std::chrono::system_clock::now();
 }
 

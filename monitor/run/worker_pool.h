@@ -14,15 +14,18 @@
 #include "item/examiner.h"
 #include "item/plugin.h"
 #include "output/report_queue.h"
+#include "proc/thread_evidence.h"
 #include "proc/thread_owner.h"
 #include "proc/wake.h"
+
+struct Slot;
 
 // One item instance as a worker sees it. From start() until take_finished() it is the worker's
 // alone; at all other times it is the owner's.
 struct Call {
   using Clock = std::chrono::steady_clock;
 
-  size_t owner;  // which instance it is, for whoever takes it back
+  Slot* slot;  // whose call it is
   Item item;
   std::vector<FI_PARAM_S> params;
   Examiner examiner;
@@ -30,6 +33,7 @@ struct Call {
   FI_CONTEXT_S context{};  // zero before the first call, then as the item left it
   FI_RESULT_S result{};    // zeroed before each call
   std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
+  std::optional<ThreadEvidence> evidence{};   // of that thread, if it hangs
   double value = 0.0;
   Finding finding{};
   Clock::time_point began{}, ended{};  // of the item itself, as its thread saw it
@@ -41,13 +45,15 @@ struct Call {
 // thread and delays nobody.
 class WorkerPool {
  public:
-  // At most `limit` calls at one time; abandoned ones do not count. `wake` is set when a call has
-  // finished.
-  WorkerPool(size_t limit, const Wake& wake) : limit_(limit), wake_owner_(wake) {}
+  // `wake` is set when a call has finished.
+  explicit WorkerPool(const Wake& wake) : wake_owner_(wake) {}
   // Every worker must have been stopped.
   ~WorkerPool() = default;
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
+
+  // At most this many calls at one time; abandoned ones do not count.
+  void set_limit(size_t limit) { limit_ = limit; }
 
   // Has a worker run the call, which must stay where it is until it is taken back. False if the
   // limit is reached or the system gives no further thread: try again later.
@@ -82,7 +88,7 @@ class WorkerPool {
   void join_ended();
   void tell_finished(Call& call);
 
-  const size_t limit_;
+  size_t limit_ = 1;
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::condition_variable wake_;

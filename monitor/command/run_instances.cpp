@@ -1,0 +1,183 @@
+#include "command/run_instances.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+
+#include "proc/descendants.h"
+#include "run/recovery_answer.h"
+#include "run/stop_signal.h"
+#include "status/status_server.h"
+#include "text/complaint.h"
+#include "text/log_lines.h"
+#include "text/mistake.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t kStackBytes = size_t{4} << 20;  // sanitizers keep more of everything
+#else
+constexpr size_t kStackBytes = size_t{256} << 10;
+#endif
+
+// Colour is for a person at a terminal who has not said no (https://no-color.org).
+bool wants_colour() {
+  const char* const no_color = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && !(no_color && *no_color) &&
+         !(terminal && std::strcmp(terminal, "dumb") == 0);
+}
+
+// One mistake for each item of the plan that the library does not export.
+std::vector<std::string> missing_items(const Plan& plan, const Plugin& plugin) {
+  std::vector<std::string> mistakes;
+  const auto look_for = [&](const ItemRow& row, const std::string& file, unsigned line) {
+    if (plugin.item(row)) return;
+    const std::string text = std::string("item ") + row.name + " is not in " + plugin.path() +
+                             ", expected a library that exports it";
+    mistakes.push_back(file.empty() ? "mirt-monitor: " + text : mistake_text(file, {line, text}));
+  };
+  for (const Instance& instance : plan.instances) {
+    look_for(*instance.item, instance.file, instance.line);
+    for (const AlarmRule& rule : instance.alarms) {
+      if (rule.report) look_for(*rule.report->item, instance.file, instance.line);
+    }
+  }
+  for (const Alert& alert : plan.alerts) {
+    if (alert.report) look_for(*alert.report->item, alert.file, alert.line);
+  }
+  return mistakes;
+}
+
+// The plan as it has been read again, if the library has all of its items.
+std::optional<Plan> read_again(const Reloader::Read& read, const Plugin& plugin) {
+  std::optional<Plan> plan = read();
+  if (!plan) return std::nullopt;
+  const std::vector<std::string> missing = missing_items(*plan, plugin);
+  for (const std::string& text : missing) log_line("error", text);
+  return missing.empty() ? std::move(plan) : std::nullopt;
+}
+
+std::unique_ptr<Reporter> make_reporter(LineQueue& out, bool json) {
+  return json ? report_as_json(out) : report_to_people(out, wants_colour());
+}
+
+// The exit code. Nothing may be thrown past the scheduler, whose threads have to be stopped first.
+int run_to_the_end(Scheduler& scheduler, const RunRequest& request) try {
+  if (!scheduler.run()) {
+    log_line("error", "nobody can be told anything any more: the output is closed");
+    return kExitFailed;
+  }
+  const bool worked = request.fail_unless_done ? scheduler.all_done()
+                                               : !request.schedule.rounds || scheduler.any_worked();
+  return worked ? kExitOk : kExitFailed;
+} catch (const std::exception& error) {  // no memory, in all likelihood
+  log_line("error", error.what());
+  return kExitFailed;
+}
+
+// How long what is left to write may take at the end.
+constexpr std::chrono::milliseconds kToWriteTheRest{1000};
+
+// Writes out both queues. The exit code: a failure where lines were lost.
+int finish_output(LineQueue& out, LineQueue& log, int code) {
+  const unsigned long lost = out.finish(kToWriteTheRest);
+  if (out.error() != 0) code = kExitFailed;
+  if (lost > 0) {
+    log_line("error", std::to_string(lost) + " lines lost: the output was not read");
+    code = kExitFailed;
+  }
+  log_through(nullptr);
+  log.finish(kToWriteTheRest);
+  return code;
+}
+
+// Threads need little: what the kernel gives by default would count for hundreds of them.
+void use_small_stacks() {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return;
+  pthread_attr_setstacksize(&attributes, kStackBytes);
+  pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
+}
+
+}  // namespace
+
+int run_instances(const Plan& plan, const RunRequest& request) {
+  std::string error;
+  const std::optional<Plugin> plugin = Plugin::load(request.plugin, error);
+  if (!plugin) {
+    complain(error);
+    return kExitUsage;
+  }
+  const std::vector<std::string> missing = missing_items(plan, *plugin);
+  for (const std::string& text : missing) std::fprintf(stderr, "%s\n", text.c_str());
+  if (!missing.empty()) return kExitUsage;
+
+  log_as_lines();
+  use_small_stacks();
+  static const Wake wake;  // the signal handler uses it to the end
+  const std::optional<ProcessLibrary> library = ProcessLibrary::of(*plugin);
+  ReportQueue reports(wake);
+  const bool can_stop = wake.ready() && StopSignal::install(wake, request.hangup_ends);
+  LineQueue log(STDERR_FILENO, log_loss_text, wake);
+  LineQueue out(STDOUT_FILENO, request.json ? loss_as_json : loss_for_people, wake);
+  const std::unique_ptr<Reporter> reporter = make_reporter(out, request.json);
+  AlertSender sender(plan.alerts);
+  std::optional<StateStore> store;
+  StateReading memory;
+  if (!plan.state_file.empty()) {
+    memory = StateStore::load(plan.state_file);
+    store.emplace(plan.state_file);
+  }
+  Silences silences(memory.state.silences);
+  Mailbox mailbox(wake);
+  Publisher publisher(wake);
+  AlarmDesk desk(*reporter, sender, silences, std::to_string(std::time(nullptr)) + "-");
+  std::optional<Reloader> reloader;
+  if (request.reload) {
+    reloader.emplace([&] { return read_again(request.reload, *plugin); }, wake);
+  }
+  Scheduler scheduler(request.schedule, *plugin, library ? &*library : nullptr,
+                      {*reporter, reports, out, log, desk, sender, reloader ? &*reloader : nullptr,
+                       mailbox, publisher, store ? &*store : nullptr, wake});
+  if (!can_stop || !out.ready() || !log.ready() || !answer_redundancy(plan.recovery)) {
+    complain(std::string("cannot start: ") + std::strerror(errno));
+    return kExitFailed;
+  }
+  std::optional<StatusServer> status;
+  if (!plan.status_socket.empty()) {
+    status.emplace(mailbox, silences, [&] { desk.note_change(); });
+    StopSignal::catch_pipe();  // the library ignores it, and commands would inherit that
+    if (!status->start(plan.status_socket, error)) {
+      complain("cannot answer at " + error);
+      return kExitFailed;
+    }
+  }
+  log_through(&log);
+  reports.connect();
+  scheduler.apply(plan);
+  scheduler.take_up(memory.state);
+  int code = run_to_the_end(scheduler, request);
+  const bool all_free = scheduler.stop();
+  desk.send_all();
+  const bool alerts_ended = sender.stop(kToWriteTheRest);
+  if (store && !store->finish(kToWriteTheRest)) {
+    log_line("error", plan.state_file + ": the state could not be written");
+    code = kExitFailed;
+  }
+  code = finish_output(out, log, code);
+  // A thread that is still inside an item, or inside a write, goes on using the records and the
+  // library until the very end, so nothing may be destroyed under it.
+  if (!all_free || !alerts_ended || out.stuck() || log.stuck() || (store && store->stuck())) {
+    kill_descendants();
+    _exit(code);
+  }
+  return code;
+}

@@ -1,0 +1,27 @@
+// Jumps of the clocks: the machine was suspended, or somebody has set the time.
+#ifndef MONITOR_CLOCK_WATCH_H
+#define MONITOR_CLOCK_WATCH_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class ClockWatch {
+ public:
+  ClockWatch() : last_(read()) {}
+
+  // What has happened since the last look: "the machine was suspended for 3600.0 s", "the clock was
+  // set forward by 7200.0 s".
+  std::vector<std::string> look();
+
+ private:
+  struct Times {
+    int64_t monotonic_ms, boot_ms, wall_ms;
+  };
+
+  static Times read();
+
+  Times last_;
+};
+
+#endif

@@ -1,0 +1,30 @@
+// Requests of other threads to the scheduler's thread, which alone changes anything.
+#ifndef MONITOR_MAILBOX_H
+#define MONITOR_MAILBOX_H
+
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "proc/wake.h"
+
+class Mailbox {
+ public:
+  static constexpr size_t kMost = 100;
+
+  explicit Mailbox(const Wake& wake) : wake_(wake) {}
+
+  // On any thread. False if too many wait already.
+  bool post(std::function<void()> request);
+
+  // On the scheduler's thread: does what has been asked for. Requests must not throw.
+  void run_all();
+
+ private:
+  const Wake& wake_;
+  std::mutex mutex_;
+  std::vector<std::function<void()>> requests_;
+};
+
+#endif

@@ -1,0 +1,48 @@
+#include "run/reloader.h"
+
+#include <exception>
+#include <utility>
+
+#include "text/log_lines.h"
+
+Reloader::~Reloader() {
+  if (thread_.joinable()) thread_.join();
+}
+
+void Reloader::ask() {
+  {
+    const std::lock_guard lock(mutex_);
+    asked_again_ = reading_;
+    if (reading_) return;
+    reading_ = true;
+  }
+  if (thread_.joinable()) thread_.join();
+  try {
+    thread_ = std::thread([this] { read_all(); });
+  } catch (const std::exception& error) {
+    log_line("error", std::string("the configuration cannot be read again: ") + error.what());
+    const std::lock_guard lock(mutex_);
+    reading_ = false;
+  }
+}
+
+void Reloader::read_all() {
+  for (bool again = true; again;) {
+    std::optional<Plan> plan;
+    try {
+      plan = read_();
+    } catch (const std::exception& error) {  // no memory, in all likelihood
+      log_line("error", std::string("the configuration cannot be read again: ") + error.what());
+    }
+    const std::lock_guard lock(mutex_);
+    outcome_ = Outcome{std::move(plan)};
+    again = std::exchange(asked_again_, false);
+    reading_ = again;
+  }
+  wake_.set();
+}
+
+std::optional<Reloader::Outcome> Reloader::take() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(outcome_, std::nullopt);
+}

@@ -1,0 +1,22 @@
+#include "state/publisher.h"
+
+#include <utility>
+
+std::shared_ptr<const Snapshot> Publisher::fresh(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  const unsigned long before = count_;
+  wanted_ = true;
+  wake_.set();
+  published_.wait_for(lock, limit, [&] { return count_ != before; });
+  return latest_;
+}
+
+void Publisher::publish(std::shared_ptr<const Snapshot> snapshot) {
+  {
+    const std::lock_guard lock(mutex_);
+    wanted_ = false;
+    latest_ = std::move(snapshot);
+    ++count_;
+  }
+  published_.notify_all();
+}

@@ -1,0 +1,126 @@
+// SIGHUP: the configuration is read again while everything runs.
+#include <algorithm>
+#include <set>
+
+#include "monitor_fixture.h"
+
+namespace {
+
+const std::string kAlarm = "[instance.alarm]\nequals = 0\n";
+
+std::string missing(const std::string& name, const std::string& rest = kAlarm) {
+  return instance(name, "IsExistProcess", {{"ProcessName", "nobody"}}) + rest;
+}
+
+class ReloadTest : public MonitorTest {
+ protected:
+  // A configuration is replaced as a whole: the monitor reads the old one or the new one.
+  void reconfigure(const Monitor& monitor, const std::string& text) const {
+    std::ofstream(folder_ / "new.toml") << text;
+    fs::rename(folder_ / "new.toml", folder_ / "a.toml");
+    kill(monitor.pid(), SIGHUP);
+  }
+};
+
+TEST_F(ReloadTest, WhatIsUnchangedGoesOnAndTheRestComesAndGoes) {
+  configure(missing("kept") + missing("changed") + missing("dropped"));
+  Monitor monitor(folder_, kRun);
+  std::map<std::string, std::string> ids;
+  while (ids.size() < 3) {
+    const Json raised = monitor.await({{"state", "raised"}});
+    ids[raised["instance"]] = raised["alarm"];
+  }
+  reconfigure(monitor, missing("kept") + missing("changed", "[instance.alarm]\nbelow = 1\n") +
+                           missing("new"));
+  std::map<std::string, std::string> raised, cleared;
+  while (raised.size() < 2) {
+    const Json record = monitor.await({{"kind", "alarm"}});
+    (record["state"] == "raised" ? raised : cleared)[record["instance"]] = record["alarm"];
+  }
+  EXPECT_EQ(cleared["dropped"], ids["dropped"]);
+  EXPECT_EQ(cleared["changed"], ids["changed"]);
+  EXPECT_EQ(cleared.count("kept"), 0U);
+  EXPECT_NE(raised["changed"], ids["changed"]);
+  EXPECT_EQ(raised.count("new"), 1U);
+  EXPECT_EQ(monitor.await({{"instance", "kept"}, {"state", "alarm"}})["alarms"],
+            Json::array({ids["kept"]}))
+      << "still the same alarm";
+  kill(monitor.pid(), SIGTERM);
+  monitor.records();
+  monitor.end(0);
+}
+
+TEST_F(ReloadTest, AConfigurationWithMistakesChangesNothing) {
+  configure(missing("kept"));
+  Monitor monitor(folder_, kRun);
+  const std::string id = monitor.await({{"state", "raised"}})["alarm"];
+  reconfigure(monitor, "[[instance]]\nname = 7\n");
+  // A good one after it shows that the bad one has been read.
+  while (read_file(folder_ / "stderr").find("stays in force") == std::string::npos) usleep(1000);
+  reconfigure(monitor, missing("kept") + missing("new"));
+  const std::vector<Json> records = monitor.records({{"instance", "new"}});
+  for (const Json& record : records) EXPECT_NE(record["state"], "cleared") << record;
+  kill(monitor.pid(), SIGTERM);
+  monitor.records();
+  const std::string errors = monitor.end(0);
+  EXPECT_NE(errors.find("a.toml:2: name is an integer, expected a string"), std::string::npos);
+  EXPECT_NE(errors.find("a.toml: not reloaded"), std::string::npos) << errors;
+}
+
+TEST_F(ReloadTest, ABlockedCallIsLetGo) {
+  const Params params{{"ProcessName", "none"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "go"}};
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  const std::string ticking = instance("ticking", "GetSysMemory");
+  configure("workers = 1\n" + ticking + instance("stuck", "IsExistProcessPreCmd", params));
+  Monitor monitor(folder_, kRun);
+  const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
+  reconfigure(monitor, "workers = 1\n" + ticking);
+  // With its only worker blocked nothing else could be called.
+  monitor.await({{"kind", "event"}});
+  for (int i = 0; i < 3; ++i) monitor.await({{"instance", "ticking"}, {"state", "ok"}});
+  close(writer);
+  kill(monitor.pid(), SIGTERM);
+  for (const Json& record : monitor.records()) EXPECT_NE(record.value("instance", ""), "stuck");
+  monitor.end(0);
+}
+
+// Many reloads, every second one with mistakes, while calls are under way. A call that overlaps
+// another one of its instance finds that one's folder.
+TEST_F(ReloadTest, AStormLosesNoAlarmAndCallsNothingTwiceAtOnce) {
+  std::string text;
+  for (int i = 0; i < 10; ++i) {
+    const std::string folder = "in-" + std::to_string(i);
+    text += instance("watch-" + std::to_string(i), "IsExistProcessPreCmd",
+                     {{"ProcessName", "nobody"},
+                      {"PreCmd", "mkdir " + folder + " && echo ok && rmdir " + folder +
+                                     " || echo " + folder + " >>twice"},
+                      {"RetKeyWords", "ok"}}) +
+            kAlarm;
+  }
+  configure(text);
+  Monitor monitor(folder_, kRun);
+  std::set<std::string> raised;
+  while (raised.size() < 10) raised.insert(monitor.await({{"state", "raised"}})["instance"]);
+  const std::string descriptors = "/proc/" + std::to_string(monitor.pid()) + "/fd";
+  const auto open_now = [&] {
+    return std::distance(fs::directory_iterator(descriptors), fs::directory_iterator());
+  };
+  for (int i = 0; i < 40; ++i) {
+    reconfigure(monitor, i % 2 == 0 ? text + "nonsense = 1\n" : text);
+    for (int lines = 0; lines < 20; ++lines) monitor.line();
+  }
+  std::set<std::string> going_on;
+  while (going_on.size() < 10) {
+    const Json record = monitor.await(Json::object());
+    EXPECT_NE(record["state"], "cleared") << record;
+    EXPECT_NE(record["state"], "raised") << record;
+    if (record["state"] == "alarm") going_on.insert(record["instance"]);
+  }
+  EXPECT_LT(open_now(), 100) << "each shell that runs has a pipe; nothing else is left open";
+  kill(monitor.pid(), SIGTERM);
+  monitor.records();
+  monitor.end(0);
+  EXPECT_EQ(read_file(folder_ / "twice"), "");
+}
+
+}  // namespace
