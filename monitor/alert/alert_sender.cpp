@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds kToEnd{1000};
 }  // namespace
 
 AlertSender::AlertSender(const std::vector<Alert>& alerts, const AlertLimits& limits)
-    : limits_(limits), stop_(std::make_shared<Wake>()) {
+    : limits_(limits) {
   replace(alerts);
 }
 
@@ -55,6 +55,7 @@ void AlertSender::send(const std::string& alert, AlertMessage message) noexcept 
 }
 
 void AlertSender::replace(const std::vector<Alert>& alerts) {
+  if (!alerts.empty() && !stop_) stop_ = std::make_shared<const Wake>();
   Channels channels;
   std::vector<std::shared_ptr<const Alert>> records;  // of these channels
   for (const Alert& alert : alerts) {
@@ -97,7 +98,7 @@ std::vector<AlertStatus> AlertSender::statuses() const {
 bool AlertSender::stop(std::chrono::milliseconds limit) {
   const Clock::time_point deadline = Clock::now() + limit;
   stopped_ = true;
-  stop_->set();
+  if (stop_) stop_->set();
   Channels all = leaving_;
   all.insert(all.end(), channels_.begin(), channels_.end());
   for (const auto& channel : all) channel->close();

@@ -51,8 +51,8 @@ class AlertSender {
   std::shared_ptr<AlertChannel> channel_of(const Alert& alert, const AlertWay& way) const;
 
   const AlertLimits limits_;
-  const std::shared_ptr<const Wake> stop_;
-  mutable std::mutex mutex_;  // guards the lists below, not their elements
+  std::shared_ptr<const Wake> stop_;  // null until there is an alert: it takes a descriptor
+  mutable std::mutex mutex_;          // guards the lists below, not their elements
   Channels channels_;
   Channels leaving_;  // removed from the configuration, but not ended yet
   bool stopped_ = false;
