@@ -70,14 +70,18 @@ struct Tally {
   bool clean() const { return false_reports + wrong_clears + missed + unreported == 0; }
 };
 
+sigset_t beaters_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  sigaddset(&signals, SIGUSR2);
+  return signals;
+}
+
 // A process that beats until SIGUSR1 makes its heartbeat stand still; SIGUSR2 lets it go on.
 [[noreturn]] void beat(uint16_t module) {
   prctl(PR_SET_NAME, "beater");
-  sigset_t awaited;
-  sigemptyset(&awaited);
-  sigaddset(&awaited, SIGUSR1);
-  sigaddset(&awaited, SIGUSR2);
-  sigprocmask(SIG_BLOCK, &awaited, nullptr);
+  const sigset_t awaited = beaters_signals();
   mirt_heartbeat_t heartbeat;
   if (mirt_heartbeat_attach(&heartbeat, module) != 0) _exit(1);
   mirt_heartbeat_set_flow(&heartbeat, module);
@@ -406,6 +410,9 @@ int main(int argc, char** argv) {
   }
   const auto number = [&](int i) { return static_cast<unsigned>(std::atoi(argv[i])); };
   const int rigs = std::clamp(std::atoi(argv[4]), 1, kMostRigs);
+  // From the first moment on, since a beater can be told to hang before it runs.
+  const sigset_t signals = beaters_signals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
   const OwnHeartbeatFiles own;
   if (!own.mounted()) {
     std::printf("skipped: needs root, or user namespaces, to mount\n");

@@ -92,6 +92,11 @@ const std::string* value_of(const std::vector<Param>& params, const char* name) 
   return nullptr;
 }
 
+// Root with all its rights may read the open files of every process, also those of process 1.
+bool may_read_all_files() {
+  return geteuid() == 0 && open_error("/proc/1/fd") == 0;
+}
+
 // "Max open files            unlimited            unlimited            files"
 bool has_unlimited_handles(int pid) {
   const std::string limits = read_proc_file(proc_path(pid, "limits")).value_or("");
@@ -205,9 +210,8 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   if (around_.ignore_self && item_.source.match == Match::kWildcard && pid == getpid()) {
     return processes(matches());
   }
-  // The highest value of several processes counts. Only root may read the open files of all
-  // processes.
-  if (value > 0.0 && (follows_one || !is_handles || geteuid() == 0)) return ok();
+  // The highest value of several processes counts, if all of them could be read.
+  if (value > 0.0 && (follows_one || !is_handles || may_read_all_files())) return ok();
   if (pid > 0 && (follows_one || !is_handles)) {
     Finding finding = one_process(pid);
     if (finding.state != State::kAbsent) return finding;
