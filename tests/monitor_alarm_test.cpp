@@ -90,6 +90,19 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
                        [&](const Json& record) { return has(record, members); });
   };
   EXPECT_TRUE(seen(shown));
+  for (const Json& record : records) {
+    if (!has(record, shown) || record["kind"] != "item") continue;
+    const Json& evidence = record["evidence"];
+    EXPECT_TRUE(has(evidence, {{"tid", tid.load()},
+                               {"state", "D (disk sleep)"},
+                               {"threads_with_this_stack", 1},
+                               {"suspected", nullptr}}))
+        << "a real hang: " << evidence;
+    EXPECT_GE(evidence["standing_seconds"], 0.1) << "ten periods";
+    if (geteuid() == 0) {
+      EXPECT_NE(evidence["stack"].dump().find("clone"), std::string::npos);
+    }
+  }
   shown["state"] = "raised";
   EXPECT_TRUE(seen(shown));
   EXPECT_TRUE(seen({{"kind", "report"}, {"description", thread_id + ": 1 of hung, {pid}"}}));

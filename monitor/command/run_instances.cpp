@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <exception>
 
 #include "proc/descendants.h"
@@ -82,6 +82,13 @@ int run_to_the_end(Scheduler& scheduler, const RunRequest& request) try {
   return kExitFailed;
 }
 
+// Makes the ids of alarms unique over restarts: the time of this start in milliseconds.
+std::string alarm_prefix() {
+  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(since_epoch).count();
+  return std::to_string(ms) + "-";
+}
+
 // How long what is left to write may take at the end.
 constexpr std::chrono::milliseconds kToWriteTheRest{1000};
 
@@ -139,7 +146,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   Silences silences(memory.state.silences);
   Mailbox mailbox(wake);
   Publisher publisher(wake);
-  AlarmDesk desk(*reporter, sender, silences, std::to_string(std::time(nullptr)) + "-");
+  AlarmDesk desk(*reporter, sender, silences, alarm_prefix());
   std::optional<Reloader> reloader;
   if (request.reload) {
     reloader.emplace([&] { return read_again(request.reload, *plugin); }, wake);
