@@ -60,6 +60,55 @@ TEST_F(MonitorTest, CommandsEndWithTheMonitor) {
   monitor.end(0);
 }
 
+// A control group of the test's own whose processes can be frozen.
+class FreezerGroup {
+ public:
+  explicit FreezerGroup(pid_t pid)
+      : path_("/sys/fs/cgroup/freezer/mirt-test-" + std::to_string(getpid())) {
+    std::error_code error;
+    fs::create_directory(path_, error);
+    std::ofstream(path_ / "cgroup.procs") << pid;
+    ready_ = !error && read_file(path_ / "cgroup.procs") == std::to_string(pid) + "\n";
+    if (ready_) std::ofstream(path_ / "freezer.state") << "FROZEN";
+  }
+  FreezerGroup& operator=(FreezerGroup&&) = delete;
+  ~FreezerGroup() {
+    if (ready_) std::ofstream(path_ / "freezer.state") << "THAWED";
+    std::ofstream("/sys/fs/cgroup/freezer/cgroup.procs") << read_file(path_ / "cgroup.procs");
+    rmdir(path_.c_str());
+  }
+  bool ready() const { return ready_; }
+
+ private:
+  fs::path path_;
+  bool ready_ = false;
+};
+
+TEST_F(MonitorTest, AFrozenThreadIsNoHangThatNeedsRecovery) {
+  const Child child({"frozen data plane", "-u"});
+  const FreezerGroup group(child.pid());
+  if (!group.ready()) GTEST_SKIP() << "there is no freezer among the control groups";
+  const std::string status = "/proc/" + std::to_string(child.pid()) + "/status";
+  while (read_file(status).find("D (disk sleep)") == std::string::npos) usleep(1000);
+  configure("[recovery]\nredundancy = 'allow'\n" +
+            instance("plane", "CheckProcessStatusIsDForAppData",
+                     {{"ProcessName", "frozen data plane*"}}) +
+            instance("hung", "CheckProcessStatusIsD", {{"ProcessName", "frozen data plane*"}}));
+  Monitor monitor(folder_, kRun + "--rounds 11");
+  bool named = false;
+  for (const Json& record : monitor.records()) {
+    if (record["instance"] != "hung" || record["value"] != 1.0) continue;
+    EXPECT_EQ(record["evidence"]["suspected"], "frozen") << record;
+    named = true;
+  }
+  EXPECT_TRUE(named);
+  const std::string log = monitor.end(0);
+  EXPECT_NE(log.find("recovery refused: thread " + std::to_string(child.pid()) +
+                     " is suspected to be frozen"),
+            std::string::npos)
+      << log;
+}
+
 TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
   // A thread in D state: it waits as in vfork(), which is fork() under ThreadSanitizer.
   std::atomic<int> tid{0};

@@ -39,6 +39,32 @@ unsigned count_same_stack(int pid, const std::string& stack) {
   return count > 0 ? count : 1;
 }
 
+// "7:freezer:/jobs/a" -> "/jobs/a": the group of the thread in this hierarchy of control groups.
+std::optional<std::string> group_in(const std::string& groups, const std::string& hierarchy) {
+  const std::string text = "\n" + groups;
+  const size_t found = text.find(hierarchy + ":/");
+  if (found == std::string::npos) return std::nullopt;
+  const size_t path = found + hierarchy.size() + 1;
+  return text.substr(path, text.find('\n', path) - path);
+}
+
+bool file_has(const std::string& path, const char* word) {
+  return read_proc_file(path).value_or("").find(word) != std::string::npos;
+}
+
+// Newer kernels freeze a thread where it sleeps, and its stack does not show it: its group does.
+bool is_in_frozen_group(int tid) {
+  const std::string groups = read_proc_file(proc_path(tid, "cgroup")).value_or("");
+  if (const auto group = group_in(groups, ":freezer")) {
+    const std::string state = "/sys/fs/cgroup/freezer" + *group + "/freezer.state";
+    if (file_has(state, "FROZEN") || file_has(state, "FREEZING")) return true;
+  }
+  const auto group = group_in(groups, "\n0:");
+  if (!group) return false;
+  return file_has("/sys/fs/cgroup" + *group + "/cgroup.events", "frozen 1") ||
+         file_has("/sys/fs/cgroup/unified" + *group + "/cgroup.events", "frozen 1");
+}
+
 }  // namespace
 
 std::string suspicion(const std::string& stack) {
@@ -62,7 +88,8 @@ std::optional<ThreadEvidence> evidence_of(int tid) {
   evidence.stack = read_proc_file(proc_path(tid, "stack")).value_or("");
   evidence.voluntary_switches = number_in_status(tid, "voluntary_ctxt_switches");
   evidence.involuntary_switches = number_in_status(tid, "nonvoluntary_ctxt_switches");
-  evidence.suspected = suspicion(evidence.stack + evidence.wchan);
+  evidence.suspected =
+      is_in_frozen_group(tid) ? "frozen" : suspicion(evidence.stack + evidence.wchan);
   const int pid = std::atoi(status_value(tid, "Tgid").value_or("0").c_str());
   evidence.same_stack = count_same_stack(pid, evidence.stack);
   return evidence;

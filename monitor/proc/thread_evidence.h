@@ -13,8 +13,8 @@ struct ThreadEvidence {
   std::string stack;  // one kernel function a line; empty without the right to read it
   unsigned long voluntary_switches = 0, involuntary_switches = 0;
   unsigned same_stack = 1;  // threads of the process that sleep in D state with this very stack
-  // "frozen" (by a freezer, from outside) or "killable" (a signal can end the wait), by its stack;
-  // empty: a hang, as far as can be told.
+  // "frozen" (its control group is, or its stack shows a freezer) or "killable" (a signal can end
+  // the wait, by its stack); empty: a hang, as far as can be told.
   std::string suspected;
 };
 
