@@ -122,16 +122,19 @@ std::optional<Fault> check_literal(const std::string& value) {
 }
 
 std::optional<Fault> check_exact(const std::string& value) {
-  if (value.empty())
+  if (value.empty()) {
     return Fault{"is empty, expected a command line: no process matches an empty one"};
+  }
   return check_literal(value);
 }
 
 std::optional<Fault> check_prefix(const std::string& value) {
-  if (value.empty())
+  if (value.empty()) {
     return Fault{
-        "is empty, expected the beginning of a command line: every process matches an empty one",
+        "is empty, expected the beginning of a command line: every process matches an "
+        "empty one",
         true};
+  }
   return check_literal(value);
 }
 
