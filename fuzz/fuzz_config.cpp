@@ -1,25 +1,82 @@
-// The configuration reader: for any content it returns a result, and every mistake has a position.
+// The configuration: whatever its files contain, there is an answer, every mistake has its place,
+// and what is right can be written out in full and read again.
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 
 #include "config/config.h"
+#include "config/config_text.h"
 #include "fuzz_input.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string content(reinterpret_cast<const char*>(data), size);
-  const MemoryFile file(content);
-  const ConfigReading reading = read_config(file.path());
-  const auto lines = static_cast<unsigned>(std::count(content.begin(), content.end(), '\n')) + 1;
-  const Findings& findings = reading.findings;
+namespace {
+
+namespace fs = std::filesystem;
+
+// A folder of this process's own.
+class Folder {
+ public:
+  Folder() {
+    char name[] = "/tmp/fuzz-config-XXXXXX";
+    FUZZ_CHECK(mkdtemp(name) != nullptr);
+    path_ = name;
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder() { fs::remove_all(path_); }
+
+  // Nothing but these files: the first is the configuration, the others can be included.
+  std::string fill(const std::vector<std::string>& files) const {
+    fs::remove_all(path_ / "conf.d");
+    fs::create_directory(path_ / "conf.d");
+    for (size_t i = 1; i < files.size(); ++i) {
+      std::ofstream(path_ / "conf.d" / (std::to_string(i) + ".toml")) << files[i];
+    }
+    std::ofstream(path_ / "main.toml") << files.front();
+    return path_ / "main.toml";
+  }
+
+ private:
+  fs::path path_;
+};
+
+// NUL characters separate them.
+std::vector<std::string> files_in(const uint8_t* data, size_t size) {
+  constexpr size_t kMost = 4;
+  FuzzInput input(data, size);
+  std::vector<std::string> files;
+  do files.push_back(files.size() + 1 < kMost ? input.text() : input.rest());
+  while (!input.empty());
+  return files;
+}
+
+void check_findings(const Findings& findings, size_t lines) {
   for (const Mistakes& found : {findings.mistakes, findings.warnings}) {
     for (const Mistake& one : found) FUZZ_CHECK(!one.text.empty() && one.line <= lines);
   }
-  if (!findings.mistakes.empty()) return 0;
-  FUZZ_CHECK(!reading.config.instances.empty());
-  for (const Instance& instance : reading.config.instances) {
-    FUZZ_CHECK(instance.item != nullptr && instance.period_s > 0);
+}
+
+void check_config(const Config& config) {
+  FUZZ_CHECK(!config.instances.empty());
+  for (const Instance& instance : config.instances) {
+    FUZZ_CHECK(instance.item != nullptr && instance.period_s > 0 && !instance.file.empty());
     for (const Param& param : instance.params) {
       FUZZ_CHECK(param.name.size() < 100 && param.value.size() < 400);
     }
   }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const Folder folder;
+  const std::vector<std::string> files = files_in(data, size);
+  const ConfigReading reading = read_config(folder.fill(files));
+  check_findings(reading.findings, static_cast<size_t>(std::count(data, data + size, '\n')) + 1);
+  if (!reading.findings.mistakes.empty()) return 0;
+  check_config(reading.config);
+  const std::string full = config_text(reading.config);
+  const ConfigReading again = read_config(folder.fill({full}));
+  FUZZ_CHECK(again.findings.mistakes.empty());
+  FUZZ_CHECK(config_text(again.config) == full);
   return 0;
 }

@@ -89,4 +89,46 @@ TEST(MonitorFindAndKill, HaveExitCodesForScripts) {
   EXPECT_EQ(end.si_status, SIGKILL);
 }
 
+TEST(MonitorMatch, ShowsWhatAWatchMeansAsItIsCompared) {
+  const Child plain({"mirt match\033one", "-u"}), other({"mirt match two", "-u"});
+  const Child longer({"mirt match " + std::string(2000, 'x'), "-u"});
+  std::map<pid_t, nlohmann::json> found;
+  std::istringstream lines(run(MIRT_MONITOR_PATH " match prefix 'mirt match' --json"));
+  for (std::string line; std::getline(lines, line);) {
+    const auto row = nlohmann::json::parse(line);
+    found[row["pid"]] = row;
+  }
+  ASSERT_EQ(found.size(), 3U);
+  EXPECT_EQ(found[plain.pid()]["cmdline"], "mirt match\033one -u");
+  EXPECT_EQ(found[plain.pid()]["cut"], false);
+  EXPECT_EQ(found[longer.pid()]["cmdline"].get<std::string>().size(), 1022U);
+  EXPECT_EQ(found[longer.pid()]["bytes"], 2014);
+  EXPECT_EQ(found[longer.pid()]["cut"], true);
+  const std::string started =
+      run("date -d \"$(ps -o lstart= " + std::to_string(plain.pid()) + ")\" +%Y-%m-%dT%H:%M");
+  EXPECT_EQ(found[plain.pid()]["started"].get<std::string>().substr(0, 13), started.substr(0, 13));
+  const std::string people = monitor("match wildcard 'mirt match*'");
+  EXPECT_NE(people.find("  mirt match?one -u\n"), std::string::npos) << people;
+  EXPECT_NE(people.find("x  [only the first 1022 of 2014 bytes are compared]\n"),
+            std::string::npos);
+  EXPECT_EQ(monitor("match exact 'mirt match'"), "exit 1\n");
+}
+
+TEST(MonitorInit, WritesAConfigurationThatIsRightAlsoWithItsCommentsTakenAway) {
+  const Child odd({"mirt init\n\"[[x]]\\ \xff", "-u"});
+  const std::string checked =
+      " > init.toml && " MIRT_MONITOR_PATH " check-config --strict init.toml 2>&1";
+  const std::string folder = run("mktemp -d | tr -d '\\n'");
+  const std::string init = "cd " + folder + " && " MIRT_MONITOR_PATH " init";
+  EXPECT_NE(run(init + checked).find("no mistakes\n"), std::string::npos);
+  const std::string uncommented = " | sed -E 's/^# (\\[|[a-z]+ = )/\\1/'";
+  const std::string all = run(init + uncommented + checked);
+  EXPECT_NE(all.find("no mistakes\n"), std::string::npos) << all;
+  const std::string text = run(init);
+  EXPECT_NE(text.find("\n[machine.disk]\n\"/\" = { above = \"90 %\" }\n"), std::string::npos)
+      << text;
+  EXPECT_NE(text.find("\n# [[process]]"), std::string::npos) << text;
+  run("rm -r " + folder);
+}
+
 }  // namespace

@@ -1,28 +1,18 @@
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include "command/commands.h"
+#include "command/process_search.h"
 #include "item/process_library.h"
 #include "text/complaint.h"
 
 int command_find(const FindOptions& options) {
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
-  auto pids = options.mode == "exact"    ? library->find_exact(options.name)
-              : options.mode == "prefix" ? library->find_prefix(options.name)
-                                         : library->find_wildcard(options.name);
-  if (!pids) {
-    complain("cannot search the processes");
-    return kExitFailed;
-  }
-  // A pattern that begins with a star also matches this program's command line.
-  if (*pids == std::vector<pid_t>{getpid()}) complain(kOnlyMatchIsSelf);
-  pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
+  const auto pids = search_processes(*library, options.mode, options.name);
+  if (!pids) return kExitFailed;
   for (const pid_t pid : *pids) std::printf("%d\n", pid);
   return pids->empty() ? kExitFailed : kExitOk;
 }

@@ -19,30 +19,30 @@ namespace {
 constexpr size_t kMostProcesses = 10;
 
 constexpr char kHead[] =
-    R"(# What mirt-monitor watches on this machine: a configuration to begin with.
+    R"(# A configuration of mirt-monitor for this machine, to begin with.
 #
-#     mirt-monitor check-config FILE       # every mistake, with its line
+#     mirt-monitor check-config FILE       # reports every mistake with its line
 #     mirt-monitor run --config FILE
 #
-# A line that begins with # is a comment: take the # away from what you want.
+# To use a line that is commented out, remove the # and the blank before it.
 
 every = "5s" # from call to call, for each watch
 
-# Who is told of an alarm: name it with alert = ["ops"] in a watch.
+# Who is told of an alarm. A watch names it: alert = ["ops"].
 # [alert.ops]
-# command = ["/usr/local/bin/page", "--source", "mirt"]
+# command = ["logger", "--tag", "mirt-monitor", "--priority", "daemon.alert"]
 
 [machine]
 # alert = ["ops"]
 cpu = { above = "95 %", for = "5m" }
-memory = { above = "95 %", for = "1m" } # caches count as in use
+memory = { above = "95 %", for = "1m" } # includes the kernel's caches
 
 [machine.disk]
 )";
 
 constexpr char kProcesses[] =
     R"(
-# The largest processes right now. "mirt-monitor match prefix TEXT" shows which ones a watch means.
+# The largest processes now. "mirt-monitor match prefix TEXT" prints the processes that a prefix finds.
 )";
 
 // A prefix that TOML, terminals and the comparison take as it is, and that people can read.
@@ -110,7 +110,7 @@ int command_init(const std::string& plugin) {
   if (!library) return kExitUsage;
   std::optional<Listing> listing = library->list(false);
   if (!listing) {
-    complain("the processes cannot be listed");
+    complain("cannot list the processes");
     return kExitFailed;
   }
   std::printf("%s", kHead);

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <optional>
@@ -7,6 +5,7 @@
 #include <vector>
 
 #include "command/commands.h"
+#include "command/process_search.h"
 #include "item/process_library.h"
 #include "proc/proc_file.h"
 #include "proc/process_end.h"
@@ -32,15 +31,6 @@ size_t cmdline_bytes(pid_t pid) {
   return last == std::string::npos ? 0 : last + 1;
 }
 
-std::optional<std::vector<pid_t>> find(const ProcessLibrary& library, const MatchOptions& options) {
-  auto pids = options.mode == "wildcard" ? library.find_wildcard(options.text)
-              : options.mode == "prefix" ? library.find_prefix(options.text)
-                                         : library.find_exact(options.text);
-  // A pattern that begins with a star matches the command line that holds it, too.
-  if (pids) pids->erase(std::remove(pids->begin(), pids->end(), getpid()), pids->end());
-  return pids;
-}
-
 std::optional<WallTime> start_of(pid_t pid) {
   const auto process = FollowedProcess::follow(pid, FollowedProcess::Steady::now());
   return process ? std::optional(process->started()) : std::nullopt;
@@ -48,9 +38,11 @@ std::optional<WallTime> start_of(pid_t pid) {
 
 std::optional<std::vector<Found>> matches(const ProcessLibrary& library,
                                           const MatchOptions& options) {
-  const auto pids = find(library, options);
+  const auto pids = search_processes(library, options.mode, options.text);
+  if (!pids) return std::nullopt;
   const auto listing = library.list(false);
-  if (!pids || !listing) return std::nullopt;
+  if (!listing) complain("cannot list the processes");
+  if (!listing) return std::nullopt;
   std::vector<Found> found;
   for (const ProcessRow& row : listing->processes) {
     if (std::find(pids->begin(), pids->end(), row.pid) == pids->end()) continue;
@@ -69,7 +61,7 @@ void print_people(const std::vector<Found>& found) {
   for (const Found& match : found) {
     const std::string& command = match.process.cmdline;
     const std::string cut = match.is_cut()
-                                ? "  [cut: the first " + std::to_string(command.size()) + " of " +
+                                ? "  [only the first " + std::to_string(command.size()) + " of " +
                                       std::to_string(match.bytes) + " bytes are compared]"
                                 : "";
     print(std::to_string(match.process.pid), std::to_string(match.process.rss_mib),
@@ -95,10 +87,7 @@ int command_match(const MatchOptions& options) {
   const auto library = ProcessLibrary::load(options.plugin);
   if (!library) return kExitUsage;
   const std::optional<std::vector<Found>> found = matches(*library, options);
-  if (!found) {
-    complain("the processes cannot be searched");
-    return kExitFailed;
-  }
+  if (!found) return kExitFailed;
   options.json ? print_json(*found) : print_people(*found);
   return found->empty() ? kExitFailed : kExitOk;
 }
