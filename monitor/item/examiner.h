@@ -43,7 +43,9 @@ class Examiner {
   Examiner(const ItemRow& item, const std::vector<Param>& params, const Surroundings& around)
       : item_(item), params_(params), around_(around) {}
 
-  void before(const FI_CONTEXT_S& context);
+  // `end_is_known`: the process of the last answer has ended, so an item that finds none needs no
+  // second search.
+  void before(const FI_CONTEXT_S& context, bool end_is_known);
   Finding after(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
 
   // For a call that found an unchanged heartbeat.
@@ -87,6 +89,7 @@ class Examiner {
   std::string trouble_before_;
   char context_before_[16] = {};
   int pid_ = 0;
+  bool end_is_known_ = false;
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
   uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check

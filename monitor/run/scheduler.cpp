@@ -303,6 +303,7 @@ void Scheduler::start(Slot& slot) {
     slot.call.params = slot.order->params;
     slot.call.origin.alarm = slot.order->alarm;
   }
+  slot.call.end_is_known = slot.call_at_once;
   slot.refused = !pool_.start(slot.call);
   if (slot.refused) return;
   slot.order.reset();

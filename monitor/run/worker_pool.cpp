@@ -14,7 +14,7 @@ namespace {
 void run(Call& call) {
   call.result = FI_RESULT_S{};
   call.finding = Finding{};
-  call.examiner.before(call.context);
+  call.examiner.before(call.context, call.end_is_known);
   set_report_origin(&call.origin);
   set_asking_result(&call.result);
   call.began = Call::Clock::now();

@@ -29,9 +29,10 @@ struct Call {
   Item item;
   std::vector<FI_PARAM_S> params;
   Examiner examiner;
-  ReportOrigin origin{};   // of the reports that the item sends
-  FI_CONTEXT_S context{};  // zero before the first call, then as the item left it
-  FI_RESULT_S result{};    // zeroed before each call
+  ReportOrigin origin{};      // of the reports that the item sends
+  bool end_is_known = false;  // of the process of the call before
+  FI_CONTEXT_S context{};     // zero before the first call, then as the item left it
+  FI_RESULT_S result{};       // zeroed before each call
   std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
   std::optional<ThreadEvidence> evidence{};   // of that thread, if it hangs
   double value = 0.0;
