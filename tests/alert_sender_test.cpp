@@ -134,7 +134,7 @@ TEST(AlertCommand, NeedNotReadWhatItGets) {
   for (int i = 0; i < 3; ++i) sender.send("ops", {std::string(1000000, 'x'), {}});
   ASSERT_TRUE(comes_to_rest(sender, "ops"));
   EXPECT_EQ(status_of(sender, "ops").sent, 3U);
-  EXPECT_EQ(log.count("alert ops printed: done\n"), 3U);
+  EXPECT_EQ(log.count("alert ops output: done\n"), 3U);
 }
 
 TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
@@ -150,15 +150,15 @@ TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
   for (const char* const alert : {"lines", "bytes", "little"}) {
     ASSERT_TRUE(comes_to_rest(sender, alert));
   }
-  EXPECT_EQ(log.count("alert lines printed: y\n"), 7U);
-  EXPECT_EQ(log.count("alert lines printed more"), 1U);
+  EXPECT_EQ(log.count("alert lines output: y\n"), 7U);
+  EXPECT_EQ(log.count("alert lines: more output"), 1U);
   EXPECT_EQ(status_of(sender, "lines").last_error, "exited with status 3");
-  EXPECT_EQ(log.count("alert bytes printed: " + std::string(1000, '?') + "\n"), 1U);
-  EXPECT_EQ(log.count("alert bytes printed more"), 1U);
+  EXPECT_EQ(log.count("alert bytes output: " + std::string(1000, '?') + "\n"), 1U);
+  EXPECT_EQ(log.count("alert bytes: more output"), 1U);
   EXPECT_EQ(status_of(sender, "bytes").sent, 1U);
-  EXPECT_EQ(log.count("alert little printed: a\n"), 1U);
-  EXPECT_EQ(log.count("alert little printed: ?[2Jb\n"), 1U) << log.text();
-  EXPECT_EQ(log.count("alert little printed more"), 0U);
+  EXPECT_EQ(log.count("alert little output: a\n"), 1U);
+  EXPECT_EQ(log.count("alert little output: ?[2Jb\n"), 1U) << log.text();
+  EXPECT_EQ(log.count("alert little: more output"), 0U);
 }
 
 TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
@@ -177,7 +177,7 @@ TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
     sender.send("ops", {"{}", {}});
     ASSERT_TRUE(comes_to_rest(sender, "ops"));
     EXPECT_EQ(status_of(sender, "ops").failed, 1U);
-    EXPECT_EQ(log.count("alert ops (command): a message was not sent: killed, since it took"), 1U);
+    EXPECT_EQ(log.count("alert ops (command): message not sent: killed after "), 1U);
     // The end of the FIFO comes when nobody has it open any more.
     said.clear();
     ASSERT_TRUE(comes_true([&] {
@@ -239,7 +239,8 @@ TEST(AlertSender, QueuesSoManyAndDropsTheOldest) {
   const AlertStatus status = status_of(sender, "ops");
   EXPECT_EQ(status.sent, 2U);
   EXPECT_EQ(status.dropped, 5U);
-  EXPECT_TRUE(comes_true([&] { return log.count("since too many waited: 5\n") == 1; }));
+  EXPECT_TRUE(
+      comes_true([&] { return log.count("too many messages waiting, dropped: 5\n") == 1; }));
 }
 
 TEST(AlertSender, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
@@ -263,7 +264,8 @@ TEST(AlertSender, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
   EXPECT_EQ(read_file(folder / "old"), "1");
   EXPECT_EQ(read_file(folder / "new"), "234");
   EXPECT_EQ(status_of(sender, "changed").sent, 4U);
-  ASSERT_TRUE(comes_true([&] { return log.count("since it ends: 2\n") == 1; })) << log.text();
+  ASSERT_TRUE(comes_true([&] { return log.count("ended, waiting messages dropped: 2\n") == 1; }))
+      << log.text();
   EXPECT_EQ(read_file(folder / "gone"), "1") << "what was under way goes on";
   EXPECT_EQ(sender.statuses().front().name, "new");
   EXPECT_TRUE(sender.stop(hours(1)));
@@ -345,13 +347,13 @@ TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
   EXPECT_EQ(recovered.sent, 1U);
   EXPECT_EQ(recovered.failed, 0U);
   EXPECT_FALSE(recovered.failing);
-  EXPECT_EQ(recovered.last_error, "the answer is 503");
-  EXPECT_EQ(log.count("alert recovers (webhook): failed, is tried again: the answer is 500"), 1U);
+  EXPECT_EQ(recovered.last_error, "the server answered 503");
+  EXPECT_EQ(log.count("alert recovers (webhook): failed, will retry: the server answered 500"), 1U);
   EXPECT_TRUE(comes_true([&] { return log.count("works again, failures before: 2") == 1; }));
   EXPECT_EQ(refuses.requests_, 1U);
   EXPECT_EQ(status_of(sender, "refuses").failed, 1U);
   EXPECT_TRUE(status_of(sender, "refuses").failing);
-  EXPECT_EQ(status_of(sender, "redirects").last_error, "the answer is 302");
+  EXPECT_EQ(status_of(sender, "redirects").last_error, "the server answered 302");
 }
 
 // Sends one message to the port, with one attempt, and gives the error.
@@ -368,7 +370,7 @@ TEST(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
   AlertLimits limits = patient();
   limits.give_up = milliseconds(0);
   const Port refuses, silent, drips;
-  EXPECT_EQ(error_of_post(refuses.number(), limits), "no connection");
+  EXPECT_EQ(error_of_post(refuses.number(), limits), "cannot connect");
 
   silent.listen_only();
   limits.to_answer = milliseconds(50);
@@ -426,9 +428,10 @@ TEST(AlertSender, NothingThatHangsOrFailsDelaysAnother) {
     }
     EXPECT_TRUE(sender.stop(hours(1)));
   }
-  EXPECT_EQ(log.count("was not sent: the monitor ends"), 3U) << log.text();
+  EXPECT_EQ(log.count("message not sent: the monitor is ending"), 3U) << log.text();
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
-  EXPECT_TRUE(comes_true([&] { return open_descriptors() == descriptors; }));
+  EXPECT_TRUE(comes_true([&] { return open_descriptors() <= descriptors; }))
+      << open_descriptors() << " before: " << descriptors;
 }
 
 TEST(WebAddress, IsHttpWithAHostAndPerhapsMore) {

@@ -59,7 +59,7 @@ void AlertChannel::start() noexcept {
     thread_ = std::thread([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& error) {  // no thread, or no memory for one
     runs_ = false;
-    keep_error("there is no thread for it");
+    keep_error("cannot start a thread");
     log("error", {status_.last_error, ": ", error.what()});
   }
 }
@@ -128,7 +128,7 @@ void AlertChannel::abandon() {
 // Without memory the message at hand fails. Nothing else here needs any.
 void AlertChannel::work() noexcept {
   if (!prepare_thread()) {
-    log("warning", {"its files are made with the umask of the monitor: ", std::strerror(errno)});
+    log("warning", {"commands use the umask of the monitor: ", std::strerror(errno)});
   }
   Lock lock(mutex_);
   for (;;) {
@@ -164,7 +164,7 @@ void AlertChannel::deliver_first(Lock& lock) noexcept {
 Delivery AlertChannel::attempt(const Alert& alert, const AlertMessage& message) const noexcept try {
   return way_.deliver(alert, message, *stop_, limits_);
 } catch (const std::exception&) {
-  return {Delivery::Result::kFailed, "no memory"};  // short enough to need none
+  return {Delivery::Result::kFailed, "out of memory"};  // short: allocates nothing
 }
 
 // Waits until it is time for the next attempt. False if there is to be none.
@@ -172,7 +172,7 @@ bool AlertChannel::wait_for_retry(const Delivery& delivery, Clock::time_point si
                                   Lock& lock) noexcept {
   const Clock::time_point next = Clock::now() + pause();
   if (delivery.result != Delivery::Result::kRetry || next > since + limits_.give_up) return false;
-  if (failures_in_a_row_ == 1) say(lock, "warning", {"failed, is tried again: ", delivery.error});
+  if (failures_in_a_row_ == 1) say(lock, "warning", {"failed, will retry: ", delivery.error});
   wake_.wait_until(lock, next, [&] { return closing_ || has_changed_; });
   return !closing_;
 }
@@ -193,7 +193,7 @@ void AlertChannel::note_sent(Lock& lock) noexcept {
 
 void AlertChannel::note_failed(const Delivery& delivery, Lock& lock) noexcept {
   ++status_.failed;
-  say(lock, "error", {"a message was not sent: ", delivery.error});
+  say(lock, "error", {"message not sent: ", delivery.error});
 }
 
 void AlertChannel::keep_error(const std::string& error) noexcept {
@@ -208,7 +208,7 @@ void AlertChannel::keep_error(const std::string& error) noexcept {
 void AlertChannel::say_dropped(Lock& lock) noexcept {
   const unsigned long drops = std::exchange(unsaid_drops_, 0);
   if (drops == 0) return;
-  say(lock, "error", {"messages dropped, since too many waited: ", std::to_string(drops)});
+  say(lock, "error", {"too many messages waiting, dropped: ", std::to_string(drops)});
 }
 
 void AlertChannel::drop_rest(Lock& lock) noexcept {
@@ -217,7 +217,7 @@ void AlertChannel::drop_rest(Lock& lock) noexcept {
   unsaid_drops_ -= rest;
   say_dropped(lock);
   if (rest == 0) return;
-  say(lock, "error", {"messages dropped, since it ends: ", std::to_string(rest)});
+  say(lock, "error", {"ended, waiting messages dropped: ", std::to_string(rest)});
 }
 
 // Whoever queues a message must not wait for whoever reads the log.

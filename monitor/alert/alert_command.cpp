@@ -114,10 +114,11 @@ Delivery CommandRun::wait(const Wake& stop) {
   if (!status) child_->kill_all();
   while (!lines_.is_cut() && read_output()) continue;
   lines_.finish();
-  if (!status && Clock::now() < deadline) return {Delivery::Result::kFailed, "the monitor ends"};
+  if (!status && Clock::now() < deadline)
+    return {Delivery::Result::kFailed, "the monitor is ending"};
   if (!status) {
     return {Delivery::Result::kFailed,
-            "killed, since it took longer than " + number_text(alert_.timeout_s) + " s"};
+            "killed after " + number_text(alert_.timeout_s) + " s (timeout)"};
   }
   if (*status != 0) return {Delivery::Result::kFailed, wait_status_text(*status)};
   return {};

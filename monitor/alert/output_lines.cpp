@@ -23,7 +23,7 @@ void OutputLines::finish() {
 }
 
 void OutputLines::end_line() {
-  log_line("event", "alert " + alert_ + " printed: " + line_);
+  log_line("event", "alert " + alert_ + " output: " + line_);
   line_.clear();
   if (bytes_left_ > 0) --bytes_left_;  // for the newline: empty lines count too
   --lines_left_;
@@ -32,5 +32,5 @@ void OutputLines::end_line() {
 void OutputLines::cut() {
   finish();
   is_cut_ = true;
-  log_line("warning", "alert " + alert_ + " printed more, which is left out");
+  log_line("warning", "alert " + alert_ + ": more output discarded");
 }

@@ -1,4 +1,4 @@
-// The silences in force.
+// The silences that are in effect.
 #ifndef MONITOR_SILENCES_H
 #define MONITOR_SILENCES_H
 
@@ -9,7 +9,7 @@
 #include "item/silence.h"
 #include "text/json_text.h"
 
-// Belongs to one thread. Of each pattern there is one silence at most.
+// For one thread. There is at most one silence for each pattern.
 class Silences {
  public:
   static constexpr size_t kMost = 1000;
@@ -17,15 +17,15 @@ class Silences {
   Silences() = default;
   explicit Silences(std::vector<Silence> silences) : all_(std::move(silences)) {}
 
-  // A silence of the same pattern is replaced. False if there are kMost already.
+  // Adds it, or replaces the one with the same pattern. False if there are already kMost.
   bool add(Silence silence);
-  // Removes the silence of exactly this pattern, which is given back; nothing if there is none.
+  // Removes and returns the silence with exactly this pattern; nothing if there is none.
   std::optional<Silence> remove(const std::string& pattern);
-  // Removes those whose time is up, and gives them back.
+  // Removes and returns the silences that have ended.
   std::vector<Silence> expire(WallTime now);
 
-  // The silence of an instance at this time: of several, the one that lasts longest. Null if there
-  // is none. Valid until the next change.
+  // The silence that applies to the instance at this time; if there are several, the one that lasts
+  // longest. Null if there is none. The pointer is valid until the next change.
   const Silence* matching(const std::string& instance, WallTime now) const;
   bool matches(const std::string& instance, WallTime now) const {
     return matching(instance, now) != nullptr;
@@ -40,7 +40,7 @@ class Silences {
 
 // {"pattern": "database.*", "until": "2026-03-01T10:15:30.250+01:00", "reason": "", "since": ...}
 Json json_of(const Silence& silence);
-// Nothing if it is not such an object.
+// Nothing if it is not a valid object of this form.
 std::optional<Silence> silence_of(const Json& json);
 
 #endif

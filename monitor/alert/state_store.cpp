@@ -49,35 +49,35 @@ bool write_all(int fd, const std::string& text) {
   return true;
 }
 
-// Nothing of this name is there before: a link of somebody else would be followed otherwise.
+// Never opens an existing file, which may be another user's link.
 UniqueFd create_new(int folder, const std::string& name) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   UniqueFd file(openat(folder, name.c_str(), kFlags, 0600));
   if (file.get() >= 0 || errno != EEXIST) return file;
-  unlinkat(folder, name.c_str(), 0);  // of a process that had our number and was killed
+  unlinkat(folder, name.c_str(), 0);  // left by a killed process with our PID
   return UniqueFd(openat(folder, name.c_str(), kFlags, 0600));
 }
 
-// The file is the former one or the new one at any moment, and the new one is on the disk once this
-// returns. Why it failed; empty if it did not.
+// At every moment the path names the complete old file or the complete new one. When this returns,
+// the new one is on the disk. Returns the error, empty if there was none.
 std::string replace_file(const std::string& path, const std::string& text) {
   const Place place(path);
   const int folder = place.folder.get();
-  if (folder < 0) return error_text("its folder cannot be opened", errno);
+  if (folder < 0) return error_text("cannot open its folder", errno);
   const std::string fresh = place.name + kNew + std::to_string(getpid());
   const UniqueFd file = create_new(folder, fresh);
-  if (file.get() < 0) return error_text("a new file cannot be made beside it", errno);
+  if (file.get() < 0) return error_text("cannot create a new file in its folder", errno);
   const bool is_written = write_all(file.get(), text) && fsync(file.get()) == 0 &&
                           renameat(folder, fresh.c_str(), folder, place.name.c_str()) == 0;
   if (!is_written) {
-    std::string error = error_text("it cannot be written", errno);
+    std::string error = error_text("cannot write it", errno);
     unlinkat(folder, fresh.c_str(), 0);
     return error;
   }
-  return fsync(folder) == 0 ? "" : error_text("its folder cannot be synced", errno);
+  return fsync(folder) == 0 ? "" : error_text("cannot sync its folder", errno);
 }
 
-// What a process that was killed while it wrote has left.
+// Removes the temporary files of processes that were killed while they wrote.
 void remove_unfinished(const Place& place) {
   const std::string beginning = place.name + kNew;
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(
@@ -89,18 +89,18 @@ void remove_unfinished(const Place& place) {
   }
 }
 
-// The file's text. Nothing, with what is wrong in `damage`, if it cannot be trusted or read; that
-// it is not there is no damage.
+// The text of the file. Nothing if the file does not exist. Nothing, with the reason in `damage`,
+// if it cannot be trusted or read.
 std::optional<std::string> read_trusted(const Place& place, std::string& damage) {
   const UniqueFd file(openat(place.folder.get(), place.name.c_str(),
                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-    if (errno != ENOENT) damage = error_text("it cannot be opened", errno);
+    if (errno != ENOENT) damage = error_text("cannot open it", errno);
     return std::nullopt;
   }
   if (!S_ISREG(status.st_mode))
-    damage = "it is no regular file";
+    damage = "it is not a regular file";
   else if (others_can_write(status))
     damage = "others can write to it";
   else if (static_cast<size_t>(status.st_size) > kMostBytes)
@@ -111,12 +111,12 @@ std::optional<std::string> read_trusted(const Place& place, std::string& damage)
   do got = read(file.get(), text.data(), text.size());
   while (got < 0 && errno == EINTR);
   if (got == static_cast<ssize_t>(text.size())) return text;
-  damage = got < 0 ? error_text("it cannot be read", errno) : "it is cut off";
+  damage = got < 0 ? error_text("cannot read it", errno) : "it is shorter than its size";
   return std::nullopt;
 }
 
-// "state.json.damaged-2026-03-01T08:15:30.250+01:00", or with a number behind it: nothing that was
-// set aside before is lost. Empty if it cannot be renamed.
+// Renames the file to "state.json.damaged-2026-03-01T08:15:30.250+01:00", with a number after it if
+// that name exists. Returns the new name, empty if renaming failed.
 std::string set_aside(const Place& place) {
   const std::string wanted = place.name + ".damaged-" + iso8601(std::chrono::system_clock::now());
   const int folder = place.folder.get();
@@ -141,7 +141,7 @@ StateReading StateStore::load(const std::string& path) {
   StateReading reading;
   const Place place(path);
   if (place.folder.get() < 0) {
-    if (errno != ENOENT) reading.damage = error_text("its folder cannot be opened", errno);
+    if (errno != ENOENT) reading.damage = error_text("cannot open its folder", errno);
   } else {
     remove_unfinished(place);
     const std::optional<std::string> text = read_trusted(place, reading.damage);
@@ -152,13 +152,13 @@ StateReading StateStore::load(const std::string& path) {
   }
   if (!reading.damage.empty()) {
     say("error", path,
-        reading.damage + ", the monitor starts without it" +
-            (reading.set_aside.empty() ? "" : "; it is now " + reading.set_aside));
+        reading.damage + "; starting without it" +
+            (reading.set_aside.empty() ? "" : "; renamed to " + reading.set_aside));
   }
   return reading;
 }
 
-// The part of a store that its thread uses.
+// The part of a store that its thread uses. Both own it.
 class StateStore::Writer {
  public:
   Writer(std::string path, std::chrono::milliseconds between)
@@ -175,7 +175,7 @@ class StateStore::Writer {
     return error_;
   }
 
-  // True once everything is written and the thread has ended.
+  // Sets `has_ended` if the thread has ended within the limit. True if it has written everything.
   bool finish(std::chrono::milliseconds limit, bool& has_ended) {
     std::unique_lock lock(mutex_);
     finishing_ = true;
@@ -190,7 +190,7 @@ class StateStore::Writer {
       thread_ = std::thread([self] { self->run(); });
     } catch (const std::system_error& error) {
       runs_ = false;
-      error_ = error_text("there is no thread to write it", error.code().value());
+      error_ = error_text("cannot start a thread", error.code().value());
       say("error", path_, error_);
     }
   }
@@ -206,9 +206,9 @@ class StateStore::Writer {
 
   const std::string path_;
   const std::chrono::milliseconds between_;
-  std::string written_;  // by the thread alone
+  std::string written_;  // only the thread uses it
   std::thread thread_;
-  mutable std::mutex mutex_;  // guards all below
+  mutable std::mutex mutex_;  // guards all members below
   std::condition_variable wake_, ended_;
   std::optional<SavedState> unsaved_;
   std::string error_;
@@ -235,7 +235,7 @@ void StateStore::Writer::run() noexcept {
   ended_.notify_all();
 }
 
-// False if it has to be tried again.
+// False if it must be tried again.
 bool StateStore::Writer::write(const SavedState& state) noexcept try {
   std::string text = state_text(state) + "\n";
   if (text == written_) return true;
@@ -245,11 +245,11 @@ bool StateStore::Writer::write(const SavedState& state) noexcept try {
   note(std::move(error));
   return is_written;
 } catch (const std::exception&) {
-  note("no memory");  // short enough to need none
+  note("out of memory");  // short: allocates nothing
   return false;
 }
 
-// Says the first of several failures that are alike, and that it works again.
+// Logs a failure once until it changes, and logs the first success after it.
 void StateStore::Writer::note(std::string error) noexcept {
   const bool works = error.empty();
   std::unique_lock lock(mutex_);
@@ -257,9 +257,9 @@ void StateStore::Writer::note(std::string error) noexcept {
   error_.swap(error);
   lock.unlock();
   if (works) {
-    say("event", path_, "it is written again");
+    say("event", path_, "written again");
   } else {
-    say("error", path_, error_);  // no other thread changes it
+    say("error", path_, error_);  // only this thread changes it
   }
 }
 

@@ -1,4 +1,4 @@
-// What outlasts a restart of the monitor: a file that is always whole.
+// The state that the monitor keeps over a restart, in a file that is always complete.
 #ifndef MONITOR_STATE_STORE_H
 #define MONITOR_STATE_STORE_H
 
@@ -14,71 +14,71 @@
 #include "item/silence.h"
 #include "text/clock_text.h"
 
-// An alarm that is raised.
+// A raised alarm.
 struct SavedAlarm {
   std::string instance;
-  std::string condition;  // which of the instance's alarms: what the caller tells them apart by
+  std::string condition;  // identifies the alarm among those of the instance
   Severity severity = Severity::kCritical;
   std::string id;
   WallTime since{};
-  std::optional<WallTime> told{};  // when an alert was last told of it
+  std::optional<WallTime> told{};  // when the last alert about it was sent
 };
 
 struct SavedState {
   std::vector<SavedAlarm> alarms{};
   std::vector<Silence> silences{};
   std::map<std::string, uint64_t> counters{};
-  std::vector<WallTime> recoveries{};  // when each was allowed
+  std::vector<WallTime> recoveries{};  // the time of each allowed one
 };
 
-// One line of JSON, times to the millisecond. Text that is no UTF-8 is not kept as it is.
+// One line of JSON. Times are in milliseconds; invalid UTF-8 becomes U+FFFD.
 std::string state_text(const SavedState& state);
-// Nothing, with what is wrong in `error`, if it is not such a text.
+// The state in such a text. Nothing, with the reason in `error`, if the text is not valid.
 std::optional<SavedState> read_state(const std::string& text, std::string& error);
 
 struct StateReading {
-  SavedState state{};       // empty unless a whole file was found
-  bool found = false;       // a whole one
-  std::string damage{};     // what was wrong with the file that was found
-  std::string set_aside{};  // under which name it is now; empty if it is where it was
+  SavedState state{};       // empty unless a valid file was found
+  bool found = false;       // a valid file
+  std::string damage{};     // what is wrong with the file; empty if nothing is
+  std::string set_aside{};  // the new name of a damaged file; empty if it was not renamed
 };
 
-// Keeps one state file. A thread of its own writes: a slow disk holds up nobody.
+// Writes one state file on its own thread, so that a slow disk delays nobody.
 //
-// The file has mode 0600 and is replaced as a whole: a new file in its folder is written, synced
-// and renamed, and the folder synced. In folders that others than this user and root can write to,
-// no symbolic link is followed. What goes wrong is said in the log.
+// The file has mode 0600 and is replaced atomically: the store writes and syncs a new file in the
+// same folder, renames it, and syncs the folder. It does not follow symbolic links in folders that
+// users other than this one and root can write to. Failures are logged.
 class StateStore {
  public:
-  // Reads the file, before a store of it is made. One that is damaged, or not this user's or root's
-  // alone to write, is no state: it is renamed to "FILE.damaged-TIME", and the log is told.
+  // Reads the file. Call it before a store of the same file is created. A file that is damaged, or
+  // that other users can write to, is renamed to "FILE.damaged-TIME", and that is logged.
   static StateReading load(const std::string& path);
 
-  // Starts the thread. Without one nothing is written, which is said in the log.
+  // Starts the thread. If that fails, logs it; nothing is then written.
   explicit StateStore(std::string path,
                       std::chrono::milliseconds between = std::chrono::seconds(1));
-  // Calls finish() if nobody has.
+  // Calls finish() if it has not been called.
   ~StateStore();
   StateStore(const StateStore&) = delete;
   StateStore& operator=(const StateStore&) = delete;
 
-  // Has this state written: soon, but with at least `between` from one to the next, and then the
-  // newest one. Never waits for the disk. Without memory the former state stays.
+  // Writes this state soon. Two writes are at least `between` apart; if there were several calls in
+  // that time, only the last state is written. Never waits for the disk.
   void save(SavedState state) noexcept;
 
-  // Why the last attempt to write failed; empty if it did not. A failed one is repeated.
+  // The error of the last write; empty if it succeeded. Failed writes are repeated.
   std::string error() const;
 
-  // Writes what is still to be written and ends the thread. False if it could not be written within
-  // the limit. Where the thread then still waits for the disk, stuck() is true, and the process has
-  // to end by _exit().
+  // Writes the last state, if it is not written yet, and ends the thread. False if that failed or
+  // did not end within the limit. If the thread still waits for the disk then, stuck() is true, and
+  // the process must call _exit().
   bool finish(std::chrono::milliseconds limit);
   bool stuck() const { return stuck_; }
 
  private:
   class Writer;
 
-  const std::shared_ptr<Writer> writer_;  // the thread owns it too
+  const std::shared_ptr<Writer> writer_;  // the thread owns it, too
   bool finished_ = false, stuck_ = false;
 };
 

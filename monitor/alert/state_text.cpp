@@ -42,7 +42,7 @@ std::optional<WallTime> time_of(const Json& json) {
   return json.is_string() ? read_iso8601(json.get<std::string>()) : std::nullopt;
 }
 
-// Reads the list under this key, each of its values by `read`. False if one cannot be read.
+// Reads the array of this key with `read` for each element. False if an element is not valid.
 template <typename Value>
 bool read_list(const Json& json, const char* key, std::optional<Value> (*read)(const Json&),
                std::vector<Value>& values) {
@@ -84,7 +84,7 @@ std::string state_text(const SavedState& state) {
 std::optional<SavedState> read_state(const std::string& text, std::string& error) {
   const Json json = Json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object()) {
-    error = "it is no JSON object";
+    error = "it is not a JSON object";
     return std::nullopt;
   }
   const Json* const version = value_in(json, "version");
@@ -100,6 +100,6 @@ std::optional<SavedState> read_state(const std::string& text, std::string& error
   if (!read_counters(json, state.counters)) wrong = "counters";
   if (!read_list(json, "recoveries", time_of, state.recoveries)) wrong = "recoveries";
   if (!wrong) return state;
-  error = std::string("its ") + wrong + " are not as this program writes them";
+  error = std::string("its ") + wrong + " are not valid";
   return std::nullopt;
 }

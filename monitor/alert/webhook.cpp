@@ -77,13 +77,13 @@ class ExchangeLimit {
 std::string reason(httplib::Error error, bool had_address, const AlertLimits& limits) {
   switch (error) {
     case httplib::Error::Connection:
-      return had_address ? "no connection" : "the host has no address";
+      return had_address ? "cannot connect" : "the host has no address";
     case httplib::Error::ConnectionTimeout:
       return "no connection within " + duration_text(limits.to_connect);
     case httplib::Error::Read:
       return "no answer";
     case httplib::Error::Write:
-      return "the request could not be sent";
+      return "cannot send the request";
     default:
       return httplib::to_string(error);
   }
@@ -93,7 +93,7 @@ Delivery judge(int status) {
   if (status >= 200 && status < 300) return {};
   const bool may_change = status >= 500;
   return {may_change ? Delivery::Result::kRetry : Delivery::Result::kFailed,
-          "the answer is " + std::to_string(status)};
+          "the server answered " + std::to_string(status)};
 }
 
 httplib::Client client_for(const WebAddress& address, const AlertLimits& limits) {
@@ -132,7 +132,7 @@ int post(httplib::Client& client, const std::string& path, const std::string& bo
 Delivery post_to_webhook(const Alert& alert, const AlertMessage& message, const Wake& stop,
                          const AlertLimits& limits) try {
   const std::optional<WebAddress> address = read_web_address(alert.webhook);
-  if (!address) return {Delivery::Result::kFailed, "no address: " + alert.webhook};
+  if (!address) return {Delivery::Result::kFailed, "not an http address: " + alert.webhook};
   httplib::Client client = client_for(*address, limits);
   ExchangeLimit limit(stop, limits.overall);
   client.set_socket_options([&](int socket) { limit.set_socket(socket); });

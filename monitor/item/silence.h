@@ -1,4 +1,4 @@
-// Alarms that are not to be told for a while.
+// Alarms that send no alert for some time.
 #ifndef MONITOR_SILENCE_H
 #define MONITOR_SILENCE_H
 
@@ -7,10 +7,10 @@
 #include "text/clock_text.h"
 
 struct Silence {
-  std::string pattern;  // a name, or a glob with "*", "?" and "[...]", of the instances it is about
+  std::string pattern;  // the instance: a name, or a glob with "*", "?" and "[...]"
   WallTime until{};
-  std::string reason{};  // for people; may be empty
-  WallTime since{};      // when it was asked for
+  std::string reason{};  // free text; may be empty
+  WallTime since{};      // when it was added
 };
 
 #endif

@@ -1,4 +1,4 @@
-// A process that is followed until it ends, and how it ended.
+// Watches a process until it ends, and tells how it ended.
 #ifndef MONITOR_PROCESS_END_H
 #define MONITOR_PROCESS_END_H
 
@@ -8,31 +8,31 @@
 #include "proc/unique_fd.h"
 
 struct ProcessEnd {
-  std::optional<int> status;      // as wait() gives it; nothing where the kernel does not tell
-  std::chrono::milliseconds ran;  // from its start until the end was seen
+  std::optional<int> status;      // the wait status; nothing if the kernel does not tell it
+  std::chrono::milliseconds ran;  // from its start until its end was noticed
 };
 
-// Holds a descriptor of one process, whatever becomes of its number. No rights over the process are
-// needed, and it need not be a child.
+// Holds a descriptor of one process, so that a reused PID is never mistaken for it. Needs no rights
+// over the process, which need not be a child.
 class FollowedProcess {
  public:
   using Steady = std::chrono::steady_clock;
 
-  // The process that has this number and had it at `seen`. Nothing, with errno set, if there is
-  // none (ESRCH; it may have ended, and the number may be that of another one since), if the number
-  // is that of a thread (EINVAL), or if no descriptor was left (EMFILE, ENFILE).
+  // The process that had this PID at `seen`. Nothing, with errno set, if it has ended, whether or
+  // not another process has its PID now (ESRCH), if the number is that of a thread (EINVAL or
+  // ESRCH), or if there is no free descriptor (EMFILE, ENFILE).
   static std::optional<FollowedProcess> follow(int pid, Steady::time_point seen);
 
   int pid() const { return pid_; }
-  // When it began. The kernel tells it to a hundredth of a second.
+  // When it started, accurate to 1/100 s.
   std::chrono::system_clock::time_point started() const;
 
-  // Readable from the end of the process on.
+  // Becomes readable when the process ends.
   int fd() const { return fd_.get(); }
 
-  // How it ended; nothing as long as it runs. Linux 6.15 and later tell the status of any process.
-  // Before that it is known only for processes that their parent has not waited for yet, and only
-  // with the right to look into them. Ask again later for a status that is not known yet.
+  // How it ended; nothing while it runs. Linux 6.15 and later tell the status of any process. Older
+  // ones tell it only while the parent has not waited for the process, and only to a user who may
+  // inspect it. If the status is not known yet, a later call may return it.
   std::optional<ProcessEnd> end() const;
 
  private:
@@ -44,7 +44,7 @@ class FollowedProcess {
 
   int pid_;
   UniqueFd fd_;
-  unsigned long long start_ticks_;  // since the machine started, in the kernel's clock ticks
+  unsigned long long start_ticks_;  // clock ticks since the machine started
 };
 
 #endif

@@ -10,14 +10,14 @@
 
 namespace {
 
-constexpr int kMostLinks = 40;  // as the kernel has it
+constexpr int kMostLinks = 40;  // the limit of the kernel
 
-// Goes down a path, one component at a time.
+// Follows a path, one component at a time.
 class Walk {
  public:
   explicit Walk(std::string path) : rest_(std::move(path)) { go_to_start(); }
 
-  // False, with errno set, if the path cannot be gone to its end.
+  // False, with errno set, if it cannot reach the end of the path.
   bool finish() {
     while (folder_.get() >= 0 && !rest_.empty()) {
       if (!step(take_component())) return false;
@@ -47,7 +47,7 @@ class Walk {
     if (next.get() < 0 || fstat(next.get(), &status) != 0) return false;
     if (S_ISLNK(status.st_mode)) return follow(next.get());
     folder_ = std::move(next);
-    return true;  // should it be no folder, the next step fails, or opening it in the end
+    return true;  // if it is not a folder, the next open fails
   }
 
   bool follow(int link) {

@@ -1,4 +1,4 @@
-// Folders in which this program writes, perhaps as root.
+// Safe access to folders, because the program may run as root.
 #ifndef MONITOR_TRUSTED_FOLDER_H
 #define MONITOR_TRUSTED_FOLDER_H
 
@@ -8,12 +8,12 @@
 
 #include "proc/unique_fd.h"
 
-// True if somebody else than this user and root may write to what this describes.
+// True if users other than this one and root can write to the file or folder with this status.
 bool others_can_write(const struct stat& status);
 
-// Opens the folder to read it. On the way there it follows symbolic links only in folders that
-// others cannot write to: elsewhere the link may be anybody's. The owner is empty, with errno set,
-// if that fails; ELOOP if there was such a link.
+// Opens the folder for reading. Follows a symbolic link only if it is in a folder that others
+// cannot write to; any other link may be an attacker's. On failure the result holds -1 and errno is
+// set: ELOOP for such a link.
 UniqueFd open_trusted_folder(const std::string& path);
 
 #endif

@@ -21,7 +21,7 @@ LocalTime local_time(WallTime time) {
   return local;
 }
 
-// True if the text has a digit where the form has "0", and elsewhere what the form has.
+// True if the text equals the form, where "0" in the form stands for any digit.
 bool has_form(const std::string& text, const char* form) {
   size_t i = 0;
   for (; form[i] != '\0' && i < text.size(); ++i) {

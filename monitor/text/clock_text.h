@@ -14,8 +14,8 @@ std::string for_people(WallTime time);
 // "2026-03-01T08:15:30.250+01:00"
 std::string iso8601(WallTime time);
 
-// The time that iso8601() has made this text of, to the millisecond. Nothing if it is no such text,
-// or of a year before 1970 or after 2200.
+// The time in a text that iso8601() has written. Nothing if the text has another form, or the year
+// is not between 1970 and 2200.
 std::optional<WallTime> read_iso8601(const std::string& text);
 
 #endif

@@ -15,19 +15,19 @@ inline std::string json_text(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// The value of this key; null if the JSON is no object or has no such key.
+// The value of this key; null if `json` is not an object or does not have the key.
 inline const Json* value_in(const Json& json, const char* key) {
   const auto found = json.is_object() ? json.find(key) : json.end();
   return found == json.end() ? nullptr : &*found;
 }
 
-// The same, if it is a text; nothing otherwise.
+// The text of this key; nothing if there is none or it is not a string.
 inline std::optional<std::string> text_in(const Json& json, const char* key) {
   const Json* const value = value_in(json, key);
   return value && value->is_string() ? std::optional(value->get<std::string>()) : std::nullopt;
 }
 
-// The same, if it is a time as iso8601() writes it; nothing otherwise.
+// The time of this key, as iso8601() writes it; nothing if there is none.
 inline std::optional<WallTime> time_in(const Json& json, const char* key) {
   const std::optional<std::string> text = text_in(json, key);
   return text ? read_iso8601(*text) : std::nullopt;
