@@ -97,7 +97,7 @@ std::string changes(const AlarmRule& rule, const std::string& answers) {
                                          : answer == 'u' ? std::pair(State::kUnjudged, 99.0)
                                          : answer == 'f' ? std::pair(State::kFailed, 99.0)
                                                          : std::pair(State::kBlind, 99.0);
-    const Alarm::Change change = alarm.judge(row.first, row.second);
+    const Alarm::Change change = alarm.judge(row.first, row.second, Alarm::Clock::time_point{});
     changes += change == Alarm::Change::kRaised    ? '^'
                : change == Alarm::Change::kCleared ? 'v'
                                                    : '-';
