@@ -23,8 +23,9 @@ Exit status 0: success; 1: the operation failed, nothing was found, or resources
 2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Without --rounds, exits on SIGINT or SIGTERM. SIGHUP does nothing. If nobody reads the output, it
-goes on as long as alarms can still be told in the log, and otherwise exits with status 1.
+    R"(Without --rounds, exits on SIGINT or SIGTERM. SIGHUP makes it read the configuration again. If
+nobody reads the output, it goes on as long as alarms can still be told in the log or by alerts, and
+otherwise exits with status 1.
 With --rounds, also exits after N calls of each instance, on SIGHUP (ignored under nohup) or when
 nobody reads the output. It does not wait for blind instances after all others have completed.
 Exit status 0: ended in one of these ways; 1: every call of the rounds failed, output was lost or

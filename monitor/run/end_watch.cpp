@@ -4,8 +4,19 @@
 #include <optional>
 #include <utility>
 
+#include "proc/descriptors.h"
+#include "proc/proc_file.h"
 #include "run/slot.h"
 #include "text/end_text.h"
+
+namespace {
+
+bool has_ended(int pid) {
+  const std::optional<std::string> state = status_value(pid, "State");
+  return !state || state->compare(0, 1, "Z") == 0;
+}
+
+}  // namespace
 
 void EndWatch::leave(Slot& slot) {
   for (auto process = processes_.begin(); process != processes_.end();) {
@@ -16,21 +27,22 @@ void EndWatch::leave(Slot& slot) {
   slot.followed = 0;
 }
 
-void EndWatch::follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen) {
-  if (slot.followed == pid) return;
+bool EndWatch::follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen) {
+  if (slot.followed == pid) return true;
   leave(slot);
-  if (pid <= 0) return;
+  if (pid <= 0) return true;
   auto found = std::find_if(processes_.begin(), processes_.end(),
                             [&](const Process& each) { return each.process.pid() == pid; });
   if (found == processes_.end()) {
-    if (processes_.size() >= kMostProcesses) return;
+    if (processes_.size() >= std::min(kMostProcesses, descriptor_limit() / 4)) return true;
     std::optional<FollowedProcess> process = FollowedProcess::follow(pid, seen);
-    if (!process) return;
+    if (!process) return !has_ended(pid);
     processes_.push_back({std::move(*process), {}});
     found = std::prev(processes_.end());
   }
   found->slots.push_back(&slot);
   slot.followed = pid;
+  return true;
 }
 
 void EndWatch::add_to(std::vector<pollfd>& fds) const {

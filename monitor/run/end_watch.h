@@ -16,7 +16,8 @@ struct Slot;
 // Used by the scheduler's thread alone.
 class EndWatch {
  public:
-  // One descriptor a process. Beyond this many an end is seen at the next beat.
+  // One descriptor a process. Beyond this many, and beyond a quarter of those that the monitor may
+  // have, an end is seen at the next beat.
   static constexpr size_t kMostProcesses = 512;
 
   struct Ended {
@@ -26,8 +27,8 @@ class EndWatch {
   };
 
   // From now on the slot follows this process, which was there at `seen`, instead of the one
-  // before; 0: none.
-  void follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
+  // before; 0: none. False if it has ended since.
+  bool follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
 
   void add_to(std::vector<pollfd>& fds) const;
 

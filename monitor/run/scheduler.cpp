@@ -10,6 +10,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "proc/descriptors.h"
 #include "proc/lock_holder.h"
 #include "proc/wait_place.h"
 #include "run/beat.h"
@@ -88,6 +89,13 @@ std::string seconds_text(Clock::duration duration) {
   return text;
 }
 
+// Calls at one time for which descriptors are there. Short of them, an item would answer "nothing
+// there" because another call holds what it needs.
+size_t most_at_once() {
+  constexpr size_t kEach = 4;
+  return std::max<size_t>(1, free_descriptors() / kEach);
+}
+
 }  // namespace
 
 Scheduler::Scheduler(const Schedule& schedule, const Plugin& plugin, const ProcessLibrary* library,
@@ -114,7 +122,7 @@ void Scheduler::apply(const Plan& plan) {
   dismiss(old);
   size_t most_calls = slots_.size();
   if (plan.workers > 0) most_calls = plan.workers;
-  pool_.set_limit(most_calls);
+  pool_.set_limit(std::min(most_calls, most_at_once()));
   surface_.desk.set_alerts(plan.alerts);
   surface_.sender.replace(plan.alerts);
   answer_redundancy(plan.recovery);
@@ -372,7 +380,12 @@ Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
 void Scheduler::follow(Slot& slot) {
   if (slot.of_alarm || !minds_the_end(slot.instance)) return;
   const int pid = slot.call.examiner.pid();
-  ends_.follow(slot, pid, slot.call.ended);
+  if (ends_.follow(slot, pid, slot.call.ended) || pid == slot.ended_pid) return;
+  // It has ended between the call and now. Once is enough: the item may go on naming it.
+  slot.ended_pid = pid;
+  slot.ended = "process " + std::to_string(pid) + " has ended";
+  slot.call_at_once = true;
+  slot.due = Clock::now();
 }
 
 // The item decides whether the end matters: its instances are called at once, out of their beat.

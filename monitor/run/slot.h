@@ -67,7 +67,7 @@ struct Slot {
   State state = State::kPending;
   WallTime state_since{};
   int followed = 0;           // the process whose end is watched
-  int last_pid = 0;           // the process that the last answer was about
+  int ended_pid = 0;          // a process that ended before it could be followed
   std::string ended{};        // how that one ended, until there is another
   unsigned restarts = 0;      // how often there was another
   bool call_at_once = false;  // its process has ended: out of its beat
