@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "cmdline_turn.h"
 #include "common_plugin.h"
 #include "kelv_list.h"
 #include "kelv_securec.h"
@@ -92,6 +93,19 @@ bool IsUserProcess(const char* cmdLinePath) {
 
 namespace {
 
+// Both functions leave out a process in whose command line another thread is stuck.
+
+bool has_cmdline(const char* procPath, pid_t pid) {
+  CmdlineTurn turn(pid);
+  return turn.take() && IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get());
+}
+
+bool read_cmdline(PROCESS_BASICDATA_S& sample) {
+  CmdlineTurn turn(sample.pid);
+  return turn.take() && MIRT_Linux_Plugin::get_cmdline_bypid(sample.pid, sample.cmdline,
+                                                             sizeof sample.cmdline) == 0;
+}
+
 // Returns a new sample with this PID, all other members zero; null when memory is short.
 HeapRecord<PROCESS_BASICDATA_S> new_sample(pid_t pid) {
   auto sample = allocate_zeroed<PROCESS_BASICDATA_S>();
@@ -119,7 +133,7 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
     has_rss = scan_rss_kb(line, rss_kb);
   }
   sample.rss = rss_kb / 1024;
-  return has_name && (has_rss || IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get()));
+  return has_name && (has_rss || has_cmdline(procPath, sample.pid));
 }
 
 // Reads only what a memory listing needs. Each file is read once, except the command line of a
@@ -127,9 +141,7 @@ bool read_name_and_memory(PROCESS_BASICDATA_S& sample, const char* procPath) {
 void GetProcessMemoryData(const char* procPath, pid_t pid, void* pContext,
                           const bool /*isFirstCpuCheck*/) {
   auto sample = new_sample(pid);
-  if (sample == nullptr ||
-      MIRT_Linux_Plugin::get_cmdline_bypid(pid, sample->cmdline, sizeof sample->cmdline) != 0 ||
-      !read_name_and_memory(*sample, procPath)) {
+  if (sample == nullptr || !read_cmdline(*sample) || !read_name_and_memory(*sample, procPath)) {
     return;
   }
   add_to_list(std::move(sample), pContext);
@@ -139,7 +151,7 @@ void GetProcessMemoryData(const char* procPath, pid_t pid, void* pContext,
 
 void GetProcessBasicData(const char* procPath, pid_t pid, void* pContext,
                          const bool isFirstCpuCheck) {
-  if (!IsUserProcess(ProcPath<256>("%s/cmdline", procPath).get())) return;
+  if (!has_cmdline(procPath, pid)) return;
   auto sample = new_sample(pid);
   if (sample == nullptr) return;
   // Both readings of the process lie between those of the machine, so that its share never exceeds
@@ -153,7 +165,7 @@ void GetProcessBasicData(const char* procPath, pid_t pid, void* pContext,
   }
   sample->rss = static_cast<int>(MIRT_Linux_Plugin::get_phy_mem(pid));
   if (MIRT_Linux_Plugin::get_procname_bypid(pid, sample->name, sizeof sample->name) != 0 ||
-      MIRT_Linux_Plugin::get_cmdline_bypid(pid, sample->cmdline, sizeof sample->cmdline) != 0) {
+      !read_cmdline(*sample)) {
     return;
   }
   add_to_list(std::move(sample), pContext);

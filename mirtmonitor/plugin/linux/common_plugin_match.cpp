@@ -1,6 +1,7 @@
 // Finds the processes that a configured name selects.
 #include <cstring>
 
+#include "command_lines.h"
 #include "common_plugin.h"
 #include "process_scan.h"
 
@@ -8,29 +9,31 @@ namespace {
 
 constexpr unsigned int kCmdlineSize = 1024;
 
+// The caller's PID array. It can be restored as long as the walk can start again.
+class PidList {
+ public:
+  explicit PidList(process_cpu_context_t* pids) : pids_(pids) {}
+  unsigned int size() const { return size_; }
+
+  void add(pid_t pid) {
+    if (size_ < kEarlySteps) before_[size_] = pids_[size_].pid;
+    pids_[size_++].pid = pid;
+  }
+
+  void restore() {
+    for (; size_ > 0; --size_) pids_[size_ - 1].pid = before_[size_ - 1];
+  }
+
+ private:
+  process_cpu_context_t* pids_;
+  unsigned int size_ = 0;
+  pid_t before_[kEarlySteps];
+};
+
 }  // namespace
 
 bool MIRT_Linux_Plugin::str_fuzzy_match(const char* str1, const char* pattern) {
-  if (str1 == nullptr || pattern == nullptr) return false;
-  size_t p1 = 0, p2 = 0;
-  size_t mark = 0;  // just after the last '*'; the match before it is final
-  while (str1[p1] != '\0' && pattern[p2] != '\0') {
-    if (pattern[p2] == '*') {
-      mark = ++p2;
-    } else if (pattern[p2] == '?' || pattern[p2] == str1[p1]) {
-      ++p1;
-      ++p2;
-    } else if (p1 == 0 && p2 == 0) {
-      return false;
-    } else {
-      // Try again from the mark, one character after the start of the last attempt.
-      p1 = p1 - (p2 - mark) + 1;
-      p2 = mark;
-    }
-  }
-  if (pattern[p2] == '\0') return str1[p1] == '\0' || (p2 > 0 && pattern[p2 - 1] == '*');
-  while (pattern[p2] == '*') ++p2;
-  return pattern[p2] == '\0';
+  return str1 != nullptr && pattern != nullptr && matches_wildcard(str1, pattern);
 }
 
 bool MIRT_Linux_Plugin::check_with_cmdline(const char* file_path, const char* task_name,
@@ -52,7 +55,9 @@ bool MIRT_Linux_Plugin::check_with_cmdline(const char* file_path, const char* ta
 
 bool MIRT_Linux_Plugin::check_pid_with_name(const char* task_name, pid_t& p) {
   if (p == 0) return false;
-  return check_with_cmdline(ProcPath<50>("/proc/%d/cmdline", p).get(), task_name, kMatchExact);
+  CmdlineTurn turn(p);
+  return turn.take() &&
+         check_with_cmdline(ProcPath<50>("/proc/%d/cmdline", p).get(), task_name, kMatchExact);
 }
 
 pid_t MIRT_Linux_Plugin::get_pid_byname(const char* task_name, pid_t& p,
@@ -62,10 +67,12 @@ pid_t MIRT_Linux_Plugin::get_pid_byname(const char* task_name, pid_t& p,
   p = 0;
   oldtotalcputime = 0;
   oldprocputime = 0;
-  for_each_match(task_name, kMatchExact, [&p](pid_t pid) {
-    p = pid;
-    return false;
-  });
+  for_each_match(
+      task_name, kMatchExact, [] {},
+      [&p](pid_t pid) {
+        p = pid;
+        return false;
+      });
   return p;
 }
 
@@ -76,11 +83,13 @@ pid_t MIRT_Linux_Plugin::get_pid_byname(const char* task_name, pid_t& p) {
 
 void MIRT_Linux_Plugin::get_allpid(const char* task_name, process_cpu_context_t* pids,
                                    unsigned int size, unsigned int* used, const int flag) {
-  unsigned int found = 0;
-  for_each_match(task_name, flag, [&](pid_t pid) {
-    if (found >= size) return false;
-    pids[found++].pid = pid;
-    return true;
-  });
-  *used = found;
+  PidList found(pids);
+  for_each_match(
+      task_name, flag, [&found] { found.restore(); },
+      [&found, size](pid_t pid) {
+        if (found.size() >= size) return false;
+        found.add(pid);
+        return true;
+      });
+  *used = found.size();
 }

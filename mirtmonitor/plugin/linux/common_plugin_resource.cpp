@@ -13,6 +13,8 @@
 namespace {
 
 constexpr size_t kLineSize = 256;
+constexpr float kNoLimit = INFINITY;
+constexpr float kExists = 1.0F;
 
 // "MemTotal:       16305508 kB" -> 16305508: the number after the next line's first word, 0 if
 // there is none.
@@ -45,28 +47,34 @@ unsigned int descriptors_by_walk(int directory) {
   return count > 1 ? count - 2 : count;
 }
 
-// Returns the highest value among all matches. beats(value, highest) says whether a process
-// replaces the current highest one; lead(pid) then records it.
-template <typename Measure, typename Beats, typename Lead>
-float highest_match(const char* task_name, int flag, Measure measure, Beats beats, Lead lead) {
-  float highest = 0.0F;
-  for_each_match(task_name, flag, [&](pid_t pid) {
-    const auto value = static_cast<float>(measure(pid));
-    if (beats(value, highest)) {
-      highest = value;
-      lead(pid);
-    }
-    return true;
-  });
-  return highest;
+// Returns the highest value among all matches and stores its process in *leader, which keeps its
+// value if no process leads. beats(value, highest) says whether a process replaces the current
+// leader. The search ends at the value `most`, which no other value can beat.
+template <typename Measure, typename Beats>
+float highest_match(const char* task_name, int flag, float most, Measure measure, Beats beats,
+                    int* leader) {
+  struct {
+    float value = 0.0F;
+    bool led = false;
+    pid_t pid = 0;
+  } highest;
+  for_each_match(
+      task_name, flag, [&highest] { highest = {}; },
+      [&](pid_t pid) {
+        const auto value = static_cast<float>(measure(pid));
+        if (beats(value, highest.value)) highest = {value, true, pid};
+        return !highest.led || highest.value < most;
+      });
+  if (highest.led) *leader = highest.pid;
+  return highest.value;
 }
 
 // The last one of equal processes wins, so that a PID is reported even if all values are 0.
 template <typename Measure>
 float highest_of_pattern(const char* pattern, Measure measure, int& max_usage_pid) {
   return highest_match(
-      pattern, kMatchWildcard, measure, [](float value, float highest) { return value >= highest; },
-      [&max_usage_pid](pid_t pid) { max_usage_pid = pid; });
+      pattern, kMatchWildcard, kNoLimit, measure,
+      [](float value, float highest) { return value >= highest; }, &max_usage_pid);
 }
 
 }  // namespace
@@ -166,8 +174,9 @@ float MIRT_Linux_Plugin::get_process_handle(const char* task_name) {
 float MIRT_Linux_Plugin::get_process_resource(PROCESS_RESOURCE_E res_type, const char* task_name,
                                               int* pid) {
   if (res_type < PROCESS_RESOURCE_MEM || res_type >= PROCESS_RESOURCE_MAX) return 0.0F;
+  // The first match decides on existence.
   return highest_match(
-      task_name, kMatchPrefix,
+      task_name, kMatchPrefix, res_type == PROCESS_RESOURCE_EXIST ? kExists : kNoLimit,
       [this, res_type](pid_t match) -> unsigned int {
         switch (res_type) {
           case PROCESS_RESOURCE_MEM:
@@ -178,6 +187,5 @@ float MIRT_Linux_Plugin::get_process_resource(PROCESS_RESOURCE_E res_type, const
             return 1;
         }
       },
-      [](float value, float highest) { return value > highest; },
-      [pid](pid_t leader) { *pid = leader; });
+      [](float value, float highest) { return value > highest; }, pid);
 }
