@@ -71,7 +71,8 @@ TEST_F(HeartTest, WithoutDescriptorsNothingIsJudgedAndNoAlarmRises) {
       EXPECT_TRUE(says_why || record["instance"] == "heart") << record;
     }
     for (const char* const machine : {"cpu", "user-cpu", "free"}) {
-      EXPECT_EQ(unjudged[machine], *limit == '4' ? 3 : 0) << machine;
+      // Even the fifth is used for a moment, by the clock, for the time zone.
+      EXPECT_EQ(unjudged[machine] == 3, *limit == '4') << machine;
     }
     for (const char* const name : {"exists", "memory", "handles", "core", "hung", "heart"}) {
       EXPECT_EQ(unjudged[name], 3) << name;

@@ -41,8 +41,9 @@ constexpr int kProcesses = kHealthy + 2;  // then one that hangs for good, and t
 constexpr int kDead = kHealthy, kVictim = kHealthy + 1;
 constexpr int kMostRigs = 50 / kProcesses;  // the table has fifty entries
 constexpr Seconds kBeat{0.4};
-// After the disturbance. A machine that other work has busy as well may need long.
-constexpr Seconds kLongest{120};
+// How often a rig looks for what is to be told, every 0.05 s, before it counts as missed. A number,
+// because a machine that was paused finds its clock far ahead.
+constexpr int kMostLooks = 2400;
 
 bool g_may_rule = false;  // may take better priorities than others
 
@@ -58,7 +59,7 @@ void sleep_for(double seconds) {
 // What was seen in all rigs together.
 struct Tally {
   std::mutex mutex;
-  unsigned trials = 0, false_reports = 0, wrong_clears = 0, missed = 0, unreported = 0;
+  unsigned trials = 0, false_reports = 0, wrong_clears = 0, missed = 0;
   double longest_s = 0.0;  // from the hang, or the end of the disturbance, to the alarm
 
   void complain(unsigned Tally::*what, const std::string& text) {
@@ -67,7 +68,7 @@ struct Tally {
     std::printf("  FAULT: %s\n", text.c_str());
     std::fflush(stdout);
   }
-  bool clean() const { return false_reports + wrong_clears + missed + unreported == 0; }
+  bool clean() const { return false_reports + wrong_clears + missed == 0; }
 };
 
 sigset_t beaters_signals() {
@@ -141,9 +142,9 @@ class Rig {
   }
 
   // The one that hangs for good is reported.
-  bool begin() {
+  void begin() {
     hang(kDead);
-    return read_until([&] { return raised_[kDead] && reported_[kDead]; });
+    expect(kDead, "hangs and is not reported", [&] { return raised_[kDead] && reported_[kDead]; });
   }
 
   // A hang of the victim somewhere in a disturbance. It has to be reported, and cleared once the
@@ -159,15 +160,11 @@ class Rig {
     while (!hangs_[kVictim]) read_for(0.05);
     hanging.join();
     const Clock::time_point from = std::max(disturbed_until, hung_since_[kVictim].load());
-    if (!read_until([&] { return raised_[kVictim] && reported_[kVictim]; })) {
-      tally_.complain(raised_[kVictim] ? &Tally::unreported : &Tally::missed,
-                      name_of(kVictim) + " hangs and is not reported");
-    }
+    expect(kVictim, "hangs and is not reported",
+           [&] { return raised_[kVictim] && reported_[kVictim]; });
     note_delay(from);
     go_on(kVictim);
-    if (!read_until([&] { return !raised_[kVictim]; })) {
-      tally_.complain(&Tally::missed, name_of(kVictim) + " goes on and is not cleared");
-    }
+    expect(kVictim, "goes on and is not cleared", [&] { return !raised_[kVictim]; });
     reported_[kVictim] = false;
   }
 
@@ -231,11 +228,12 @@ class Rig {
     hangs_[process] = false;
   }
 
-  bool read_until(const std::function<bool()>& seen) {
-    const Clock::time_point end =
-        Clock::now() + std::chrono::duration_cast<Clock::duration>(kLongest);
-    while (!seen() && Clock::now() < end) read_for(0.05);
-    return seen();
+  // Reads until it is told; what is not is a fault.
+  void expect(int process, const std::string& missing, const std::function<bool()>& told) {
+    for (int looks = 0; !told() && looks < kMostLooks; ++looks) read_for(0.05);
+    if (told()) return;
+    tally_.complain(&Tally::missed, "rig " + std::to_string(number_) + ": " + name_of(process) +
+                                        " " + missing + "; last: " + last_[process]);
   }
 
   void read_some() {
@@ -254,10 +252,11 @@ class Rig {
 
   void judge(const Json& line) {
     const std::string kind = line.value("kind", "");
-    if (kind != "alarm" && kind != "report") return;
     int process = 0;
-    while (process < kProcesses && line["instance"] != name_of(process)) ++process;
-    if (process == kProcesses) std::abort();
+    while (process < kProcesses && line.value("instance", "") != name_of(process)) ++process;
+    if (process == kProcesses) return;  // the talker, or lost lines
+    last_[process] = line.dump();
+    if (kind != "alarm" && kind != "report") return;
     if (kind == "report") {
       reported_[process] = true;
     } else {
@@ -299,6 +298,7 @@ class Rig {
   std::atomic<bool> hangs_[kProcesses]{};
   std::atomic<Clock::time_point> hung_since_[kProcesses]{};
   std::atomic<std::chrono::system_clock::time_point> wall_hung_since_[kProcesses]{};
+  std::string last_[kProcesses];  // that was told of it
   bool raised_[kProcesses] = {}, reported_[kProcesses] = {};
 };
 
@@ -375,10 +375,9 @@ void run_loads(Rigs& rigs, unsigned count, Tally& tally) {
 
 bool tell(const char* what, const Tally& tally) {
   std::printf(
-      "%-34s %4u trials, %u false reports, %u cleared wrongly, %u missed, %u without a report; "
-      "longest until said: %.1f s\n",
-      what, tally.trials, tally.false_reports, tally.wrong_clears, tally.missed, tally.unreported,
-      tally.longest_s);
+      "%-34s %4u trials, %u false reports, %u cleared wrongly, %u missed; longest until "
+      "told: %.1f s\n",
+      what, tally.trials, tally.false_reports, tally.wrong_clears, tally.missed, tally.longest_s);
   std::fflush(stdout);
   return tally.clean();
 }
@@ -394,9 +393,7 @@ bool run_kind(const Kind& kind, int rig_count) {
   Tally tally;
   Rigs rigs;
   for (int i = 0; i < rig_count; ++i) rigs.push_back(std::make_unique<Rig>(i, tally));
-  for (const auto& rig : rigs) {
-    if (!rig->begin()) tally.complain(&Tally::missed, "what hangs from the beginning");
-  }
+  for (const auto& rig : rigs) rig->begin();
   kind.run(rigs, kind.count, tally);
   return tell(kind.what, tally);
 }
