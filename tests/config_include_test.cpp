@@ -39,7 +39,7 @@ TEST_F(IncludeTest, FilesAreReadInTheirOrderEachWithDefaultsOfItsOwn) {
   put("conf.d/ignored", "no toml");
   put("extra", "[alert.ops]\ncommand = ['true']\n");
   EXPECT_EQ(findings(), "");
-  const Config config = read_config(folder_ / "a.toml").config;
+  const Plan config = read_config(folder_ / "a.toml").config;
   ASSERT_EQ(config.instances.size(), 3U);
   const std::tuple<std::string, std::string, double> rows[] = {{"machine.cpu", "a.toml", 7},
                                                                {"a.memory", "conf.d/a.toml", 3},

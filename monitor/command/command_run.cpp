@@ -22,8 +22,8 @@ void write_to_log(const std::string& line) {
 
 // Returns the configuration unless it has mistakes. Mistakes and warnings go to `say`.
 template <typename Options>
-std::optional<Config> read_and_tell(const Options& options, size_t& warnings,
-                                    void (*say)(const std::string&) = write_to_standard_error) {
+std::optional<Plan> read_and_tell(const Options& options, size_t& warnings,
+                                  void (*say)(const std::string&) = write_to_standard_error) {
   const std::string& path = options.config;
   ConfigReading reading =
       read_config(path, options.strict ? Warnings::kAreMistakes : Warnings::kAllowed,
@@ -39,19 +39,11 @@ std::string counted(size_t count, const std::string& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
-Plan plan_of(Config config, const std::string& path) {
-  for (Instance& instance : config.instances) {
-    if (instance.file.empty()) instance.file = path;
-  }
-  return {std::move(config.instances),  std::move(config.alerts),        std::move(config.recovery),
-          std::move(config.state_file), std::move(config.status_socket), config.workers};
-}
-
 // At SIGHUP. With mistakes the configuration that is in force stays so.
 std::optional<Plan> read_again(const RunOptions& options) {
   size_t warnings = 0;
-  std::optional<Config> config = read_and_tell(options, warnings, write_to_log);
-  if (config) return plan_of(std::move(*config), options.config);
+  std::optional<Plan> plan = read_and_tell(options, warnings, write_to_log);
+  if (plan) return plan;
   log_line("error", options.config + ": not reloaded, the configuration before stays in force");
   return std::nullopt;
 }
@@ -60,22 +52,21 @@ std::optional<Plan> read_again(const RunOptions& options) {
 
 int command_run(const RunOptions& options) {
   size_t warnings = 0;
-  std::optional<Config> config = read_and_tell(options, warnings);
-  if (!config) return kExitUsage;
+  std::optional<Plan> plan = read_and_tell(options, warnings);
+  if (!plan) return kExitUsage;
   RunRequest request;
   request.plugin = options.plugin;
   request.schedule.rounds = options.rounds;
   request.json = options.json;
   request.hangup_ends = options.rounds.has_value();
   if (!request.hangup_ends) request.reload = [&] { return read_again(options); };
-  Plan plan = plan_of(std::move(*config), options.config);
-  if (!options.socket.empty()) plan.status_socket = options.socket;
-  return run_instances(plan, request);
+  if (!options.socket.empty()) plan->status_socket = options.socket;
+  return run_instances(*plan, request);
 }
 
 int command_check_config(const CheckOptions& options) {
   size_t warnings = 0;
-  const std::optional<Config> config = read_and_tell(options, warnings);
+  const std::optional<Plan> config = read_and_tell(options, warnings);
   if (!config) return kExitUsage;
   if (options.expand) {
     std::printf("%s", config_text(*config).c_str());

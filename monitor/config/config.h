@@ -3,27 +3,15 @@
 #define MONITOR_CONFIG_H
 
 #include <string>
-#include <vector>
 
 #include "config/config_trust.h"
-#include "item/alert.h"
-#include "item/instance.h"
-#include "item/recovery.h"
+#include "item/plan.h"
 #include "text/mistake.h"
-
-struct Config {
-  std::vector<Instance> instances;
-  std::vector<Alert> alerts;
-  Recovery recovery;
-  std::string state_file;     // what must outlast a restart; empty: nothing is kept
-  std::string status_socket;  // where the monitor answers; empty: nowhere
-  unsigned workers = 0;       // the most calls at one time; 0: as many as there can be
-};
 
 // What the file and those that it includes gave: a configuration to use if there are no mistakes.
 // Mistakes and warnings are each in the order of their files and lines.
 struct ConfigReading {
-  Config config;
+  Plan config;
   Findings findings;
 };
 

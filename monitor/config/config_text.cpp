@@ -133,7 +133,7 @@ std::string toml_text(const std::string& text) {
   return quoted + '"';
 }
 
-std::string config_text(const Config& config) {
+std::string config_text(const Plan& config) {
   std::string text;
   if (!config.state_file.empty()) text += line("state", toml_text(config.state_file));
   if (config.workers > 0) text += line("workers", std::to_string(config.workers));

@@ -342,8 +342,8 @@ std::string Examiner::search_trouble() const {
 }
 
 std::vector<int> Examiner::matches() const {
-  if (!around_.library) return {};
-  const auto found = around_.library->find(item_.source.match, name());
+  if (!around_.functions) return {};
+  const auto found = around_.functions->find(item_.source.match, name());
   return found.value_or(std::vector<int>());
 }
 

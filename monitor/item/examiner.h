@@ -24,7 +24,7 @@
 
 // Data that all examiners share.
 struct Surroundings {
-  const ProcessLibrary* library = nullptr;  // null if the plug-in does not export these functions
+  const ProcessLibrary* functions = nullptr;  // null if the plug-in does not export these functions
   const StuckProcesses* stuck = nullptr;
   bool ignore_self = false;  // the pattern is in our own command line, so it matches this process
 };
