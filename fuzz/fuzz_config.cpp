@@ -55,7 +55,7 @@ void check_findings(const Findings& findings, size_t lines) {
   }
 }
 
-void check_config(const Config& config) {
+void check_config(const Plan& config) {
   FUZZ_CHECK(!config.instances.empty());
   for (const Instance& instance : config.instances) {
     FUZZ_CHECK(instance.item != nullptr && instance.period_s > 0 && !instance.file.empty());
