@@ -96,8 +96,8 @@ std::vector<Alert> read_alerts(TomlFields& file) {
     if (node.is_table()) {
       alerts.push_back(read_alert(file.within(*node.as_table(), where), name));
     } else {
-      file.mistake(line_of(node),
-                   "alert." + name + " is " + type_of(node) + ", expected a table " + where);
+      std::string text = "alert." + name + " is " + type_of(node);
+      file.mistake(line_of(node), text.append(", expected a table ").append(where));
     }
   }
   return alerts;

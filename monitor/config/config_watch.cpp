@@ -137,7 +137,7 @@ class WatchReader {
 
 // Nothing if the name cannot be used, which has been said.
 std::optional<std::string> WatchReader::read_name(TomlFields& fields) {
-  const std::optional<std::string> name = fields.text("name", Presence::kRequired);
+  std::optional<std::string> name = fields.text("name", Presence::kRequired);
   if (!name) return std::nullopt;
   const unsigned line = fields.line("name");
   const std::optional<std::string> taken =

@@ -36,6 +36,7 @@ std::vector<std::string> local_file_systems() {
     if (folder.size() < known.size()) known = folder;
   }
   std::vector<std::string> all;
+  all.reserve(folders.size());
   for (const auto& [device, folder] : folders) all.push_back(folder);
   std::sort(all.begin(), all.end());
   return all;

@@ -29,7 +29,7 @@ std::string find_program(const std::string& name) {
   int error = ENOENT;
   while (!left.empty()) {
     const size_t length = std::min(left.find(':'), left.size());
-    const std::string path = std::string(left.substr(0, length)) + '/' + name;
+    std::string path = std::string(left.substr(0, length)) + '/' + name;
     if (can_be_started(path)) return path;
     if (errno != ENOENT) error = errno;
     left.remove_prefix(std::min(length + 1, left.size()));
