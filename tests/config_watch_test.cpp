@@ -30,9 +30,12 @@ TEST_F(WatchTest, WatchesStandForInstances) {
 deadline = "20 s"
 state = "/var/lib/m/state"
 workers = 7
+[status]
+socket = "/run/m.socket"
 [recovery]
 redundancy = "command"
 command = "exit 1"
+spare = ["frozen"]
 [[process]]
 name = "db"
 prefix = "/opt/db "
@@ -68,11 +71,15 @@ report = { item = "SendErrRptExtend", params = [{ name = "ErrCode", value = "7" 
             R"(state = "/var/lib/m/state"
 workers = 7
 
+[status]
+socket = "/run/m.socket"
+
 [recovery]
 redundancy = "command"
 command = "exit 1"
 at_most = 1
 per = 600
+spare = ["frozen"]
 
 [alert.a]
 command = ["true", "a\u0009b"]

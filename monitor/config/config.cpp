@@ -136,6 +136,7 @@ void ConfigReader::read_file(ParsedFile& file) {
       read_seconds(fields, "deadline", Presence::kOptional).value_or(scope.deadline_s);
   if (is_main) defaults_ = scope;
   for (Alert& alert : read_alerts(fields)) {
+    alert.file = file.path;
     const auto taken = alert_names_.claim(alert.name, file.path, alert.line);
     if (taken) fields.mistake(alert.line, "alert: " + *taken);
     reading_.config.alerts.push_back(std::move(alert));

@@ -103,7 +103,8 @@ std::string recovery_table(const Recovery& recovery) {
   using Redundancy = Recovery::Redundancy;
   const Recovery none;
   const bool is_usual = recovery.redundancy == none.redundancy &&
-                        recovery.at_most == none.at_most && recovery.per_s == none.per_s;
+                        recovery.at_most == none.at_most && recovery.per_s == none.per_s &&
+                        recovery.spare == none.spare;
   if (is_usual) return "";
   const char* const word = recovery.redundancy == Redundancy::kDeny    ? "deny"
                            : recovery.redundancy == Redundancy::kAllow ? "allow"
@@ -111,7 +112,7 @@ std::string recovery_table(const Recovery& recovery) {
   std::string text = "\n[recovery]\n" + line("redundancy", toml_text(word));
   if (!recovery.command.empty()) text += line("command", toml_text(recovery.command));
   return text + line("at_most", std::to_string(recovery.at_most)) +
-         line("per", number(recovery.per_s));
+         line("per", number(recovery.per_s)) + line("spare", array(recovery.spare, toml_text));
 }
 
 }  // namespace
@@ -137,6 +138,9 @@ std::string config_text(const Plan& config) {
   std::string text;
   if (!config.state_file.empty()) text += line("state", toml_text(config.state_file));
   if (config.workers > 0) text += line("workers", std::to_string(config.workers));
+  if (!config.status_socket.empty()) {
+    text += "\n[status]\n" + line("socket", toml_text(config.status_socket));
+  }
   text += recovery_table(config.recovery);
   for (const Alert& alert : config.alerts) text += alert_table(alert);
   for (const Instance& instance : config.instances) text += instance_table(instance);
