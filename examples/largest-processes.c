@@ -24,13 +24,13 @@ static int by_memory(const void* left, const void* right) {
 
 /* Returns an array of pointers into the list, which is unchanged. The caller frees only it. */
 static process_t* sorted(const list_head* processes, size_t count) {
-  process_t* const rows = calloc(count + 1, sizeof *rows);
+  process_t* const rows = calloc(count + 1, sizeof(process_t));
   if (rows == NULL) return NULL;
   size_t used = 0;
   for (const list_head* node = processes->next; node != processes; node = node->next) {
     rows[used++] = (process_t)node; /* the node is the record's first member */
   }
-  qsort(rows, used, sizeof *rows, by_memory);
+  qsort(rows, used, sizeof(process_t), by_memory);
   return rows;
 }
 

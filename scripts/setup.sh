@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Functions that install missing Debian packages and build. The other scripts source this file.
+# shellcheck disable=SC2034 # those scripts use the lists of packages
 set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libtomlplusplus-dev
                 nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
 fuzz_packages=(clang libclang-rt-14-dev)
+lint_packages=(clang clang-format clang-tidy cppcheck shellcheck)
 
 # help_if_asked [ARGUMENT...]: with --help prints the script's first comment and exits.
 help_if_asked() {
@@ -39,8 +41,8 @@ install_missing() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-# build_in DIRECTORY [CMAKE-ARGUMENT...]: prints what it does, on a terminal with the build's progress.
-# Prints the log only if the build fails.
+# build_in DIRECTORY [CMAKE-ARGUMENT...]: prints what it does, on a terminal with the progress of the
+# build. Prints the log only if the build fails.
 build_in() {
   local directory=$1 log status=0
   shift

@@ -85,7 +85,7 @@ TEST_F(HungThreadTest, RealShellsWriteReportAndStackAndLeaveNoZombie) {
   system_.real_shells = true;
   run(8);
   std::string text(65536, '\0');
-  text.resize(std::max<ssize_t>(read(log, text.data(), text.size()), 0));
+  text.resize(static_cast<size_t>(std::max<ssize_t>(read(log, text.data(), text.size()), 0)));
   const std::string head = "Pid " + std::to_string(getpid()) + " Tid " +
                            std::to_string(hung.tid()) + " is D status. Detected times 8.First ";
   EXPECT_EQ(text.substr(0, head.size()), head);

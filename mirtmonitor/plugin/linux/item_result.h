@@ -2,6 +2,7 @@
 #ifndef ITEM_RESULT_H
 #define ITEM_RESULT_H
 
+#include <cstdarg>
 #include <cstring>
 #include <initializer_list>
 
@@ -9,10 +10,13 @@
 #include "mirt_interface.h"
 
 // Stores a failure: result -1 and the reason, truncated to fit.
-template <typename... Values>
-void set_failure(FI_RESULT_S& result, const char* format, Values... values) noexcept {
+__attribute__((format(printf, 2, 3))) inline void set_failure(FI_RESULT_S& result,
+                                                              const char* format, ...) noexcept {
   result.result = -1;
-  snprintf_s(result.reason, sizeof result.reason, sizeof result.reason - 1, format, values...);
+  va_list values;
+  va_start(values, format);
+  vsnprintf_s(result.reason, sizeof result.reason, sizeof result.reason - 1, format, values);
+  va_end(values);
 }
 
 // The checks before the context check: the number of parameters, argv and, if names are given, the

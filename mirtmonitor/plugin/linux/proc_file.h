@@ -38,6 +38,7 @@ inline UniqueFd open_to_read(const char* path) noexcept {
 // close.
 class LineReader {
  public:
+  // cppcheck-suppress uninitMemberVar
   explicit LineReader(const char* path) noexcept : file_(open_to_read(path)) {}
   bool is_open() const noexcept { return file_.get() >= 0; }
 
