@@ -14,10 +14,10 @@ std::string exists(const std::string& command_line, const std::string& times) {
 TEST_F(MonitorTest, AnEndRaisesTheAlarmAtOnceAndSaysHow) {
   Child child({"followed by name", "-u"});
   const std::string command_line = "followed by name -u";
-  configure(exists(command_line, kRare) +
-            instance("memory", "GetProcessMemoryExtern", {{"ProcessName", "followed by name"}},
-                     kRare) +
-            "[instance.alarm]\non = ['absent']\n");
+  configure(
+      exists(command_line, kRare) +
+      instance("memory", "GetProcessMemoryExtern", {{"ProcessName", "followed by name"}}, kRare) +
+      "[instance.alarm]\non = ['absent']\n");
   Monitor monitor(folder_, kRun);
   monitor.await({{"instance", "alive"}, {"value", 1.0}});
   monitor.await({{"instance", "memory"}, {"pid", child.pid()}});

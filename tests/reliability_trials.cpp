@@ -217,13 +217,13 @@ class Rig {
   }
 
   // In turn: all of the process stops, or it hangs while its loop still runs.
-  void hang(int process) {
+  void hang(size_t process) {
     hung_since_[process] = Clock::now();
     wall_hung_since_[process] = std::chrono::system_clock::now();
     hangs_[process] = true;
     kill(processes_[process], hang_signal_ = hang_signal_ == SIGSTOP ? SIGUSR1 : SIGSTOP);
   }
-  void go_on(int process) {
+  void go_on(size_t process) {
     kill(processes_[process], hang_signal_ == SIGSTOP ? SIGCONT : SIGUSR2);
     hangs_[process] = false;
   }

@@ -58,7 +58,7 @@ std::vector<Included> read_includes(TomlFields& fields, const std::string& path)
   std::vector<Included> files;
   const unsigned line = fields.line("include");
   for (const std::string& name : fields.texts("include", kForm)) {
-    const std::string folder = name[0] == '/' ? "" : folder_of(path);
+    const std::string folder = name.rfind('/', 0) == 0 ? "" : folder_of(path);
     if (name.empty()) {
       fields.mistake(line, std::string("include has an empty name, expected ") + kForm);
     } else if (!is_pattern(name)) {

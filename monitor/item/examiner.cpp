@@ -336,7 +336,7 @@ Finding Examiner::nothing_found() const {
 
 std::string Examiner::search_trouble() const {
   if (!trouble_before_.empty()) return trouble_before_;
-  const std::string trouble = proc_trouble();
+  std::string trouble = proc_trouble();
   if (!trouble.empty()) return trouble;
   return around_.stuck ? around_.stuck->text() : "";
 }

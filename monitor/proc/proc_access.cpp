@@ -20,7 +20,7 @@ std::string open_trouble(const std::string& path) {
 std::string proc_trouble() {
   const UniqueFd proc = open_to_read("/proc");
   if (proc.get() < 0) return std::string("/proc: ") + std::strerror(errno);
-  const std::string own = open_trouble("/proc/self/cmdline");
+  std::string own = open_trouble("/proc/self/cmdline");
   if (!own.empty()) return own;
   // Process 1 always runs, and every user may read its command line, unless /proc is mounted with
   // hidepid.
