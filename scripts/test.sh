@@ -2,8 +2,7 @@
 # test.sh [CTEST-ARGUMENT...]: installs missing packages, builds and runs all tests: in the release
 # build, with AddressSanitizer and UndefinedBehaviorSanitizer, and the tests with several threads
 # with ThreadSanitizer. After a suite that fails the next one still runs. The summary at the end has
-# one line a suite; the exit status is 1 if a suite has failed. Without arguments it also runs
-# scripts/lint.sh.
+# one line a suite; the exit status is 1 if a suite has failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -47,12 +46,6 @@ suite "address and undefined-behaviour sanitizers" build-asan -DCMAKE_BUILD_TYPE
   -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined -- "$@"
 suite "thread sanitizer" build-tsan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
   -DMIRT_SANITIZE=thread -- -L threads "$@"
-
-if [ $# -eq 0 ]; then
-  echo "== lint"
-  bash scripts/lint.sh 2>&1 | tee "$log" || failed=1
-  outcome "lint" "$(sed -n 's/^lint: //p' "$log")"
-fi
 
 echo "== summary"
 printf '%s\n' "${summary[@]}"

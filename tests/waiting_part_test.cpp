@@ -250,7 +250,7 @@ TEST(CpuWait, TellsThreadsThatGetNothingFromThoseThatRunOrSleep) {
   std::vector<ThreadTimes> before;
   do before = thread_times_of(sleeping);
   while (!still_waiting(sleeping, before).empty());  // until it sleeps
-  EXPECT_EQ(before.size(), 1U);
+  EXPECT_FALSE(before.empty());
   kill(sleeping, SIGKILL);
   waitpid(sleeping, nullptr, 0);
   EXPECT_TRUE(thread_times_of(sleeping).empty());

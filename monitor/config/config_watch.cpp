@@ -295,7 +295,7 @@ void WatchReader::add_process_measures(TomlFields& fields, const Target& target,
 
 // The item takes a pattern and nothing else.
 void WatchReader::add_hung(TomlFields& fields, const Target& target, const Common& common) {
-  constexpr char kKey[] = "hung";
+  static constexpr char kKey[] = "hung";  // static: the fields keep a view of it
   if (!fields.any(kKey)) return;
   const ItemRow& item = *find_item(kHungItem);
   const bool is_prefix = target.match == Match::kPrefix;

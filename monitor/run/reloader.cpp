@@ -43,6 +43,10 @@ void Reloader::read_all() {
 }
 
 std::optional<Reloader::Outcome> Reloader::take() {
-  const std::lock_guard lock(mutex_);
-  return std::exchange(outcome_, std::nullopt);
+  std::unique_lock lock(mutex_);
+  std::optional<Outcome> outcome = std::exchange(outcome_, std::nullopt);
+  const bool has_ended = !reading_;
+  lock.unlock();
+  if (has_ended && thread_.joinable()) thread_.join();
+  return outcome;
 }
