@@ -218,7 +218,8 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
     if (finding.state != State::kAbsent) return finding;
   }
   if (!trouble_before_.empty()) return unjudged(trouble_before_);
-  if (!follows_one && !is_handles && still_matches()) return one_process(known_pid_);
+  const bool one_tells = !is_handles || may_read_all_files();
+  if (!follows_one && one_tells && still_matches()) return one_process(known_pid_);
   const std::vector<int> found = follows_one ? std::vector<int>() : matches();
   if (found.empty()) return nothing_found();
   remember(found.front());
