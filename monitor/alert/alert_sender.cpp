@@ -98,10 +98,11 @@ std::vector<AlertStatus> AlertSender::statuses() const {
 bool AlertSender::stop(std::chrono::milliseconds limit) {
   const Clock::time_point deadline = Clock::now() + limit;
   stopped_ = true;
-  if (stop_) stop_->set();
   Channels all = leaving_;
   all.insert(all.end(), channels_.begin(), channels_.end());
+  // Closed first: none begins with the next message once the attempt under way is interrupted.
   for (const auto& channel : all) channel->close();
+  if (stop_) stop_->set();
   bool all_ended = true;
   for (const auto& channel : all) {
     if (channel->ended_by(deadline)) continue;
