@@ -11,6 +11,7 @@
 #include <set>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "heart_fixture.h"
 
@@ -235,6 +236,28 @@ TEST_F(HeartTest, SignsOfLifeExcuseAStandstillButNotForEver) {
   monitor.await({{"state", "alarm"}});
   ends = true;
   working.join();
+}
+
+TEST_F(HeartTest, ABeatJustAfterTheCallIsASignOfLife) {
+  HeartEntry& entry = *make_table();
+  entry = {process_, 77, 5, 100, 0};
+  configure(kHeart);
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"state", "ok"}});
+  // The item logs that the heartbeat stands still, and at once it moves, sooner or later in time.
+  std::atomic<bool> ends{false};
+  std::thread beating([&] {
+    for (uintmax_t logged = 0; !ends; usleep(500)) {
+      const uintmax_t size = fs::file_size(folder_ / "stderr");
+      if (size != std::exchange(logged, size)) {
+        __atomic_add_fetch(&entry.heartbeat, 1, __ATOMIC_RELEASE);
+      }
+    }
+  });
+  monitor.await(
+      {{"state", "unjudged"}, {"answer", 0.0}, {"detail", "it moved just after this call"}});
+  ends = true;
+  beating.join();
 }
 
 TEST_F(HeartTest, WhoeverHoldsTheLockIsNamedAfterASecond) {

@@ -44,6 +44,13 @@ Finding unjudged(std::string why) {
   return {State::kUnjudged, std::move(why)};
 }
 
+// The context overlay of heartbeats begins with the heartbeat that the item compares with.
+uint64_t heartbeat_in(const FI_CONTEXT_S& context) {
+  uint64_t heartbeat;
+  std::memcpy(&heartbeat, context.contextbuff, sizeof heartbeat);
+  return heartbeat;
+}
+
 // The process id at the start of an item's context.
 int pid_in(const FI_CONTEXT_S& context) {
   int pid;
@@ -271,15 +278,12 @@ Finding Examiner::hung_threads(const FI_RESULT_S& result, double value) {
 
 Finding Examiner::heartbeat(const FI_CONTEXT_S& context, double value) {
   const bool changed = context_changed(context, kHeartbeatBytes);
-  const std::string* const module = value_of(params_, "ProcessMoudleId");
   MIRT_AGENT_HEART_INFO_S entry{};
   std::string why;
   owner_look_ = {};
-  if (!module ||
-      !read_heartbeat_entry(static_cast<uint16_t>(std::atoi(module->c_str())), entry, why)) {
-    return changed || value == 0.0 ? ok() : unjudged(why);
-  }
-  look_at_owner(entry, value == 0.0);
+  if (!read_entry(entry, why)) return changed || value == 0.0 ? ok() : unjudged(why);
+  look_at_owner(entry);
+  if (value == 0.0 && !owner_look_.has_moved) look_again(heartbeat_in(context));
   const bool owner_ended =
       entry.processid != MIRT_AGENT_HEART_NO_PROCESS &&
       open_error(proc_path(static_cast<int>(entry.processid), "stat")) == ENOENT;
@@ -309,21 +313,37 @@ Finding Examiner::unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) cons
 }
 
 // Records the owner's state for the comparison in the next call.
-void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still) {
-  const auto before = looked_;
-  looked_ = std::chrono::steady_clock::now();
+void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry) {
   owner_look_.has_moved = entry.processid != owner_ || entry.flowid != flow_;
   owner_ = entry.processid;
   flow_ = entry.flowid;
-  const std::vector<ThreadTimes> times_before = std::move(owner_times_);
-  owner_times_ = entry.processid == MIRT_AGENT_HEART_NO_PROCESS
-                     ? std::vector<ThreadTimes>()
-                     : thread_times_of(static_cast<int>(owner_));
-  if (!stands_still || owner_look_.has_moved) return;
+  looked_before_ = std::exchange(looked_, std::chrono::steady_clock::now());
+  times_before_ = std::exchange(owner_times_, times_of_owner());
+}
+
+// The heartbeat stands still. Does the owner wait for a processor, or has it waited until now? At
+// the end of a load this call and the owner get to run at the same time, this call first: a wait
+// then ends only after the first look, and a beat comes with it.
+void Examiner::look_again(uint64_t judged) {
   std::this_thread::sleep_for(kTicks);
-  owner_look_.waited =
-      longest_wait(times_before, owner_times_,
-                   still_waiting(static_cast<int>(owner_), owner_times_), looked_ - before);
+  const std::vector<int> waiting = still_waiting(static_cast<int>(owner_), owner_times_);
+  looked_ = std::chrono::steady_clock::now();
+  owner_times_ = times_of_owner();
+  owner_look_.waited = longest_wait(times_before_, owner_times_, waiting, looked_ - looked_before_);
+  MIRT_AGENT_HEART_INFO_S entry{};
+  std::string why;
+  owner_look_.has_beaten = read_entry(entry, why) && entry.heartbeat != judged;
+}
+
+std::vector<ThreadTimes> Examiner::times_of_owner() const {
+  return owner_ == MIRT_AGENT_HEART_NO_PROCESS ? std::vector<ThreadTimes>()
+                                               : thread_times_of(static_cast<int>(owner_));
+}
+
+bool Examiner::read_entry(MIRT_AGENT_HEART_INFO_S& entry, std::string& why) const {
+  const std::string* const module = value_of(params_, "ProcessMoudleId");
+  return module &&
+         read_heartbeat_entry(static_cast<uint16_t>(std::atoi(module->c_str())), entry, why);
 }
 
 // The item found no process. Decides whether there is none or the search was incomplete.

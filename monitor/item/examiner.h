@@ -32,6 +32,7 @@ struct Surroundings {
 // What a heartbeat's owner did between the last two calls, beyond its heartbeat.
 struct OwnerLook {
   bool has_moved = false;              // another process, or another flow id
+  bool has_beaten = false;             // after the call that found it standing still
   std::chrono::nanoseconds waited{0};  // the longest wait of one of its threads for a processor
 };
 
@@ -70,7 +71,10 @@ class Examiner {
   Finding hung_threads(const FI_RESULT_S& result, double value);
   Finding heartbeat(const FI_CONTEXT_S& context, double value);
   Finding unchanged_heartbeat(const MIRT_AGENT_HEART_INFO_S& entry) const;
-  void look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry, bool stands_still);
+  void look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry);
+  void look_again(uint64_t judged);
+  std::vector<ThreadTimes> times_of_owner() const;
+  bool read_entry(MIRT_AGENT_HEART_INFO_S& entry, std::string& why) const;
   bool context_changed(const FI_CONTEXT_S& context, size_t length) const;
   Finding nothing_found() const;
   void note_standing(int tid);
@@ -93,8 +97,8 @@ class Examiner {
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
   uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check
-  std::vector<ThreadTimes> owner_times_;
-  std::chrono::steady_clock::time_point looked_{};
+  std::vector<ThreadTimes> owner_times_, times_before_;
+  std::chrono::steady_clock::time_point looked_{}, looked_before_{};
   OwnerLook owner_look_;
   std::array<std::chrono::steady_clock::time_point, kCallsOfAHang> begun_{};  // a ring
   size_t calls_ = 0;

@@ -411,9 +411,11 @@ Finding Scheduler::finding_of(Slot& slot) const {
 
 Finding Scheduler::standstill_of(Slot& slot) const {
   const OwnerLook& owner = slot.call.examiner.owner_look();
-  if (owner.has_moved) {
+  if (owner.has_moved || owner.has_beaten) {
     if (slot.standstill.excuse()) return slot.call.finding;
-    return {State::kUnjudged, "its owner or flow id is another one than at the call before"};
+    return {State::kUnjudged, owner.has_beaten
+                                  ? "it moved just after this call"
+                                  : "its owner or flow id is another one than at the call before"};
   }
   const Clock::duration missed = missed_by(slot);
   const Clock::duration lost = std::max<Clock::duration>(missed, owner.waited);
