@@ -97,7 +97,7 @@ TEST_F(MonitorTest, AFrozenThreadIsNoHangThatNeedsRecovery) {
   Monitor monitor(folder_, kRun + "--rounds 11");
   bool named = false;
   for (const Json& record : monitor.records()) {
-    if (record["instance"] != "hung" || record["value"] != 1.0) continue;
+    if (record.value("instance", "") != "hung" || record["value"] != 1.0) continue;
     EXPECT_EQ(record["evidence"]["suspected"], "frozen") << record;
     named = true;
   }
