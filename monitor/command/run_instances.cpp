@@ -179,10 +179,12 @@ int run_instances(const Plan& plan, const RunRequest& request) {
     log_line("error", plan.state_file + ": the state could not be written");
     code = kExitFailed;
   }
+  const bool reading_ended = !reloader || reloader->finish(kToWriteTheRest);
   code = finish_output(out, log, code);
   // A thread that is still inside an item, or inside a write, goes on using the records and the
   // library until the very end, so nothing may be destroyed under it.
-  if (!all_free || !alerts_ended || out.stuck() || log.stuck() || (store && store->stuck())) {
+  if (!all_free || !alerts_ended || !reading_ended || out.stuck() || log.stuck() ||
+      (store && store->stuck())) {
     kill_descendants();
     _exit(code);
   }

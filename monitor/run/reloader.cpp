@@ -38,6 +38,7 @@ void Reloader::read_all() {
     outcome_ = Outcome{std::move(plan)};
     again = std::exchange(asked_again_, false);
     reading_ = again;
+    ended_.notify_all();
   }
   wake_.set();
 }
@@ -49,4 +50,17 @@ std::optional<Reloader::Outcome> Reloader::take() {
   lock.unlock();
   if (has_ended && thread_.joinable()) thread_.join();
   return outcome;
+}
+
+bool Reloader::finish(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  const bool has_ended = ended_.wait_for(lock, limit, [&] { return !reading_; });
+  lock.unlock();
+  if (!thread_.joinable()) return true;
+  if (has_ended) {
+    thread_.join();
+  } else {
+    thread_.detach();
+  }
+  return has_ended;
 }

@@ -2,6 +2,8 @@
 #ifndef MONITOR_RELOADER_H
 #define MONITOR_RELOADER_H
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -29,11 +31,16 @@ class Reloader {
   };
   std::optional<Outcome> take();
 
+  // Waits for a reading that is under way, for `limit` at most. False if it goes on: the process
+  // must then end by _exit().
+  bool finish(std::chrono::milliseconds limit);
+
  private:
   void read_all();
 
   const Read read_;
   const Wake& wake_;
+  std::condition_variable ended_;
   std::mutex mutex_;  // guards all below
   bool reading_ = false, asked_again_ = false;
   std::optional<Outcome> outcome_;
