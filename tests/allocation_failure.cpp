@@ -89,14 +89,14 @@ MemoryGranted::~MemoryGranted() {
 namespace {
 
 // The results that a child writes to memory shared with its parent.
-struct Report {
+struct TrialResult {
   size_t allocations, left_over;
   int descriptors_left_over;
   bool zombie;
   char outcome[kOutcomeSize], again[kOutcomeSize];
 };
 
-void run(const Scenario& scenario, Refusal refusal, bool descriptors, Report& report) {
+void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResult& trial) {
   if (scenario.prepare != nullptr) scenario.prepare();
   const int open_before = open_descriptors();
   {
@@ -104,38 +104,38 @@ void run(const Scenario& scenario, Refusal refusal, bool descriptors, Report& re
     if (!descriptors) none.emplace();
     g_watch.refusal = refusal;
     g_watch.counting = true;
-    scenario.call(report.outcome);
+    scenario.call(trial.outcome);
     g_watch.counting = false;
   }
   if (scenario.release != nullptr) scenario.release();
-  report.allocations = g_watch.asked;
-  report.left_over = g_watch.live;
-  report.descriptors_left_over = open_descriptors() - open_before;
-  report.zombie = waitpid(-1, nullptr, WNOHANG) > 0;
+  trial.allocations = g_watch.asked;
+  trial.left_over = g_watch.live;
+  trial.descriptors_left_over = open_descriptors() - open_before;
+  trial.zombie = waitpid(-1, nullptr, WNOHANG) > 0;
   if (scenario.prepare != nullptr) scenario.prepare();
-  scenario.call(report.again);
+  scenario.call(trial.again);
 }
 
 Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors) {
-  static auto& report = *static_cast<Report*>(
-      mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  report = {};
+  static auto& trial = *static_cast<TrialResult*>(mmap(
+      nullptr, sizeof(TrialResult), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  trial = {};
   const pid_t child = fork();
   if (child == 0) {
-    run(scenario, refusal, descriptors, report);
+    run(scenario, refusal, descriptors, trial);
     _exit(0);
   }
   int status = -1;
   waitpid(child, &status, 0);
-  Observed result{report.allocations, report.outcome, report.again, ""};
+  Observed result{trial.allocations, trial.outcome, trial.again, ""};
   const auto note = [&result](bool wrong, const std::string& fault) {
     if (wrong) result.faults += fault + "; ";
   };
   note(status != 0, "crashed, status " + std::to_string(status));
-  note(report.left_over > scenario.kept, "blocks left: " + std::to_string(report.left_over));
-  note(report.descriptors_left_over != 0,
-       "descriptors left: " + std::to_string(report.descriptors_left_over));
-  note(report.zombie, "left a zombie");
+  note(trial.left_over > scenario.kept, "blocks left: " + std::to_string(trial.left_over));
+  note(trial.descriptors_left_over != 0,
+       "descriptors left: " + std::to_string(trial.descriptors_left_over));
+  note(trial.zombie, "left a zombie");
   return result;
 }
 

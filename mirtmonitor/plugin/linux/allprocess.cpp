@@ -11,8 +11,10 @@
 
 #include "cmdline_turn.h"
 #include "common_plugin.h"
+#include "heap_memory.h"
 #include "kelv_list.h"
 #include "kelv_securec.h"
+#include "machine_ticks.h"
 #include "proc_file.h"
 #include "sample_index.h"
 #include "status_line.h"
@@ -20,21 +22,6 @@
 namespace {
 
 constexpr unsigned int kSampleSeconds = 60;
-
-// The machine's ticks that the listing needs.
-struct MachineTicks {
-  unsigned long long user = 0, total = 0;
-};
-
-bool read_machine_ticks(MachineTicks& ticks) {
-  unsigned long long nice = 0, system = 0, idle = 0, iowait = 0, irq = 0, softirq = 0;
-  if (MIRT_Linux_Plugin::get_sys_cpu_tick(ticks.user, nice, system, idle, iowait, irq, softirq) !=
-      0) {
-    return false;
-  }
-  ticks.total = ticks.user + nice + system + idle + iowait + irq + softirq;
-  return true;
-}
 
 // Returns the percent of the machine's time between two readings that was spent in user mode; 0 if
 // a counter went backwards.

@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "common_plugin.h"
+#include "heap_memory.h"
 #include "kelv_securec.h"
 #include "mirt_cmdhelper.h"
 #include "mirt_process.h"
-#include "proc_file.h"
 
 int CheckProcessExist(const char* procName, pid_t pid) {
   char name[32] = "";

@@ -7,7 +7,9 @@
 #include <optional>
 
 #include "common_plugin.h"
+#include "heap_memory.h"
 #include "kelv_securec.h"
+#include "machine_ticks.h"
 #include "proc_file.h"
 
 namespace {
@@ -41,20 +43,6 @@ std::optional<double> growth_percent(unsigned long long part_before, unsigned lo
   if (part < part_before || whole < whole_before) return std::nullopt;
   return 100.0 * static_cast<double>(part - part_before) /
          static_cast<double>(whole - whole_before);
-}
-
-struct SystemTicks {
-  unsigned long long user = 0, idle = 0, total = 0;
-};
-
-bool read_system_ticks(SystemTicks& ticks) {
-  unsigned long long nice = 0, system = 0, iowait = 0, irq = 0, softirq = 0;
-  if (MIRT_Linux_Plugin::get_sys_cpu_tick(ticks.user, nice, system, ticks.idle, iowait, irq,
-                                          softirq) != 0) {
-    return false;
-  }
-  ticks.total = ticks.user + nice + system + ticks.idle + iowait + irq + softirq;
-  return true;
 }
 
 // Samples every match twice, period_us apart, and returns the highest share. beats(usage, highest)
@@ -145,9 +133,19 @@ int MIRT_Linux_Plugin::get_sys_cpu_tick(unsigned long long& user, unsigned long 
   return 0;
 }
 
+bool read_machine_ticks(MachineTicks& ticks) {
+  unsigned long long nice = 0, system = 0, iowait = 0, irq = 0, softirq = 0;
+  if (MIRT_Linux_Plugin::get_sys_cpu_tick(ticks.user, nice, system, ticks.idle, iowait, irq,
+                                          softirq) != 0) {
+    return false;
+  }
+  ticks.total = ticks.user + nice + system + ticks.idle + iowait + irq + softirq;
+  return true;
+}
+
 float MIRT_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* pstContext) {
-  SystemTicks now;
-  if (!read_system_ticks(now) || now.total == pstContext->totaltime) return 0.0F;
+  MachineTicks now;
+  if (!read_machine_ticks(now) || now.total == pstContext->totaltime) return 0.0F;
   const auto idle =
       growth_percent(pstContext->idletime, now.idle, pstContext->totaltime, now.total);
   pstContext->idletime = now.idle;
@@ -158,8 +156,8 @@ float MIRT_Linux_Plugin::get_sys_cpu(sys_cpu_context_t* pstContext) {
 }
 
 float MIRT_Linux_Plugin::get_sys_usr_cpu(sys_usr_cpu_context_t* pstUsrContext) {
-  SystemTicks now;
-  if (!read_system_ticks(now) || now.total == pstUsrContext->totaltime) return 0.0F;
+  MachineTicks now;
+  if (!read_machine_ticks(now) || now.total == pstUsrContext->totaltime) return 0.0F;
   const auto user =
       growth_percent(pstUsrContext->uesrtime, now.user, pstUsrContext->totaltime, now.total);
   pstUsrContext->uesrtime = now.user;

@@ -11,19 +11,19 @@ using Plugin = MIRT_Linux_Plugin;
 constexpr int kFuzzyPeriodUs = 500000;
 
 enum class Scale { kMachine, kPerCore };
-enum class Report { kValue, kValueAndPid };
+enum class ResultFields { kValue, kValueAndPid };
 
 // One row per item: everything that differs between the items.
-struct ItemRow {
+struct ResourceItem {
   bool (*check)(Plugin& plugin, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                 FI_RESULT_S* result);
   float (*sample)(Plugin& plugin, FI_PARAM_S* argv, FI_CONTEXT_S* context, int& pid);
   Scale scale;
-  Report report;
+  ResultFields fields;
   const char* fault;  // takes one %f, the unscaled sample; null if a sample is never below 0
 };
 
-float run_item(const ItemRow& row, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
+float run_item(const ResourceItem& row, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context,
                FI_RESULT_S* result) {
   Plugin plugin;
   if (!row.check(plugin, argc, argv, context, result)) return -1.0F;
@@ -34,7 +34,7 @@ float run_item(const ItemRow& row, int argc, FI_PARAM_S* argv, FI_CONTEXT_S* con
     return -1.0F;
   }
   result->result = 0;
-  if (row.report == Report::kValueAndPid) result->pid = pid;
+  if (row.fields == ResultFields::kValueAndPid) result->pid = pid;
   return row.scale == Scale::kPerCore ? value * static_cast<float>(Plugin::get_cpu_core_num())
                                       : value;
 }
@@ -158,8 +158,8 @@ constexpr auto pattern_handle = pattern_highest<&Plugin::get_process_handle>;
 
 constexpr auto kMachine = Scale::kMachine;
 constexpr auto kPerCore = Scale::kPerCore;
-constexpr auto kValue = Report::kValue;
-constexpr auto kValueAndPid = Report::kValueAndPid;
+constexpr auto kValue = ResultFields::kValue;
+constexpr auto kValueAndPid = ResultFields::kValueAndPid;
 
 constexpr char kCpuFault[] = "Get Process Cpu Usage Fault, Return %f.";
 constexpr char kCpuArrayFault[] = "Get Process Array Sys Cpu Usage Fault, Return %f.";
@@ -175,7 +175,7 @@ constexpr char kSystemMemoryFault[] = "Get Sys Memory Fault, Return %f.";
 // Exports one row under its item's name.
 #define ITEM(name, ...)                                                                \
   float name(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) { \
-    static constexpr ItemRow kRow{__VA_ARGS__};                                        \
+    static constexpr ResourceItem kRow{__VA_ARGS__};                                   \
     return run_item(kRow, argc, argv, context, result);                                \
   }
 

@@ -3,6 +3,7 @@
 
 #include "command_lines.h"
 #include "common_plugin.h"
+#include "heap_memory.h"
 #include "process_scan.h"
 
 namespace {

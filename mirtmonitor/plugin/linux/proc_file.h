@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstdlib>
-#include <memory>
 #include <utility>
 
 #include "kelv_securec.h"
@@ -96,29 +94,5 @@ class SubdirectoryReader {
  private:
   DIR* directory_;
 };
-
-// Heap memory for plain records, filled with zeros; null if memory is short.
-struct Free {
-  void operator()(void* memory) const noexcept { free(memory); }
-};
-template <typename Record>
-using HeapArray = std::unique_ptr<Record[], Free>;
-template <typename Record>
-using HeapRecord = std::unique_ptr<Record, Free>;
-
-template <typename Record>
-HeapArray<Record> allocate_zeroed(size_t count) noexcept {
-  return HeapArray<Record>(static_cast<Record*>(calloc(count, sizeof(Record))));
-}
-template <typename Record>
-HeapRecord<Record> allocate_zeroed() noexcept {
-  return HeapRecord<Record>(static_cast<Record*>(calloc(1, sizeof(Record))));
-}
-
-// The same, but uninitialised: for callers that overwrite it.
-template <typename Record>
-HeapArray<Record> allocate(size_t count) noexcept {
-  return HeapArray<Record>(static_cast<Record*>(malloc(count * sizeof(Record))));
-}
 
 #endif

@@ -6,6 +6,7 @@
 
 #include "common_plugin.h"
 #include "context_overlay.h"
+#include "heap_memory.h"
 #include "item_result.h"
 #include "kelv_cmd.h"
 #include "kelv_log.h"

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "allprocess.h"
-#include "proc_file.h"
+#include "heap_memory.h"
 
 // Returns the same sample as SearchList() by PID and name, but fast for tens of thousands of
 // samples: sorts once, then uses binary search. If memory is short it uses SearchList().
