@@ -5,7 +5,7 @@ set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libtomlplusplus-dev
                 nlohmann-json3-dev)
-test_packages=(libgtest-dev libbenchmark-dev pkg-config procps)
+test_packages=(libgtest-dev libbenchmark-dev pkg-config procps devscripts)
 fuzz_packages=(clang libclang-rt-14-dev)
 lint_packages=(clang clang-format clang-tidy cppcheck shellcheck)
 
