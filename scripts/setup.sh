@@ -3,9 +3,9 @@
 # shellcheck disable=SC2034 # those scripts use the lists of packages
 set -euo pipefail
 
-build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libtomlplusplus-dev
-                nlohmann-json3-dev)
-test_packages=(libgtest-dev libbenchmark-dev pkg-config procps devscripts)
+build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
+                nlohmann-json3-dev pkg-config)
+test_packages=(libgtest-dev libbenchmark-dev procps devscripts)
 fuzz_packages=(clang libclang-rt-14-dev)
 lint_packages=(clang clang-format clang-tidy cppcheck shellcheck)
 

@@ -2,7 +2,7 @@
 # include_order_test.sh FOLDER: each folder of the monitor's sources includes only itself and the
 # folders that follow it in this list. docs/architecture.md shows the same order.
 set -euo pipefail
-order=(command status run alert state output config item text proc)
+order=(command status run alert state output config item text service proc)
 cd "$1"
 
 failed=0

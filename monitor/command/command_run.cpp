@@ -12,10 +12,6 @@
 
 namespace {
 
-void write_to_standard_error(const std::string& line) {
-  std::fprintf(stderr, "%s\n", line.c_str());
-}
-
 void write_to_log(const std::string& line) {
   log_line("error", line);
 }
@@ -23,7 +19,7 @@ void write_to_log(const std::string& line) {
 // Returns the configuration unless it has mistakes. Mistakes and warnings go to `say`.
 template <typename Options>
 std::optional<Plan> read_and_tell(const Options& options, size_t& warnings,
-                                  void (*say)(const std::string&) = write_to_standard_error) {
+                                  void (*say)(const std::string&) = complain_plainly) {
   const std::string& path = options.config;
   ConfigReading reading =
       read_config(path, options.strict ? Warnings::kAreMistakes : Warnings::kAllowed,

@@ -13,6 +13,7 @@
 #include "proc/descendants.h"
 #include "run/recovery_answer.h"
 #include "run/stop_signal.h"
+#include "service/service_notice.h"
 #include "status/status_server.h"
 #include "text/complaint.h"
 #include "text/log_lines.h"
@@ -64,8 +65,9 @@ std::optional<Plan> read_again(const Reloader::Read& read, const Plugin& plugin)
   return missing.empty() ? std::move(plan) : std::nullopt;
 }
 
-std::unique_ptr<Reporter> make_reporter(LineQueue& out, bool json) {
-  return json ? report_as_json(out) : report_to_people(out, wants_colour());
+std::unique_ptr<Reporter> make_reporter(LineQueue& out, bool json, Journal& journal) {
+  auto reporter = json ? report_as_json(out) : report_to_people(out, wants_colour());
+  return is_in_journal() ? report_to_journal(std::move(reporter), journal) : std::move(reporter);
 }
 
 // The exit code. Nothing may be thrown past the scheduler, whose threads have to be stopped first.
@@ -124,7 +126,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
     return kExitUsage;
   }
   const std::vector<std::string> missing = missing_items(plan, *plugin);
-  for (const std::string& text : missing) std::fprintf(stderr, "%s\n", text.c_str());
+  for (const std::string& text : missing) complain_plainly(text);
   if (!missing.empty()) return kExitUsage;
 
   log_as_lines();
@@ -135,7 +137,9 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   const bool can_stop = wake.ready() && StopSignal::install(wake, request.hangup_ends);
   LineQueue log(STDERR_FILENO, log_loss_text, wake);
   LineQueue out(STDOUT_FILENO, request.json ? loss_as_json : loss_for_people, wake);
-  const std::unique_ptr<Reporter> reporter = make_reporter(out, request.json);
+  Journal journal;
+  ServiceNotice service;
+  const std::unique_ptr<Reporter> reporter = make_reporter(out, request.json, journal);
   AlertSender sender(plan.alerts);
   std::optional<StateStore> store;
   StateReading memory;
@@ -153,7 +157,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   }
   Scheduler scheduler(request.schedule, *plugin, library ? &*library : nullptr,
                       {*reporter, reports, out, log, desk, sender, reloader ? &*reloader : nullptr,
-                       mailbox, publisher, store ? &*store : nullptr, wake});
+                       mailbox, publisher, store ? &*store : nullptr, service, wake});
   if (!can_stop || !out.ready() || !log.ready() || !answer_redundancy(plan.recovery)) {
     complain(std::string("cannot start: ") + std::strerror(errno));
     return kExitFailed;
@@ -181,9 +185,10 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   }
   const bool reading_ended = !reloader || reloader->finish(kToWriteTheRest);
   code = finish_output(out, log, code);
+  const bool system_ended = journal.finish(kToWriteTheRest) && service.finish(kToWriteTheRest);
   // A thread that is still inside an item, or inside a write, goes on using the records and the
   // library until the very end, so nothing may be destroyed under it.
-  if (!all_free || !alerts_ended || !reading_ended || out.stuck() || log.stuck() ||
+  if (!all_free || !alerts_ended || !reading_ended || !system_ended || out.stuck() || log.stuck() ||
       (store && store->stuck())) {
     kill_descendants();
     _exit(code);

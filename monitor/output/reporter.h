@@ -13,6 +13,7 @@
 #include "output/report_queue.h"
 #include "proc/thread_evidence.h"
 #include "proc/thread_owner.h"
+#include "service/journal.h"
 #include "text/clock_text.h"
 #include "text/json_text.h"
 #include "text/line_queue.h"
@@ -96,5 +97,9 @@ std::string loss_for_people(const LineQueue::Loss& loss);
 // One JSON object per line.
 std::unique_ptr<Reporter> report_as_json(LineQueue& out);
 std::string loss_as_json(const LineQueue::Loss& loss);
+
+// Records in the system's journal of alarms, changes of state, reports and events, beside the lines
+// of another reporter. The journal must outlive it.
+std::unique_ptr<Reporter> report_to_journal(std::unique_ptr<Reporter> beside, Journal& journal);
 
 #endif

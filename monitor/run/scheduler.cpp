@@ -206,9 +206,12 @@ bool Scheduler::run() {
     save();
     publish();
     tell_lost_output();
-    if (!goes_on()) return !nobody_listens();
+    if (!goes_on()) break;
+    tell_service();
     wait();
   }
+  surface_.service.stopping();
+  return !nobody_listens();
 }
 
 void Scheduler::take_up(const SavedState& state) {
@@ -246,30 +249,81 @@ void Scheduler::publish() {
   surface_.publisher.publish(std::move(snapshot));
 }
 
+// Ready once each watch has been called. Beats only while nothing is wrong with the monitor itself:
+// the manager restarts it when they stay away.
+void Scheduler::tell_service() {
+  ServiceNotice& service = surface_.service;
+  if (!service.listens()) return;
+  const Clock::time_point now = Clock::now();
+  if (!service.is_ready() && all_called()) service.ready();
+  service.status(service_status(), now);
+  // Calls that wait because "workers" allows no more at one time are no fault of the monitor.
+  const bool lacks_workers = pool_.lacks_threads() && waits_for_worker(now) != nullptr;
+  service.beat(!lacks_workers && recent_gaps(now) < kLongGap, now);
+}
+
+bool Scheduler::all_called() const {
+  return std::all_of(slots_.begin(), slots_.end(),
+                     [](const Slot& slot) { return slot.of_alarm || slot.calls > 0; });
+}
+
+// "12 watches: 10 ok, 1 alarm, 1 absent"
+std::string Scheduler::service_status() const {
+  std::map<State, size_t> counts;
+  size_t watches = 0;
+  for (const Slot& slot : slots_) {
+    if (slot.of_alarm || slot.gone) continue;
+    ++watches;
+    ++counts[slot.state];
+  }
+  std::string text = std::to_string(watches) + (watches == 1 ? " watch" : " watches");
+  const char* separator = ": ";
+  for (const auto& [state, count] : counts) {
+    text += separator + std::to_string(count) + ' ' + state_name(state);
+    separator = ", ";
+  }
+  if (!last_reload_ok_) text += "; the last reload was refused";
+  return text;
+}
+
 // The schedule is kept while the latest calls began on time and a due call finds a worker.
 std::string Scheduler::trouble(Clock::time_point now) const {
-  for (const Slot& slot : slots_) {
-    if (slot.refused && now - slot.due > kLongCall) {
-      return slot.instance.name + " is due, but there is no thread to call it";
-    }
+  if (const Slot* const slot = waits_for_worker(now)) {
+    return slot->instance.name + " is due, but there is no thread to call it";
   }
-  const Clock::duration gap = gaps_.total_since(now - std::chrono::seconds(10));
+  const Clock::duration gap = recent_gaps(now);
   if (gap >= kLongGap) return "the monitor did not run for " + seconds_text(gap);
   return "";
+}
+
+// A slot that has been due for long without a worker; null if there is none.
+const Slot* Scheduler::waits_for_worker(Clock::time_point now) const {
+  const auto found = std::find_if(slots_.begin(), slots_.end(), [now](const Slot& slot) {
+    return slot.refused && now - slot.due > kLongCall;
+  });
+  return found == slots_.end() ? nullptr : &*found;
+}
+
+Scheduler::Clock::duration Scheduler::recent_gaps(Clock::time_point now) const {
+  return gaps_.total_since(now - std::chrono::seconds(10));
 }
 
 void Scheduler::reload() {
   if (!surface_.reloader) return;
   const unsigned hangups = StopSignal::hangups();
-  if (hangups != hangups_seen_) surface_.reloader->ask();
+  if (hangups != hangups_seen_) {
+    surface_.service.reloading();
+    surface_.reloader->ask();
+  }
   hangups_seen_ = hangups;
   const std::optional<Reloader::Outcome> outcome = surface_.reloader->take();
   if (!outcome) return;
   last_reload_ok_ = outcome->plan.has_value();
   last_reload_ = std::chrono::system_clock::now();
   const std::optional<Plan>& plan = outcome->plan;
+  if (plan) apply(*plan);
+  surface_.service.reloaded();
   if (!plan) return;
-  apply(*plan);
   surface_.reporter.happened("configuration reloaded: " + std::to_string(plan->instances.size()) +
                              " instances");
 }
@@ -589,7 +643,8 @@ void Scheduler::wait() {
   std::vector<pollfd> fds{{surface_.wake.fd(), POLLIN, 0}};
   ends_.add_to(fds);
   const Clock::time_point now = Clock::now();
-  const Clock::time_point until = std::min({next_event(), surface_.desk.next_due(), now + pulse_});
+  const Clock::time_point until =
+      std::min({next_event(), surface_.desk.next_due(), surface_.service.next_due(), now + pulse_});
   notice_gap(gaps_.before_wait(now, until));
   const timespec timeout = remaining(until);
   if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {

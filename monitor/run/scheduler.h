@@ -26,6 +26,7 @@
 #include "run/slot.h"
 #include "run/standstill.h"
 #include "run/worker_pool.h"
+#include "service/service_notice.h"
 #include "state/publisher.h"
 
 struct Schedule {
@@ -45,7 +46,8 @@ struct Surface {
   Mailbox& mailbox;      // what others ask for
   Publisher& publisher;  // what others see
   StateStore* store;     // what outlasts a restart; null: nothing does
-  const Wake& wake;      // set by all of them, and by a signal
+  ServiceNotice& service;
+  const Wake& wake;  // set by all of them, and by a signal
 };
 
 // Runs instances on a worker pool, each at its own period. All but the items themselves happens on
@@ -113,7 +115,12 @@ class Scheduler {
   void tell_lost_output();
   void reload();
   void publish();
+  void tell_service();
+  std::string service_status() const;
   void save();
+  bool all_called() const;
+  const Slot* waits_for_worker(Clock::time_point now) const;
+  Clock::duration recent_gaps(Clock::time_point now) const;
   std::string trouble(Clock::time_point now) const;
   bool goes_on() const;
   bool nobody_listens() const;

@@ -53,9 +53,11 @@ bool WorkerPool::start_worker() {
   Worker& worker = workers_.emplace_back();
   try {
     worker.thread = std::thread([this, &worker] { work(worker); });
+    lacks_threads_ = false;
     return true;
   } catch (const std::system_error&) {  // the system's limit on threads
     workers_.pop_back();
+    lacks_threads_ = true;
     return false;
   }
 }

@@ -60,6 +60,9 @@ class WorkerPool {
   // limit is reached or the system gives no further thread: try again later.
   bool start(Call& call);
 
+  // True if the system gave no further thread at the last attempt.
+  bool lacks_threads() const { return lacks_threads_; }
+
   // The calls that have returned since the last time, abandoned ones among them.
   std::vector<Call*> take_finished();
 
@@ -90,6 +93,7 @@ class WorkerPool {
   void tell_finished(Call& call);
 
   size_t limit_ = 1;
+  bool lacks_threads_ = false;
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::condition_variable wake_;

@@ -3,10 +3,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "service/journal.h"
 #include "text/terminal_text.h"
 
 void complain(const std::string& text) {
-  std::fprintf(stderr, "mirt-monitor: %s\n", printable(text).c_str());
+  complain_plainly("mirt-monitor: " + printable(text));
+}
+
+void complain_plainly(const std::string& line) {
+  std::fprintf(stderr, "%s%s\n", line_priority(Priority::kError).c_str(), line.c_str());
 }
 
 std::string output_trouble(int error) {

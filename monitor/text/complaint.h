@@ -13,6 +13,8 @@ constexpr char kOnlyMatchIsSelf[] = "the only match is this mirt-monitor process
 
 // Writes one line with the program's name to standard error.
 void complain(const std::string& text);
+// The same for a line that is complete.
+void complain_plainly(const std::string& line);
 
 // "cannot write standard output: No space left on device"
 std::string output_trouble(int error);

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "kelv_log.h"
+#include "service/journal.h"
 #include "text/clock_text.h"
 #include "text/terminal_text.h"
 
@@ -13,7 +14,9 @@ namespace {
 
 std::atomic<LineQueue*> log_queue{nullptr};
 
+// The journal keeps time and level itself.
 std::string log_text(const char* level, const std::string& text) {
+  if (is_in_journal()) return line_priority(level) + printable(text);
   return for_people(std::chrono::system_clock::now()) + "  " + level + "  " + printable(text);
 }
 

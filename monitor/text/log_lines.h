@@ -1,4 +1,5 @@
-// Writes log records as lines to standard error.
+// Writes log records as lines to standard error, with time and level, or for the journal with the
+// priority that it understands.
 #ifndef MONITOR_LOG_LINES_H
 #define MONITOR_LOG_LINES_H
 

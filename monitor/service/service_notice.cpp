@@ -1,0 +1,80 @@
+#include "service/service_notice.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <utility>
+
+namespace {
+
+using Clock = ServiceNotice::Clock;
+
+constexpr std::chrono::seconds kStatusPause{1};
+
+// How soon to look again after a beat that was held back.
+constexpr std::chrono::seconds kLookAgain{1};
+
+// What the manager compares with its own clock.
+std::string monotonic_us() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::to_string(static_cast<uint64_t>(now.tv_sec) * 1000000U +
+                        static_cast<uint64_t>(now.tv_nsec) / 1000U);
+}
+
+Clock::duration pause_between_beats() {
+  uint64_t limit_us = 0;
+  if (sd_watchdog_enabled(0, &limit_us) <= 0) return Clock::duration::zero();
+  return std::chrono::microseconds(limit_us / 4);
+}
+
+}  // namespace
+
+ServiceNotice::ServiceNotice() : listens_(std::getenv("NOTIFY_SOCKET") != nullptr) {
+  if (!listens_) return;
+  beat_pause_ = pause_between_beats();
+  if (beat_pause_ > Clock::duration::zero()) next_beat_ = Clock::now();
+}
+
+void ServiceNotice::send(std::string text) {
+  if (!listens_) return;
+  courier_.post([moved = std::move(text)] { sd_notify(0, moved.c_str()); });
+}
+
+void ServiceNotice::ready() {
+  ready_ = true;
+  send("READY=1");
+}
+
+void ServiceNotice::reloading() {
+  if (ready_) send("RELOADING=1\nMONOTONIC_USEC=" + monotonic_us());
+}
+
+void ServiceNotice::reloaded() {
+  if (ready_) send("READY=1");
+}
+
+void ServiceNotice::stopping() {
+  send("STOPPING=1");
+}
+
+void ServiceNotice::status(const std::string& text, Clock::time_point now) {
+  status_waits_ = listens_ && text != status_ && now < next_status_;
+  if (!listens_ || text == status_ || status_waits_) return;
+  send("STATUS=" + text);
+  status_ = text;
+  next_status_ = now + kStatusPause;
+}
+
+void ServiceNotice::beat(bool well, Clock::time_point now) {
+  if (now < next_beat_) return;
+  if (well) send("WATCHDOG=1");
+  next_beat_ = now + (well ? beat_pause_ : std::min<Clock::duration>(beat_pause_, kLookAgain));
+}
+
+Clock::time_point ServiceNotice::next_due() const {
+  return status_waits_ ? std::min(next_beat_, next_status_) : next_beat_;
+}

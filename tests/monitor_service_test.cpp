@@ -1,0 +1,83 @@
+// What a manager of services and the journal are told.
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "monitor_fixture.h"
+
+namespace {
+
+class ServiceTest : public MonitorTest {
+ protected:
+  ServiceTest() {
+    sockaddr_un address{AF_UNIX, {}};
+    const std::string path = (folder_ / "notify").string();
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  }
+  ~ServiceTest() override { close(socket_); }
+
+  std::string run(const std::string& variables = "") const {
+    return "env NOTIFY_SOCKET=" + (folder_ / "notify").string() + " " + variables + " " + kRun;
+  }
+
+  // All notices up to the first one that begins with this text, the last one included.
+  std::string notices(const std::string& last) const {
+    std::string all;
+    for (char text[4096];;) {
+      const ssize_t size = recv(socket_, text, sizeof text, 0);
+      if (size < 0) return "no notice: " + all;
+      const std::string notice(text, static_cast<size_t>(size));
+      all += notice + '\n';
+      if (notice.rfind(last, 0) == 0) return all;
+    }
+  }
+
+  int socket_;
+};
+
+const std::string kSick = instance("sick", "IsExistProcess", {{"ProcessName", "nobody"}});
+
+TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  const Params blocked{{"ProcessName", "none"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "go"}};
+  configure("workers = 1\n" + instance("stuck", "IsExistProcessPreCmd", blocked) + kSick);
+  Monitor monitor(folder_, run("WATCHDOG_USEC=40000"));
+  const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
+  // It turns, and the other watch waits for the only worker.
+  const std::string before = notices("WATCHDOG=1") + notices("WATCHDOG=1");
+  EXPECT_EQ(before.find("READY=1"), std::string::npos) << before;
+  EXPECT_NE(before.find("STATUS=2 watches: 2 pending"), std::string::npos) << before;
+  close(writer);
+  notices("READY=1");
+  kill(monitor.pid(), SIGTERM);
+  notices("STOPPING=1");
+  monitor.records();
+  monitor.end(0);
+}
+
+TEST_F(ServiceTest, AReloadIsToldAndSoIsItsRefusal) {
+  configure(kSick + "[instance.alarm]\nequals = 0\n");
+  Monitor monitor(folder_, run("JOURNAL_STREAM=$(stat -c %d:%i stderr)"));
+  notices("READY=1");
+  notices("STATUS=1 watch: 1 alarm");
+  configure("[[instance]]\nname = 7\n");
+  kill(monitor.pid(), SIGHUP);
+  const std::string reload = notices("READY=1");
+  EXPECT_NE(reload.find("RELOADING=1\nMONOTONIC_USEC="), std::string::npos) << reload;
+  notices("STATUS=1 watch: 1 alarm; the last reload was refused");
+  kill(monitor.pid(), SIGTERM);
+  monitor.records();
+  // Standard error is what JOURNAL_STREAM names: lines begin with their priority.
+  const std::string errors = monitor.end(0);
+  EXPECT_EQ(errors.find("<3>a.toml:1: "), 0U) << errors;
+  EXPECT_NE(errors.find("\n<3>a.toml: not reloaded"), std::string::npos) << errors;
+}
+
+TEST_F(ServiceTest, WithoutAJournalLinesArePlain) {
+  configure("[[instance]]\nname = 7\n");
+  const std::string errors = Monitor(folder_, run("JOURNAL_STREAM=1:1")).end(2);
+  EXPECT_EQ(errors.find("a.toml:1: "), 0U) << errors;
+}
+
+}  // namespace
