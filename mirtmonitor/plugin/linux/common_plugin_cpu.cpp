@@ -45,10 +45,10 @@ std::optional<double> growth_percent(unsigned long long part_before, unsigned lo
          static_cast<double>(whole - whole_before);
 }
 
-// Samples every match twice, period_us apart, and returns the highest share. beats(usage, highest)
-// says whether a process replaces the current highest one; lead(pid) then records it.
-template <typename Pcpu, typename Beats, typename Lead>
-float busiest_match(const char* task_name, int flag, int period_us, Pcpu pcpu, Beats beats,
+// Samples every match twice, period_us apart, and returns the highest share. replaces(usage,
+// highest) says whether a process replaces the current highest one; lead(pid) then records it.
+template <typename Pcpu, typename Replaces, typename Lead>
+float busiest_match(const char* task_name, int flag, int period_us, Pcpu pcpu, Replaces replaces,
                     Lead lead) {
   const auto matches = allocate_zeroed<process_cpu_context_t>(kMaxMatches);
   if (matches == nullptr) return 0.0F;
@@ -63,7 +63,7 @@ float busiest_match(const char* task_name, int flag, int period_us, Pcpu pcpu, B
   float highest = 0.0F;
   for (unsigned int i = 0; i < used; ++i) {
     const float usage = pcpu(matches[i]);
-    if (!beats(usage, highest)) continue;
+    if (!replaces(usage, highest)) continue;
     highest = usage;
     lead(matches[i].pid);
   }

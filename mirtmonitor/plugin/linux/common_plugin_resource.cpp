@@ -48,10 +48,10 @@ unsigned int descriptors_by_walk(int directory) {
 }
 
 // Returns the highest value among all matches and stores its process in *leader, which keeps its
-// value if no process leads. beats(value, highest) says whether a process replaces the current
-// leader. The search ends at the value `most`, which no other value can beat.
-template <typename Measure, typename Beats>
-float highest_match(const char* task_name, int flag, float most, Measure measure, Beats beats,
+// value if no process leads. replaces(value, highest) says whether a process replaces the current
+// leader. The search ends at the value `most`, which no other value can exceed.
+template <typename Measure, typename Replaces>
+float highest_match(const char* task_name, int flag, float most, Measure measure, Replaces replaces,
                     int* leader) {
   struct {
     float value = 0.0F;
@@ -62,7 +62,7 @@ float highest_match(const char* task_name, int flag, float most, Measure measure
       task_name, flag, [&highest] { highest = {}; },
       [&](pid_t pid) {
         const auto value = static_cast<float>(measure(pid));
-        if (beats(value, highest.value)) highest = {value, true, pid};
+        if (replaces(value, highest.value)) highest = {value, true, pid};
         return !highest.led || highest.value < most;
       });
   if (highest.led) *leader = highest.pid;
