@@ -90,7 +90,7 @@ class TrustTest : public IncludeTest {
 };
 
 TEST_F(TrustTest, WhatOthersCanWriteIsRefused) {
-  const std::string flag = "; --allow-writable-config reads it all the same\n";
+  const std::string flag = "; use --allow-writable-config to read it anyway\n";
   const std::string root = folder_.string();
   const struct {
     std::string name;
@@ -150,8 +150,8 @@ TEST_F(TrustTest, AnotherUserTrustsRootAndItself) {
   EXPECT_EQ(said_to(kOther), "");
   change("a.toml", 0644, kOther + 1);
   EXPECT_EQ(said_to(kOther),
-            "a.toml: is owned by user 12346, expected root or user 12345; --allow-writable-config "
-            "reads it all the same\n");
+            "a.toml: is owned by user 12346, expected root or user 12345; use "
+            "--allow-writable-config to read it anyway\n");
 }
 
 TEST_F(TrustTest, RunAndCheckConfigAskUnlessToldOtherwise) {

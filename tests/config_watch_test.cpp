@@ -345,16 +345,16 @@ TEST_F(WatchTest, MistakesInAlarmsAndAlertsSayWhatWasFoundAndExpected) {
 TEST_F(WatchTest, WhatHardlyWorksIsWarnedOf) {
   const std::pair<std::string, std::string> rows[] = {
       {"[[process]]\nname = 'p'\nexact = '*p*'\nmemory = true\n",
-       "3: warning: exact has a *, which is compared as it is, expected match = \"*p*\" for a "
+       "3: warning: exact has a *, which is compared literally, expected match = \"*p*\" for a "
        "pattern"},
       {process("every = 0.5\ncpu = true\n"),
        "4: warning: every is 0.5, expected more than 0.5 s: each call of "
        "GetProcessSysCPUExtern measures for that long"},
       {"[[process]]\nname = 'p'\nexact = 'a?b'\nhung = true\n",
-       "4: warning: hung compares a pattern, where the ? in exact matches any text, expected "
+       "4: warning: hung uses exact as a pattern, in which ? matches any text, expected "
        "exact without * and ?"},
       {"[machine]\ncpu = true\n[alert.x]\ncommand = ['no-such-program']\n",
-       "4: warning: command begins with \"no-such-program\", which is looked for in "
+       "4: warning: command begins with \"no-such-program\", which is searched in "
        "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin: No such file or directory, "
        "expected a program that can be started"},
       {"[machine]\ncpu = true\n[alert.x]\ncommand = ['/tmp']\n",

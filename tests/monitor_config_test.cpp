@@ -79,7 +79,7 @@ TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
        "Any is empty, expected the beginning of a command line: every process matches an empty "
        "one"},
       {named("GetProcessMemory", "*app*"),
-       "Any has a *, which this item compares as it is, expected a FuzzyMatch item for patterns"},
+       "Any has a *, which this item compares literally, expected a FuzzyMatch item for patterns"},
       {named("GetProcessMemory", "app\n"),
        "Any ends with a line break, expected none: command lines rarely have one"},
       {with_pre_command("", "x"), "PreCmd is empty, expected a shell command"},
@@ -103,7 +103,7 @@ TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
 TEST_F(ConfigTest, RunGoesOnAfterWarningsUnlessStrict) {
   configure(instance("x", "GetProcessMemory", {{"n", "*"}}) + instance("y", "GetSysMemory"));
   const std::string text =
-      "n has a *, which this item compares as it is, expected a FuzzyMatch item for patterns\n";
+      "n has a *, which this item compares literally, expected a FuzzyMatch item for patterns\n";
   Monitor lenient(folder_, kRun + "--rounds 1");
   EXPECT_EQ(lenient.records().size(), 2U);
   EXPECT_EQ(lenient.end(0), "a.toml:6: warning: " + text);

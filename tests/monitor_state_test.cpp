@@ -235,7 +235,7 @@ TEST_F(HeartTest, SignsOfLifeExcuseAStandstillButNotForEver) {
   });
   monitor.await({{"state", "unjudged"},
                  {"answer", 0.0},
-                 {"detail", "its owner or flow id is another one than at the call before"}});
+                 {"detail", "its owner or flow id changed since the previous call"}});
   monitor.await({{"state", "alarm"}});
   ends = true;
   working.join();

@@ -9,9 +9,9 @@
 
 #include "proc/cpu_wait.h"
 #include "run/alarm.h"
-#include "run/beat.h"
 #include "run/gap_watch.h"
 #include "run/standstill.h"
+#include "run/start_time.h"
 
 namespace {
 
@@ -20,12 +20,12 @@ using std::chrono::nanoseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-TEST(NextBeat, IsTheFirstMultipleOfThePeriodThatIsNotOver) {
+TEST(NextStart, IsTheFirstMultipleOfThePeriodThatIsNotOver) {
   const auto at = [](auto since_zero) { return Clock::time_point(since_zero); };
-  EXPECT_EQ(next_beat(at(milliseconds(2000)), seconds(1)), at(seconds(2)));
-  EXPECT_EQ(next_beat(at(nanoseconds(2000000001)), seconds(1)), at(seconds(3)));
-  EXPECT_EQ(next_beat(at(milliseconds(2999)), seconds(1)), at(seconds(3)));
-  EXPECT_EQ(next_beat(at(seconds(100000)), seconds(7)), at(seconds(100002)));
+  EXPECT_EQ(next_start(at(milliseconds(2000)), seconds(1)), at(seconds(2)));
+  EXPECT_EQ(next_start(at(nanoseconds(2000000001)), seconds(1)), at(seconds(3)));
+  EXPECT_EQ(next_start(at(milliseconds(2999)), seconds(1)), at(seconds(3)));
+  EXPECT_EQ(next_start(at(seconds(100000)), seconds(7)), at(seconds(100002)));
 }
 
 TEST(GapWatch, SeesWhatIsLongerThanTheSleepAndWhatIsBusyInBetween) {

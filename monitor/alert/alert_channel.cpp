@@ -14,11 +14,12 @@
 
 namespace {
 
-// Of the files that a command makes: not for everybody to read.
+// Files that a command creates are not readable by everybody.
 constexpr mode_t kUmask = 027;
 
-// Programs that this thread starts have a umask of their own, and writing to one that does not read
-// kills nobody. False, with errno set, if the umask cannot be told apart from the process's.
+// Gives this thread, and the programs that it starts, their own umask, and blocks SIGPIPE for
+// writes to a program that does not read. False, with errno set, if the umask cannot be separated
+// from that of the process.
 bool prepare_thread() {
   sigset_t pipe;
   sigemptyset(&pipe);
@@ -125,7 +126,7 @@ void AlertChannel::abandon() {
   if (thread_.joinable()) thread_.detach();
 }
 
-// Without memory the message at hand fails. Nothing else here needs any.
+// If memory is short, only the current message fails.
 void AlertChannel::work() noexcept {
   if (!prepare_thread()) {
     log("warning", {"commands use the umask of the monitor: ", std::strerror(errno)});
@@ -167,7 +168,7 @@ Delivery AlertChannel::attempt(const Alert& alert, const AlertMessage& message) 
   return {Delivery::Result::kFailed, "out of memory"};  // short: allocates nothing
 }
 
-// Waits until it is time for the next attempt. False if there is to be none.
+// Waits until the time of the next attempt. False if there must be no further attempt.
 bool AlertChannel::wait_for_retry(const Delivery& delivery, Clock::time_point since,
                                   Lock& lock) noexcept {
   const Clock::time_point next = Clock::now() + pause();
@@ -220,7 +221,7 @@ void AlertChannel::drop_rest(Lock& lock) noexcept {
   say(lock, "error", {"ended, waiting messages dropped: ", std::to_string(rest)});
 }
 
-// Whoever queues a message must not wait for whoever reads the log.
+// The caller of send() must not wait for the reader of the log.
 void AlertChannel::say(Lock& lock, const char* level, Parts text) const noexcept {
   lock.unlock();
   log(level, text);
@@ -231,5 +232,5 @@ void AlertChannel::log(const char* level, Parts text) const noexcept try {
   std::string line = "alert " + name_ + " (" + way_.name + "): ";
   for (const std::string_view part : text) line += part;
   log_line(level, line);
-} catch (const std::exception&) {  // no memory: its state tells
+} catch (const std::exception&) {  // out of memory: the status still shows the failure
 }

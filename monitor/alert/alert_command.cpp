@@ -60,7 +60,7 @@ struct Pipe {
   }
 };
 
-// What is thrown away is read slowly: a command that floods its output gets no processor for it.
+// Discarded output is read slowly, so that a command that floods its output uses little CPU time.
 constexpr std::chrono::milliseconds kBetweenReads{10};
 
 // One run of a command, from its start to its end.
@@ -124,7 +124,7 @@ Delivery CommandRun::wait(const Wake& stop) {
   return {};
 }
 
-// Waits until there is something to do. False once the time is up or the program ends.
+// Waits until there is something to do. False after the timeout or when the program ends.
 bool CommandRun::wait_for_events(const Wake& stop, Clock::time_point deadline) {
   const bool is_pausing = Clock::now() < next_read_;
   const auto until = is_pausing ? std::min(deadline, next_read_) : deadline;
@@ -143,10 +143,10 @@ void CommandRun::write_input() {
   const ssize_t written = write(input_.get(), unwritten_.data(), unwritten_.size());
   if (written >= 0) unwritten_.remove_prefix(static_cast<size_t>(written));
   const bool may_go_on = written >= 0 || errno == EAGAIN || errno == EINTR;
-  if (unwritten_.empty() || !may_go_on) input_ = UniqueFd(-1);  // so that it sees the end
+  if (unwritten_.empty() || !may_go_on) input_ = UniqueFd(-1);  // the command sees end of file
 }
 
-// True if there was something.
+// True if there was output.
 bool CommandRun::read_output() {
   if (output_.get() < 0 || Clock::now() < next_read_) return false;
   char text[65536];

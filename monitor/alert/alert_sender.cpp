@@ -66,7 +66,7 @@ void AlertSender::replace(const std::vector<Alert>& alerts) {
     }
   }
   leaving_.reserve(leaving_.size() + channels_.size());
-  // Nothing is thrown from here on.
+  // Nothing below throws.
   for (size_t i = 0; i < channels.size(); ++i) channels[i]->serve(std::move(records[i]));
   const std::lock_guard lock(mutex_);
   for (std::shared_ptr<AlertChannel>& channel : channels_) {
@@ -100,7 +100,7 @@ bool AlertSender::stop(std::chrono::milliseconds limit) {
   stopped_ = true;
   Channels all = leaving_;
   all.insert(all.end(), channels_.begin(), channels_.end());
-  // Closed first: none begins with the next message once the attempt under way is interrupted.
+  // Closed first, so that no channel begins its next message after its attempt is interrupted.
   for (const auto& channel : all) channel->close();
   if (stop_) stop_->set();
   bool all_ended = true;

@@ -30,11 +30,9 @@ class AlertSender {
   // full, its oldest message is dropped, so that the last message is always the current state.
   void send(const std::string& alert, AlertMessage message) noexcept;
 
-  // From now on these are the alerts. An alert of a name that was there before keeps its queue and
-  // its counts, and what is under way goes on; if its record differs, everything that is delivered
-  // from now on, further attempts included, is delivered as the new record says. The messages that
-  // wait for an alert that is gone are dropped, which is said in the log. Out of memory it throws,
-  // and nothing has changed.
+  // Replaces the alerts. An alert whose name existed before keeps its queue and counts, and a
+  // running attempt continues; all later attempts use the new record. Waiting messages of removed
+  // alerts are dropped, which is logged. If memory is short, it throws and changes nothing.
   void replace(const std::vector<Alert>& alerts);
 
   // One status for each channel of each alert, in the order of the alerts.

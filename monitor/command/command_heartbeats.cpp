@@ -1,6 +1,5 @@
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -8,6 +7,7 @@
 
 #include "command/commands.h"
 #include "proc/heartbeat_table.h"
+#include "proc/proc_file.h"
 #include "text/complaint.h"
 #include "text/json_text.h"
 #include "text/terminal_text.h"
@@ -28,12 +28,7 @@ bool is_paused(const Entry& entry) {
 
 // The short name of the process that now has the entry's process id; empty if there is none.
 std::string name_of(const Entry& entry) {
-  std::string name;
-  if (has_process(entry)) {
-    std::ifstream file("/proc/" + std::to_string(entry.processid) + "/comm");
-    std::getline(file, name);
-  }
-  return name;
+  return has_process(entry) ? name_of_process(static_cast<int>(entry.processid)) : "";
 }
 
 // One entry, in the order of the columns; null for an empty cell.

@@ -19,16 +19,16 @@ namespace {
 constexpr size_t kMostProcesses = 10;
 
 constexpr char kHead[] =
-    R"(# A configuration of mirt-monitor for this machine, to begin with.
+    R"(# A first configuration of mirt-monitor for this machine.
 #
 #     mirt-monitor check-config FILE       # reports every mistake with its line
 #     mirt-monitor run --config FILE
 #
-# To use a line that is commented out, remove the # and the blank before it.
+# To use a line that is commented out, remove the "# " at its start.
 
-every = "5s" # from call to call, for each watch
+every = "5s" # the period of each watch
 
-# Who is told of an alarm. A watch names it: alert = ["ops"].
+# A receiver of alarms. A watch refers to it: alert = ["ops"].
 # [alert.ops]
 # command = ["logger", "--tag", "mirt-monitor", "--priority", "daemon.alert"]
 
@@ -45,7 +45,7 @@ constexpr char kProcesses[] =
 # The largest processes now. "mirt-monitor match prefix TEXT" prints the processes that a prefix finds.
 )";
 
-// A prefix that TOML, terminals and the comparison take as it is, and that people can read.
+// A readable prefix without characters that are special for TOML, terminals or patterns.
 std::string usual_beginning(const std::string& command_line) {
   constexpr size_t kMost = 100;
   size_t length = std::min(first_malformed(command_line), command_line.size());
@@ -57,7 +57,7 @@ std::string usual_beginning(const std::string& command_line) {
   return cut(command_line.substr(0, length), kMost);
 }
 
-// Letters, digits and what else can be in a name that is typed.
+// Replaces all characters except letters, digits, "-" and "_".
 std::string usual_name(const std::string& name) {
   std::string usual;
   for (const char letter : name) {

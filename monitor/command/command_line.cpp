@@ -23,20 +23,20 @@ Exit status 0: success; 1: the operation failed, nothing was found, or resources
 2: wrong usage or configuration.)";
 
 constexpr char kRunFooter[] =
-    R"(Without --rounds, exits on SIGINT or SIGTERM. SIGHUP makes it read the configuration again. If
-nobody reads the output, it goes on as long as alarms can still be told in the log or by alerts, and
-otherwise exits with status 1.
-With --rounds, also exits after N calls of each instance, on SIGHUP (ignored under nohup) or when
-nobody reads the output. It does not wait for blind instances after all others have completed.
+    R"(Without --rounds, runs until SIGINT or SIGTERM. SIGHUP reloads the configuration. If its output pipe
+is closed, it continues while alarms can be sent as alerts or logged, and otherwise exits with
+status 1.
+With --rounds, also exits after N calls of each instance, on SIGHUP (ignored under nohup) or when its
+output pipe is closed. It does not wait for blind instances after all others have completed.
 Exit status 0: ended in one of these ways; 1: every call of the rounds failed, output was lost or
 could not be written, or resources are missing; 2: wrong usage or configuration, or the plug-in does
-not have an item.)";
+not export an item.)";
 
 constexpr char kCheckFooter[] =
     R"(FILE is a regular file, /dev/stdin or /dev/fd/N. Prints mistakes as FILE:LINE: TEXT and warnings as
 FILE:LINE: warning: TEXT. A warning is about a setting that works but probably not as intended.
-With --expand, prints each watch as the [[instance]] tables that it stands for: TOML that gives the
-same run.
+With --expand, prints the configuration with [[instance]] tables instead of watches. This TOML gives
+the same run.
 Exit status 0: no mistakes; 2: mistakes.)";
 
 constexpr char kMatchFooter[] =
@@ -80,7 +80,7 @@ constexpr char kPrepareFooter[] =
     R"(Needs root. Run it at each boot, before any process attaches. Creates /tmp/mirt_agent_lock and
 /dev/shm/MIRT_AGENT_HEARTBEAT, or takes over existing files of root or "daemon". Sets owner root and
 mode 0660, so that only root and processes of the group can attach and hold the lock. Can be
-repeated, even while processes beat.
+repeated, even while processes use the table.
 Exit status 0: both files are ready; 1: a file is not usable (one line for each reason), or the caller
 is not root; 2: wrong usage, or there is no such group.)";
 
@@ -90,13 +90,13 @@ gets the parameter name that the item expects at its position. If a value itself
 NAME=VALUE, write its name: ProcessName=A=B. Write -- before a value that starts with -.
 Without --every the item is called once, without a time limit.
 A pattern that matches only this command itself counts as no match.
-Exit status 0: every call measured a value, or did what the item is for; 1: a call did not, or none
-ended; 2: wrong usage.)";
+Exit status 0: every call measured a value or did its action; 1: a call did not, or no call ended;
+2: wrong usage.)";
 
 constexpr char kSilenceFooter[] =
-    R"(Through the running monitor, which must have [status] socket or --socket. Silenced alarms are
-raised, shown and counted, but no alert is sent. Exit code 0: done; 1: no monitor answers, or there
-is no such silence; 2: wrong usage.)";
+    R"(Needs a running monitor with a status socket ([status] socket, or --socket of "run"). Silenced alarms
+are raised, shown and counted, but no alert is sent.
+Exit status 0: done; 1: no monitor answers, or there is no such silence; 2: wrong usage.)";
 
 // The parsed command line: which command, and what it needs.
 struct Arguments {
@@ -282,21 +282,21 @@ CLI::Validator duration() {
 }
 
 void add_socket_option(CLI::App& command, std::string& socket) {
-  add_text(command, "--socket", socket, "Where the monitor answers", "PATH");
+  add_text(command, "--socket", socket, "The status socket of the monitor", "PATH");
 }
 
 void add_silence_commands(CLI::App& app, Arguments& arguments) {
   SilenceOptions& options = arguments.silence;
   CLI::App* const silence =
-      app.add_subcommand("silence", "Keep the alerts of some instances back for a time");
+      app.add_subcommand("silence", "Send no alerts for some instances for a time");
   add_text(*silence, "name", options.pattern, "The name of an instance, or a pattern with * and ?",
            "NAME|PATTERN")
       ->required();
-  silence->add_option("--for", options.for_s, "For how long")
+  silence->add_option("--for", options.for_s, "The duration, such as 30m, 2h or 7d")
       ->required()
       ->transform(duration())
       ->type_name("TIME");
-  add_text(*silence, "--reason", options.reason, "Why, for whoever lists the silences", "TEXT");
+  add_text(*silence, "--reason", options.reason, "The reason, shown by \"silences\"", "TEXT");
   add_socket_option(*silence, options.socket);
   set_action(*silence, arguments, kSilenceFooter,
              [](const Arguments& given) { return command_silence(given.silence); });
@@ -307,7 +307,7 @@ void add_silence_commands(CLI::App& app, Arguments& arguments) {
     return command_silences(given.silence.socket, given.silences_json);
   });
   CLI::App* const unsilence = app.add_subcommand("unsilence", "End a silence");
-  add_text(*unsilence, "name", options.pattern, "As it was given to silence", "NAME|PATTERN")
+  add_text(*unsilence, "name", options.pattern, "The same text as for \"silence\"", "NAME|PATTERN")
       ->required();
   add_socket_option(*unsilence, options.socket);
   set_action(*unsilence, arguments, kSilenceFooter, [](const Arguments& given) {
@@ -320,7 +320,7 @@ void add_check_config(CLI::App& app, Arguments& arguments) {
       app.add_subcommand("check-config", "Check a configuration without running it");
   CheckOptions& options = arguments.check;
   add_text(*check, "file", options.config, "The configuration", "FILE")->required();
-  check->add_flag("--expand", options.expand, "Print the instances that the watches stand for");
+  check->add_flag("--expand", options.expand, "Print instances instead of watches");
   add_strict_flag(*check, options.strict);
   add_allow_writable_flag(*check, options.allow_writable);
   set_action(*check, arguments, kCheckFooter,

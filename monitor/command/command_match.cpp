@@ -17,14 +17,14 @@
 namespace {
 
 struct Found {
-  ProcessRow process;  // the command line as it is compared
+  ProcessRow process;  // with the command line as it is compared
   std::optional<WallTime> start;
-  size_t bytes;  // of the whole command line, of which comparisons may see the beginning only
+  size_t bytes;  // length of the whole command line; only its beginning may be compared
 
   bool is_cut() const { return bytes > process.cmdline.size(); }
 };
 
-// The whole command line's length, its last NUL aside.
+// The length of the whole command line without the NUL bytes at its end.
 size_t cmdline_bytes(pid_t pid) {
   const std::string all = read_proc_file(proc_path(pid, "cmdline"), size_t{4} << 20).value_or("");
   const size_t last = all.find_last_not_of('\0');

@@ -35,12 +35,12 @@ std::string counted(size_t count, const std::string& what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
-// At SIGHUP. With mistakes the configuration that is in force stays so.
+// For SIGHUP. If the file has mistakes, the current configuration stays in force.
 std::optional<Plan> read_again(const RunOptions& options) {
   size_t warnings = 0;
   std::optional<Plan> plan = read_and_tell(options, warnings, write_to_log);
   if (plan) return plan;
-  log_line("error", options.config + ": not reloaded, the configuration before stays in force");
+  log_line("error", options.config + ": not reloaded, the old configuration stays in force");
   return std::nullopt;
 }
 

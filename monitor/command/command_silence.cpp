@@ -10,7 +10,8 @@
 
 namespace {
 
-// The body of the running monitor's answer; nothing, with the reason said, if there is none.
+// The body of the running monitor's answer. If there is none, prints the reason and returns
+// nothing.
 std::optional<Json> body_of(const httplib::Result& result, const std::string& socket) {
   if (!result) {
     complain("no monitor answers at " + socket + " (" + httplib::to_string(result.error()) +

@@ -13,7 +13,7 @@ struct RunOptions {
   bool json = false;
   bool strict = false;          // warnings are mistakes
   bool allow_writable = false;  // others may be able to write the configuration
-  std::string socket;           // where it answers; empty: as configured
+  std::string socket;           // the status socket; empty: as configured
 };
 int command_run(const RunOptions& options);
 
@@ -49,7 +49,7 @@ struct CheckOptions {
   std::string config;
   bool strict = false;
   bool allow_writable = false;
-  bool expand = false;  // writes it out in full
+  bool expand = false;  // print the configuration in full
 };
 int command_check_config(const CheckOptions& options);
 
@@ -70,7 +70,7 @@ struct MatchOptions {
 };
 int command_match(const MatchOptions& options);
 
-// A configuration to begin with, for this machine.
+// Prints a first configuration for this machine.
 int command_init(const std::string& plugin);
 
 struct FindOptions {

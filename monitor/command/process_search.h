@@ -1,4 +1,4 @@
-// The search for processes that several commands offer.
+// Searches processes for several commands.
 #ifndef MONITOR_PROCESS_SEARCH_H
 #define MONITOR_PROCESS_SEARCH_H
 
@@ -8,8 +8,8 @@
 
 #include "item/process_library.h"
 
-// The processes that `text` means, this one left out. `mode` is "exact", "prefix" or "wildcard".
-// Nothing, which has been said, if they cannot be searched.
+// The processes that match `text`, except this one. `mode` is "exact", "prefix" or "wildcard". If
+// the search fails, prints the reason and returns nothing.
 std::optional<std::vector<pid_t>> search_processes(const ProcessLibrary& library,
                                                    const std::string& mode,
                                                    const std::string& text);

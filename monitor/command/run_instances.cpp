@@ -22,12 +22,12 @@
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr size_t kStackBytes = size_t{4} << 20;  // sanitizers keep more of everything
+constexpr size_t kStackBytes = size_t{4} << 20;  // sanitizers need larger stacks
 #else
 constexpr size_t kStackBytes = size_t{256} << 10;
 #endif
 
-// Colour is for a person at a terminal who has not said no (https://no-color.org).
+// True on a terminal with colours, unless the user does not want them (https://no-color.org).
 bool wants_colour() {
   const char* const no_color = std::getenv("NO_COLOR");
   const char* const terminal = std::getenv("TERM");
@@ -56,7 +56,7 @@ std::vector<std::string> missing_items(const Plan& plan, const Plugin& plugin) {
   return mistakes;
 }
 
-// The plan as it has been read again, if the library has all of its items.
+// The plan that was read again, if the library exports all of its items.
 std::optional<Plan> read_again(const Reloader::Read& read, const Plugin& plugin) {
   std::optional<Plan> plan = read();
   if (!plan) return std::nullopt;
@@ -70,16 +70,16 @@ std::unique_ptr<Reporter> make_reporter(LineQueue& out, bool json, Journal& jour
   return is_in_journal() ? report_to_journal(std::move(reporter), journal) : std::move(reporter);
 }
 
-// The exit code. Nothing may be thrown past the scheduler, whose threads have to be stopped first.
+// Returns the exit status. Must not throw, because the scheduler's threads must be stopped first.
 int run_to_the_end(Scheduler& scheduler, const RunRequest& request) try {
   if (!scheduler.run()) {
-    log_line("error", "nobody can be told anything any more: the output is closed");
+    log_line("error", "the output is closed, and no alarm can be sent or logged");
     return kExitFailed;
   }
   const bool worked = request.fail_unless_done ? scheduler.all_done()
                                                : !request.schedule.rounds || scheduler.any_worked();
   return worked ? kExitOk : kExitFailed;
-} catch (const std::exception& error) {  // no memory, in all likelihood
+} catch (const std::exception& error) {  // probably out of memory
   log_line("error", error.what());
   return kExitFailed;
 }
@@ -91,10 +91,10 @@ std::string alarm_prefix() {
   return std::to_string(ms) + "-";
 }
 
-// How long what is left to write may take at the end.
+// The time for writing the remaining output at the end.
 constexpr std::chrono::milliseconds kToWriteTheRest{1000};
 
-// Writes out both queues. The exit code: a failure where lines were lost.
+// Writes the remaining lines of both queues. Returns `code`, or a failure if lines were lost.
 int finish_output(LineQueue& out, LineQueue& log, int code) {
   const unsigned long lost = out.finish(kToWriteTheRest);
   if (out.error() != 0) code = kExitFailed;
@@ -107,7 +107,7 @@ int finish_output(LineQueue& out, LineQueue& log, int code) {
   return code;
 }
 
-// Threads need little: what the kernel gives by default would count for hundreds of them.
+// The default stack size is too large for hundreds of threads, which need little.
 void use_small_stacks() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return;
@@ -131,7 +131,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
 
   log_as_lines();
   use_small_stacks();
-  static const Wake wake;  // the signal handler uses it to the end
+  static const Wake wake;  // the signal handler uses it until the process ends
   const std::optional<ProcessLibrary> library = ProcessLibrary::of(*plugin);
   ReportQueue reports(wake);
   const bool can_stop = wake.ready() && StopSignal::install(wake, request.hangup_ends);
@@ -165,7 +165,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   std::optional<StatusServer> status;
   if (!plan.status_socket.empty()) {
     status.emplace(mailbox, silences, [&] { desk.note_change(); });
-    StopSignal::catch_pipe();  // the library ignores it, and commands would inherit that
+    StopSignal::catch_pipe();  // the HTTP library ignores it, which commands would inherit
     if (!status->start(plan.status_socket, error)) {
       complain("cannot answer at " + error);
       return kExitFailed;
@@ -186,8 +186,8 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   const bool reading_ended = !reloader || reloader->finish(kToWriteTheRest);
   code = finish_output(out, log, code);
   const bool system_ended = journal.finish(kToWriteTheRest) && service.finish(kToWriteTheRest);
-  // A thread that is still inside an item, or inside a write, goes on using the records and the
-  // library until the very end, so nothing may be destroyed under it.
+  // A thread that is still inside an item or a write uses the records and the library until the
+  // process ends, so nothing may be destroyed.
   if (!all_free || !alerts_ended || !reading_ended || !system_ended || out.stuck() || log.stuck() ||
       (store && store->stuck())) {
     kill_descendants();

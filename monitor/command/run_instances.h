@@ -1,4 +1,4 @@
-// The road from instances to an exit code, common to the commands that call items.
+// Runs instances for the commands that call items.
 #ifndef MONITOR_RUN_INSTANCES_H
 #define MONITOR_RUN_INSTANCES_H
 
@@ -11,16 +11,16 @@
 #include "run/scheduler.h"
 
 struct RunRequest {
-  std::string plugin;  // empty: the one beside the program
+  std::string plugin;  // empty: the default plug-in
   Schedule schedule;
   bool json = false;
-  bool fail_unless_done = false;  // exit with 1 unless each call did what the item is for
-  bool hangup_ends = false;       // SIGHUP ends it; else it has the configuration read again
-  Reloader::Read reload{};        // empty: there is nothing to read again
+  bool fail_unless_done = false;  // exit with 1 unless each call measured or did its action
+  bool hangup_ends = false;       // SIGHUP ends the run; else it reloads the configuration
+  Reloader::Read reload{};        // empty: reload is not possible
 };
 
-// Loads the plug-in, runs the plan, and returns the exit code. Where an item is still inside a call
-// at the end, it does not return but ends the process with that code.
+// Loads the plug-in, runs the plan, and returns the exit status. If a call has not returned at the
+// end, it ends the process with that status instead.
 int run_instances(const Plan& plan, const RunRequest& request);
 
 #endif

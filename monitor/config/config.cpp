@@ -17,7 +17,7 @@ using Presence = TomlFields::Presence;
 
 constexpr TomlFields::Range kWorkers{1.0, 1000.0, "a whole number"};
 
-// Keys of tables that stand before the first of them, or in a table of their own.
+// Keys that are often written outside their table, and where they belong.
 const std::vector<Misplaced> kMisplaced = {
     {"alarm", "as [instance.alarm] after its [[instance]]"},
     {"report", "in [instance.alarm] or [alert.NAME]"},
@@ -42,7 +42,7 @@ const std::vector<Misplaced> kMisplaced = {
 constexpr char kWatchesForm[] =
     "at least one [[process]], [[heartbeat]] or [[instance]], or [machine]";
 
-// A file, parsed; its findings have no file name yet.
+// A parsed file. Its findings have no file name yet.
 struct ParsedFile {
   std::string path;
   toml::table table;
@@ -70,8 +70,8 @@ class ConfigReader {
   NameRegister names_, alert_names_;
 };
 
-// Without a table, and with a mistake, if the file cannot be read or is no TOML. A file that was
-// there before gives nothing.
+// Parses the file. If it cannot be read or is not valid TOML, the result has a mistake and no
+// table. Returns nothing for a file that was read before.
 ParsedFile ConfigReader::parse(const std::string& path) {
   ParsedFile file{path, {}, {}};
   std::string error;
@@ -98,7 +98,7 @@ void ConfigReader::parse_included(ParsedFile& main) {
   for (ParsedFile& file : included) files_.push_back(std::move(file));
 }
 
-// What is of the whole program, and may be in the main file only.
+// Reads the keys that concern the whole program and are allowed in the main file only.
 void ConfigReader::read_main_keys(TomlFields& fields) {
   fields.any("include");
   reading_.config.workers =
@@ -146,7 +146,7 @@ void ConfigReader::read_file(ParsedFile& file) {
   fields.refuse_other_keys(kMisplaced);
 }
 
-// The findings of one file, each with its name, go to those of all.
+// Adds the findings of one file, with its name, to the findings of all files.
 void move_findings(ParsedFile& file, Findings& all, const std::string& main) {
   const std::string name = file.path == main ? "" : file.path;
   const auto move_all = [&name](Mistakes& from, Mistakes& to) {

@@ -1,4 +1,4 @@
-// The configuration: what is watched, how often, and who is told.
+// Reads the configuration.
 #ifndef MONITOR_CONFIG_H
 #define MONITOR_CONFIG_H
 
@@ -8,8 +8,8 @@
 #include "item/plan.h"
 #include "text/mistake.h"
 
-// What the file and those that it includes gave: a configuration to use if there are no mistakes.
-// Mistakes and warnings are each in the order of their files and lines.
+// The result of reading the file and its included files. The configuration is usable if there are
+// no mistakes. Mistakes and warnings are sorted by file and line.
 struct ConfigReading {
   Plan config;
   Findings findings;
@@ -17,9 +17,9 @@ struct ConfigReading {
 
 enum class Warnings { kAllowed, kAreMistakes };
 
-// Reads a regular file, or a descriptor of this process that `path` names, such as /dev/stdin: any
-// other pipe or device could keep the reader waiting for ever. With Trust::kChecked nobody else
-// than root and the user of this process may be able to write what is read.
+// Reads a regular file, or a descriptor of this process such as /dev/stdin. Other pipes and devices
+// are refused, because reading them could wait for ever. With Trust::kChecked, a file that users
+// other than root and the user of this process can write to is a mistake.
 ConfigReading read_config(const std::string& path, Warnings warnings = Warnings::kAllowed,
                           Trust trust = Trust::kChecked);
 

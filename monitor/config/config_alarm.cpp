@@ -1,4 +1,4 @@
-// Alarms: when the answers of an instance are worth being told, and to whom.
+// Reads alarms: their conditions, and the alerts and reports that they send.
 #include <algorithm>
 #include <iterator>
 
@@ -17,7 +17,7 @@ using Condition = AlarmRule::Condition;
 constexpr TomlFields::Range kBound{-1e30, 1e30, "a number"};
 constexpr TomlFields::Range kCalls{1.0, 1e6, "a whole number"};
 
-// In the unit of the item's values where that has several.
+// A bound in the unit of the item, or text with one of its units.
 std::optional<double> read_bound(TomlFields& fields, const char* key, const ItemRow* item) {
   const std::string_view unit = item ? item->unit : "";
   if (unit == "MiB") {
@@ -40,7 +40,7 @@ void check_bound(TomlFields& fields, const char* key, const AlarmRule& rule, con
   }
 }
 
-// True if there is just one condition, whose bound could be read.
+// True if there is exactly one condition and its bound is valid.
 bool read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
   struct Row {
     const char* key;
@@ -67,7 +67,7 @@ bool read_condition(TomlFields& fields, const ItemRow* item, AlarmRule& rule) {
   return false;
 }
 
-// What keeps an alarm with this bound from being cleared; empty if nothing does.
+// Why an alarm with this bound could never be cleared; empty if it can.
 std::string clear_fault(const AlarmRule& rule, double clear, const ItemRow* item) {
   const double bound = rule.bound;
   const bool is_above = rule.condition == Condition::kAbove;
@@ -142,7 +142,7 @@ std::vector<std::string> read_alert_names(TomlFields& fields, const FileScope& s
 
 constexpr char kStatesForm[] = "an array of \"failed\", \"blind\", \"unjudged\", \"absent\"";
 
-// A state that an alarm can be raised for; nothing, with a mistake, if it is none.
+// A state that can raise an alarm; nothing, with a mistake, for other text.
 std::optional<State> read_state(TomlFields& fields, const toml::node& node) {
   constexpr State kAllowed[] = {State::kFailed, State::kBlind, State::kUnjudged, State::kAbsent};
   if (!node.is_string()) {

@@ -1,4 +1,4 @@
-// [alert.NAME]: whom an alarm is told.
+// Reads [alert.NAME]: the receivers of alarms.
 #include <cerrno>
 #include <cstring>
 
@@ -22,7 +22,7 @@ void check_program(TomlFields& fields, const std::string& program) {
         found + ", expected an absolute path, or the name of a program in one of " + kProgramPath);
   } else if (find_program(program).empty()) {
     const std::string where =
-        program[0] == '/' ? "" : std::string(", which is looked for in ") + kProgramPath;
+        program[0] == '/' ? "" : std::string(", which is searched in ") + kProgramPath;
     fields.warning(line, found + where + ": " + std::strerror(errno) +
                              ", expected a program that can be started");
   }

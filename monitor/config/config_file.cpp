@@ -10,7 +10,7 @@
 
 namespace {
 
-// What no configuration comes near: a device that never ends must not fill the memory.
+// No configuration is this large. The limit keeps an endless device from filling the memory.
 constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
 
 const char* kind_of_file(mode_t mode) {
@@ -28,7 +28,7 @@ std::string system_error() {
   return std::string("cannot be read: ") + std::strerror(errno);
 }
 
-// What keeps the open file from being read as a configuration; empty if nothing does.
+// Why the open file must not be read as a configuration; empty if it may be read.
 std::string obstacle(const struct stat& about, const std::string& path, Trust trust) {
   if (names_descriptor(path) && !S_ISDIR(about.st_mode)) return "";
   if (!S_ISREG(about.st_mode)) {
@@ -63,7 +63,7 @@ bool names_descriptor(const std::string& path) {
 
 std::optional<ConfigFile> read_config_file(const std::string& path, Trust trust,
                                            std::string& error) {
-  // Without O_NONBLOCK the opening itself waits for somebody to write to a pipe.
+  // Without O_NONBLOCK, open() waits until another process opens the pipe for writing.
   const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat about {};
   if (file.get() < 0 || fstat(file.get(), &about) != 0) {

@@ -1,4 +1,4 @@
-// A file of the configuration, as text.
+// Reads a file of the configuration.
 #ifndef MONITOR_CONFIG_FILE_H
 #define MONITOR_CONFIG_FILE_H
 
@@ -12,15 +12,16 @@
 
 struct ConfigFile {
   std::string text;
-  std::pair<dev_t, ino_t> identity;  // the same under every name
+  std::pair<dev_t, ino_t> identity;  // the same for all names of the file
 };
 
-// True where a pipe is meant: standard input, and what a shell puts in the place of <(command).
-// Whoever starts the program has opened it, and answers for it.
+// True if the path names an open descriptor: standard input, or what a shell substitutes for
+// <(command). The caller of the program opened it and is responsible for it.
 bool names_descriptor(const std::string& path);
 
-// Reads a regular file, or a descriptor that `path` names: any other pipe or device could keep the
-// reader waiting for ever. Nothing, and `error` says why, if it cannot or must not be read.
+// Reads a regular file or an open descriptor. Other pipes and devices are refused, because reading
+// them could wait for ever. Nothing, with the reason in `error`, if the file cannot or must not be
+// read.
 std::optional<ConfigFile> read_config_file(const std::string& path, Trust trust,
                                            std::string& error);
 

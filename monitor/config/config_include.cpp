@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kForm[] = "an array of file names and patterns";
 
-// glob() hands nothing on to its callback.
+// The callback of glob() gets no user data.
 thread_local std::string unreadable_folder;
 
 int note_unreadable(const char* folder, int error) {
@@ -20,15 +20,14 @@ int note_unreadable(const char* folder, int error) {
   return 1;
 }
 
-// The files that a pattern stands for. A folder that cannot be read must not look like one in which
-// there is nothing: `error` says so.
+// The files that match the pattern. If a folder cannot be read, `error` has the reason.
 std::vector<std::string> matching_files(const std::string& pattern, std::string& error) {
   unreadable_folder.clear();
   glob_t found{};
   const int result = glob(pattern.c_str(), 0, note_unreadable, &found);
   std::vector<std::string> files(found.gl_pathv, found.gl_pathv + found.gl_pathc);
   globfree(&found);
-  if (result == GLOB_NOSPACE) error = "no memory";
+  if (result == GLOB_NOSPACE) error = "out of memory";
   if (result == GLOB_ABORTED) error = unreadable_folder;
   return files;
 }
@@ -42,7 +41,7 @@ std::string folder_of(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-// What a folder's name holds must not be taken for a part of the pattern.
+// Escapes the folder's name, so that its characters are not part of the pattern.
 std::string escaped(const std::string& folder) {
   std::string text;
   for (const char letter : folder) {
@@ -69,8 +68,8 @@ std::vector<Included> read_includes(TomlFields& fields, const std::string& path)
         files.push_back({std::move(file), line});
       }
       if (!error.empty()) {
-        fields.mistake(line, "include " + in_quotes(name) + " cannot be looked up: " + error +
-                                 ", expected folders that can be read");
+        fields.mistake(line, "include " + in_quotes(name) + " cannot be searched: " + error +
+                                 ", expected readable folders");
       }
     }
   }

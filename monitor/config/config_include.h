@@ -1,4 +1,4 @@
-// The key "include": which other files belong to a configuration.
+// The key "include": further files of the configuration.
 #ifndef MONITOR_CONFIG_INCLUDE_H
 #define MONITOR_CONFIG_INCLUDE_H
 
@@ -12,9 +12,9 @@ struct Included {
   unsigned line;  // where it is included
 };
 
-// The files that are meant, in the order of the key's elements, those of one pattern sorted. A
-// relative name is one in the folder of `path`, the file that includes. A pattern may stand for no
-// file, while a plain name is given as it stands, whether there is such a file or not.
+// The included files in the order of the key's elements; the files of one pattern are sorted.
+// Relative names start from the folder of the including file, `path`. A pattern may match no file.
+// A name that is not a pattern is returned even if there is no such file.
 std::vector<Included> read_includes(TomlFields& fields, const std::string& path);
 
 #endif

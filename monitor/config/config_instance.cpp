@@ -1,4 +1,4 @@
-// [[instance]]: one item with its parameters.
+// Reads [[instance]]: one item with its parameters.
 #include "config/config_parts.h"
 #include "item/value_check.h"
 #include "text/number_text.h"

@@ -1,4 +1,4 @@
-// An item and its parameters, as instances and alarms name them.
+// Reads the item and parameters of an instance or a report.
 #include "config/config_parts.h"
 #include "item/instance.h"
 #include "item/value_check.h"
@@ -9,13 +9,13 @@ using Presence = TomlFields::Presence;
 
 constexpr char kParamsForm[] = "an array of { name = \"...\", value = \"...\" }";
 
-// What an unreadable parameter counts as: the one that belongs at its place, where places matter.
+// The name for a parameter that is not valid: if positions matter, the name for its position.
 std::string fallback_name(const ItemRow* item, size_t index) {
   const bool by_position = item && item->params->lookup == ParamList::Lookup::kByPosition;
   return by_position ? name_at(*item, index) : "";
 }
 
-// A parameter that cannot be read keeps its place, so that it is not counted as missing as well.
+// A parameter that is not valid keeps its position, so that it is not also reported as missing.
 Param read_param(TomlFields& around, const toml::node& node, const std::string& fallback) {
   if (!node.is_table()) {
     around.mistake(line_of(node), "parameter is " + type_of(node) +
@@ -35,7 +35,7 @@ Param read_param(TomlFields& around, const toml::node& node, const std::string& 
   return param;
 }
 
-// Each mistake or warning at the line of the parameter that is to blame.
+// Adds each mistake or warning with the line of its parameter.
 void blame(TomlFields& fields, const ParamsReading& reading,
            const std::vector<ParamMistake>& mistakes) {
   for (const ParamMistake& mistake : mistakes) {

@@ -1,4 +1,4 @@
-// The parts of the configuration, each read from the table that it stands in.
+// Readers for the parts of the configuration.
 #ifndef MONITOR_CONFIG_PARTS_H
 #define MONITOR_CONFIG_PARTS_H
 
@@ -15,10 +15,10 @@
 #include "item/params.h"
 #include "item/recovery.h"
 
-// The names of instances and watches, and where each of them is.
+// The names of instances and watches with their places.
 class NameRegister {
  public:
-  // The mistake, if the name is that of something else already.
+  // The mistake if the name is already used.
   std::optional<std::string> claim(const std::string& name, const std::string& file, unsigned line);
 
  private:
@@ -29,23 +29,23 @@ class NameRegister {
   std::map<std::string, Place> places_;
 };
 
-// What the tables of one file have in common.
+// The settings that apply to all tables of one file.
 struct FileScope {
   std::string file;
   double every_s = 5.0;  // the period of watches
   double deadline_s = Instance().deadline_s;
-  bool command_recovers = false;           // [recovery] asks a command
+  bool command_recovers = false;           // [recovery] runs a command
   std::vector<std::string> alert_names{};  // of all files
-  bool knows_all_alerts = true;            // no file was unreadable
+  bool knows_all_alerts = true;            // false if a file could not be read
 };
 
-// What alarms of one watch have in common.
+// The settings that apply to all alarms of one watch.
 struct AlarmDefaults {
   Severity severity = Severity::kCritical;
   std::vector<std::string> alerts{};
 };
 
-// The item that the key "item" names; null, with a mistake, if there is none such.
+// The item that the key "item" names; null, with a mistake, if there is no such item.
 const ItemRow* read_item(TomlFields& fields);
 
 // A duration, such as a period.
@@ -57,43 +57,44 @@ struct ParamsReading {
   std::vector<unsigned> lines;  // of the parameters, in their order
 };
 
-// The array "params", checked against the item, unless that is null.
+// The array "params", checked against the item unless `item` is null.
 ParamsReading read_params(TomlFields& fields, const ItemRow* item);
 
 // [recovery]
 Recovery read_recovery(TomlFields& fields);
 
-// The keys of an alarm whose condition is known: for, clear_for, severity, alert, report.
+// Reads the keys of an alarm except its condition: for, clear_for, severity, alert, report.
 void read_alarm_keys(TomlFields& fields, const ItemRow* item, const FileScope& scope,
                      const AlarmDefaults& defaults, AlarmRule& rule);
 
-// The same, and the condition, its bounds and the states.
+// Reads all keys of an alarm.
 AlarmRule read_alarm(TomlFields& fields, const ItemRow* item, const FileScope& scope,
                      const AlarmDefaults& defaults);
 
 // The states of the key "on".
 void read_states(TomlFields& fields, AlarmRule& rule);
 
-// "severity" and "alert" where they stand for several alarms.
+// "severity" and "alert" as defaults for several alarms.
 AlarmDefaults read_alarm_defaults(TomlFields& fields, const FileScope& scope,
                                   const AlarmDefaults& defaults);
 
-// The table "report", whose placeholders are of calls of `alarmed`, or of any item if that is null.
+// The table "report". Its placeholders are checked for the item `alarmed`, or for any item if
+// `alarmed` is null.
 std::optional<AlarmReport> read_report(TomlFields& fields, const ItemRow* alarmed);
-// [status]: the path of the socket, empty without one.
+// [status]: the path of the socket; empty if there is none.
 std::string read_status_socket(TomlFields& fields);
 
-// [instance.alarm], or several [[instance.alarm]], of an instance that calls `item`, which is null
-// if it is a mistake itself.
+// [instance.alarm] or [[instance.alarm]] of an instance of `item`, which is null if the item is not
+// valid.
 std::vector<AlarmRule> read_alarms(TomlFields& fields, const ItemRow* item, const FileScope& scope);
 
-// The names of the tables [alert.NAME], whatever is in them.
+// The names of the tables [alert.NAME], even if their content is not valid.
 std::vector<std::string> names_of_alerts(const toml::table& file);
 
 // The tables [alert.NAME].
 std::vector<Alert> read_alerts(TomlFields& file);
 
-// Warnings about times that do not go together; `key` is where the period stands.
+// Adds warnings about times that do not fit together; `key` is the key of the period.
 void check_times(TomlFields& fields, std::string_view key, const Instance& instance,
                  const FileScope& scope);
 
@@ -101,7 +102,7 @@ void check_times(TomlFields& fields, std::string_view key, const Instance& insta
 void read_instances(TomlFields& file, const FileScope& scope, NameRegister& names,
                     std::vector<Instance>& instances);
 
-// Every [[process]] and [[heartbeat]], and [machine], as the instances that they stand for.
+// The instances of every [[process]], [[heartbeat]] and [machine].
 void read_watches(TomlFields& file, const FileScope& scope, NameRegister& names,
                   std::vector<Instance>& instances);
 

@@ -1,4 +1,4 @@
-// [recovery]: who may have the data plane recovered.
+// Reads [recovery]: whether the data plane may be recovered.
 #include "config/config_parts.h"
 #include "text/wording.h"
 

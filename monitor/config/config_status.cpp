@@ -1,4 +1,4 @@
-// [status]: where the running monitor answers.
+// Reads [status]: the socket of the running monitor.
 #include <sys/un.h>
 
 #include "config/config_parts.h"

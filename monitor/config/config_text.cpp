@@ -6,7 +6,7 @@
 
 namespace {
 
-// As many digits as it takes to read the same number again.
+// The shortest text from which the same number is read.
 std::string exact_number(double number, std::chars_format format) {
   char text[512];
   const auto [end, error] = std::to_chars(text, text + sizeof text, number, format);
@@ -54,7 +54,7 @@ std::string condition_lines(const AlarmRule& rule) {
   return text;
 }
 
-// A key is left out where its value is what counts without it.
+// Leaves out keys that have their default value.
 std::string alarm_table(const AlarmRule& rule) {
   const std::string once = hold({});
   std::string text = "[[instance.alarm]]\n" + condition_lines(rule);
@@ -84,7 +84,7 @@ std::string instance_table(const Instance& instance) {
   return text;
 }
 
-// Without quotes where TOML needs none.
+// Adds quotes only if TOML needs them.
 std::string toml_key(const std::string& name) {
   constexpr char kBare[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
   return name.find_first_not_of(kBare) == std::string::npos ? name : toml_text(name);

@@ -1,4 +1,4 @@
-// A configuration written out in full.
+// Writes a configuration in full.
 #ifndef MONITOR_CONFIG_TEXT_H
 #define MONITOR_CONFIG_TEXT_H
 
@@ -6,11 +6,11 @@
 
 #include "config/config.h"
 
-// TOML that means the same: each watch as the instances that it stands for, each value in its plain
-// unit, nothing included. Read again, it gives the same configuration but for files and lines.
+// TOML with the same meaning: instances instead of watches, values without units, no includes.
+// Reading it gives the same configuration, except for file names and lines.
 std::string config_text(const Plan& config);
 
-// A text in double quotes, with escapes where TOML wants them; the text must be UTF-8.
+// The text in double quotes, with the escapes that TOML needs. The text must be UTF-8.
 std::string toml_text(const std::string& text);
 
 #endif

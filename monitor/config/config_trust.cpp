@@ -4,15 +4,16 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 
+#include "proc/proc_file.h"
 #include "text/wording.h"
 
 namespace {
 
-// In a user namespace: who has no number there, whom the kernel shows as this one.
+// In a user namespace, the kernel shows this number for users that have no number there.
 constexpr uid_t kUnmapped = 65534;
 
 std::string trusted_users() {
@@ -26,7 +27,7 @@ bool is_trusted(uid_t user) {
 
 // "         0       1000          1": first inside, first outside, how many.
 bool has_number(uid_t user) {
-  std::ifstream map("/proc/self/uid_map");
+  std::istringstream map(read_proc_file("/proc/self/uid_map").value_or(""));
   unsigned long inside = 0, outside = 0, count = 0;
   while (map >> inside >> outside >> count) {
     if (user >= inside && user - inside < count) return true;
@@ -51,9 +52,9 @@ std::string bits_fault(const struct stat& about, const char* command) {
 
 std::string folder_fault(const std::string& folder) {
   struct stat about {};
-  if (stat(folder.c_str(), &about) != 0) return "";  // the file's own fault, if it is one
+  if (stat(folder.c_str(), &about) != 0) return "";  // opening the file then fails, too
   std::string fault = owner_fault(about);
-  // Whoever that is, it is an outsider as root of the namespace is.
+  // An owner from outside the namespace has at least the rights of its root.
   if (!fault.empty() && about.st_uid == kUnmapped && !has_number(kUnmapped)) fault.clear();
   if (fault.empty() && (about.st_mode & S_ISVTX) == 0) fault = bits_fault(about, "chmod go-w");
   return fault.empty() ? "" : "is in " + in_quotes(folder) + ", which " + fault;
@@ -64,7 +65,7 @@ std::string real_path(const std::string& path) {
   return real ? real.get() : "";
 }
 
-// Of the folders above, from the root down; `path` is absolute.
+// Checks all folders above the file, from the root down. `path` is absolute.
 std::string folders_fault(const std::string& path) {
   for (size_t slash = path.find('/'); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {
@@ -80,9 +81,9 @@ std::string distrust(const struct stat& file, const std::string& path) {
   std::string fault = owner_fault(file);
   if (fault.empty()) fault = bits_fault(file, "chmod go-w");
   if (fault.empty()) fault = folders_fault(real_path(path));
-  // A link can be put elsewhere by those who can write where it is.
+  // Users who can write to the folder of a link can replace the link.
   const size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   if (fault.empty()) fault = folders_fault(real_path(folder) + '/');
-  return fault.empty() ? "" : fault + "; --allow-writable-config reads it all the same";
+  return fault.empty() ? "" : fault + "; use --allow-writable-config to read it anyway";
 }

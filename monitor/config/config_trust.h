@@ -1,4 +1,4 @@
-// Who else could change what a configuration says.
+// Checks who can change a configuration.
 #ifndef MONITOR_CONFIG_TRUST_H
 #define MONITOR_CONFIG_TRUST_H
 
@@ -7,16 +7,16 @@
 #include <string>
 
 enum class Trust {
-  kChecked,     // a configuration is code: only root and who runs it may be able to write it
-  kEverything,  // for trials
+  kChecked,     // only root and the user of this process may be able to change it
+  kEverything,  // no check, for trials
 };
 
-// Why somebody else than root and the user of this process could change the open file, or put
-// another in its place: who owns it and the folders that lead to it, and who may write there. Empty
-// if nobody can.
+// A configuration contains commands, so nobody else may change it. Returns why users other than
+// root and the user of this process can change the open file or replace it: by the owner or mode of
+// the file or of a folder above it. Empty if they cannot.
 //
-// A folder that everybody can write is no danger if its sticky bit is set: nobody can take away
-// what others have put there.
+// A folder that everybody can write to is accepted if its sticky bit is set, because users then
+// cannot replace files of others.
 std::string distrust(const struct stat& file, const std::string& path);
 
 #endif

@@ -1,4 +1,4 @@
-// Watches: [[process]], [[heartbeat]] and [machine], each of which stands for instances.
+// Watches: [[process]], [[heartbeat]] and [machine]. Each is read as one or several instances.
 #include <string_view>
 
 #include "config/config_parts.h"
@@ -13,7 +13,7 @@ using Condition = AlarmRule::Condition;
 constexpr size_t kMostBytes = FI_PARAM_VALUE_LEN - 1;
 constexpr TomlFields::Range kModules{0.0, 65534.0, "a whole number"};
 
-// What a process is known by.
+// How a watch identifies its process.
 struct Target {
   Match match = Match::kNone;  // kNone: a mistake
   const char* key = "";
@@ -36,8 +36,8 @@ struct ProcessMeasure {
   const char* prefix;
   const char* wildcard;
 };
-// No item tells whether a process runs that a pattern matches. But where none does, the memory of
-// the largest one is absent.
+// No item tells whether a process that matches a pattern runs. But if none runs, the item for the
+// memory of the largest one reports "absent".
 constexpr ProcessMeasure kRunning{"running", "IsExistProcess", "IsExistProcessExtern",
                                   "GetProcessMemoryFuzzyMatch"};
 constexpr ProcessMeasure kMemory{"memory", "GetProcessMemory", "GetProcessMemoryExtern",
@@ -64,7 +64,7 @@ constexpr char kMachineKeys[] = "cpu, user_cpu, memory, free_memory, disk";
 constexpr char kMeasureForm[] = "true, a table such as { above = ... }, or several of them in [ ]";
 constexpr char kFlagForm[] = "true or a table such as { for = ... }";
 
-// Calls in a row without a look at the process, after which its alarm says so.
+// An alarm is raised after this many consecutive calls that could not check the process.
 constexpr unsigned kBlindCalls = 3;
 
 const ItemRow& item_for(const ProcessMeasure& measure, Match match) {
@@ -86,7 +86,7 @@ std::string place_in(std::string_view key, const TomlFields& fields) {
   return std::string(key) + " of " + fields.where();
 }
 
-// What keeps the bytes of a name from reaching the item whole; empty if nothing does.
+// Why the name is too long for the item; empty if it is not.
 std::string length_fault(std::string_view text, size_t most) {
   if (text.size() <= most) return "";
   return "has " + std::to_string(text.size()) + " bytes, expected at most " + std::to_string(most);
@@ -102,13 +102,13 @@ class WatchReader {
   void read_machine(TomlFields fields);
 
  private:
-  // What the instances of one watch have in common.
+  // The settings of all instances of one watch.
   struct Common {
     std::string name;
     double every_s;
     double deadline_s;
     AlarmDefaults alarms;
-    bool claims_names = true;  // false: its own is taken, which has been said
+    bool claims_names = true;  // false: the watch's name is used twice, which is already reported
   };
   using Rules = std::vector<AlarmRule>;
 
@@ -135,7 +135,7 @@ class WatchReader {
   std::vector<Instance>& instances_;
 };
 
-// Nothing if the name cannot be used, which has been said.
+// Nothing, with a mistake, if the name cannot be used.
 std::optional<std::string> WatchReader::read_name(TomlFields& fields) {
   std::optional<std::string> name = fields.text("name", Presence::kRequired);
   if (!name) return std::nullopt;
@@ -161,7 +161,7 @@ void WatchReader::check_target(TomlFields& fields, const Target& target, ParamRo
   const std::string length = length_fault(target.text, kMostBytes);
   if (!length.empty()) fields.mistake(line, key + length);
   if (target.match != Match::kWildcard && target.text.find('*') != std::string::npos) {
-    fields.warning(line, key + "has a *, which is compared as it is, expected match = " +
+    fields.warning(line, key + "has a *, which is compared literally, expected match = " +
                              in_quotes(target.text) + " for a pattern");
     return;
   }
@@ -191,7 +191,7 @@ Target WatchReader::read_target(TomlFields& fields) {
   return {};
 }
 
-// Of a measure with bounds of its own; none if it is only measured.
+// The alarms of a measure with bounds; none if it is only measured.
 WatchReader::Rules WatchReader::measured_rules(TomlFields& fields, std::string_view key,
                                                const ItemRow& item, const Common& common) {
   const toml::node& node = *fields.any(key);
@@ -212,7 +212,7 @@ WatchReader::Rules WatchReader::measured_rules(TomlFields& fields, std::string_v
   return rules;
 }
 
-// Of a measure whose bad value is known: the rule, and what the configuration says of it.
+// The alarm of a measure with a fixed bad value: the rule with the keys of the configuration.
 AlarmRule WatchReader::flag_rule(TomlFields& fields, const char* key, const ItemRow& item,
                                  AlarmRule rule, const Common& common) {
   const toml::node& node = *fields.any(key);
@@ -237,7 +237,7 @@ WatchReader::Rules WatchReader::running_rules(TomlFields& fields, const ItemRow&
     none.states = {State::kAbsent};
   }
   none = flag_rule(fields, kRunning.key, item, none, common);
-  // A monitor that sees nothing must not look like one that sees nothing wrong.
+  // If the monitor cannot check the process, an alarm must show this.
   AlarmRule unseen;
   unseen.states = {State::kFailed, State::kBlind, State::kUnjudged};
   unseen.raise_after.calls = kBlindCalls;
@@ -246,7 +246,7 @@ WatchReader::Rules WatchReader::running_rules(TomlFields& fields, const ItemRow&
   return {none, unseen};
 }
 
-// Whether "of" says so, in one table or in all of several.
+// True if "of" is "core". With several tables, all must have the same "of".
 bool WatchReader::counts_one_core(TomlFields& fields) {
   const toml::node& node = *fields.any(kMachineCpu.key);
   std::optional<std::string> agreed;
@@ -293,7 +293,7 @@ void WatchReader::add_process_measures(TomlFields& fields, const Target& target,
   add_measure(kHandles, measured);
 }
 
-// The item takes a pattern and nothing else.
+// The item accepts only patterns.
 void WatchReader::add_hung(TomlFields& fields, const Target& target, const Common& common) {
   static constexpr char kKey[] = "hung";  // static: the fields keep a view of it
   if (!fields.any(kKey)) return;
@@ -302,8 +302,8 @@ void WatchReader::add_hung(TomlFields& fields, const Target& target, const Commo
   const std::string pattern = target.text + (is_prefix ? "*" : "");
   const size_t wild = target.text.find_first_of("*?");
   if (target.match != Match::kWildcard && wild != std::string::npos) {
-    fields.warning(fields.line(kKey), "hung compares a pattern, where the " +
-                                          target.text.substr(wild, 1) + " in " + target.key +
+    fields.warning(fields.line(kKey), "hung uses " + std::string(target.key) +
+                                          " as a pattern, in which " + target.text.substr(wild, 1) +
                                           " matches any text, expected " + target.key +
                                           " without * and ?");
   }

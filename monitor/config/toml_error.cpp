@@ -10,11 +10,11 @@ namespace {
 
 constexpr char kBlanks[] = " \t\r";
 
-// The place at which the parser gave up.
+// The place of the error.
 struct Place {
   unsigned line_number;
   std::string line;  // without blanks around it
-  std::string rest;  // of the line, from that place on
+  std::string rest;  // the line from that place on
   std::string word;  // around that place
 };
 
@@ -24,7 +24,7 @@ std::string trimmed(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-// Counted from 1; empty behind the end.
+// The line with this number, counted from 1; empty after the last line.
 std::string nth_line(const std::string& text, unsigned number) {
   size_t begin = 0;
   for (unsigned i = 1; i < number && begin != std::string::npos; ++i) {
@@ -48,7 +48,7 @@ std::string word_around(const std::string& line, size_t offset) {
   return line.substr(begin, std::min(line.find_first_of(kDelimiters, offset), line.size()) - begin);
 }
 
-// Enough to find it by.
+// Truncates long text; the start is enough to find it.
 std::string shortened(const std::string& text) {
   constexpr size_t kMostColumns = 60;
   return width_of(text) <= kMostColumns ? text : cut(text, kMostColumns) + "...";
@@ -61,7 +61,7 @@ Place find_place(const std::string& text, const toml::source_position& position)
           shortened(word_around(line, offset))};
 }
 
-// "[[instance]]" and no more.
+// True if the line is only a header, such as "[[instance]]".
 bool is_header(const std::string& line) {
   const size_t begin = line.find_first_not_of('['), end = line.find_last_not_of(']');
   return begin != 0 && begin != std::string::npos && end + 1 < line.size() &&
@@ -70,10 +70,10 @@ bool is_header(const std::string& line) {
 
 std::string unquoted(const Place& place) {
   const std::string& word = place.word;
-  if (is_header(place.line)) {  // which an array that is still open makes its next element
+  if (is_header(place.line)) {  // inside an open array, the parser reads it as an element
     return "found " + place.line + " inside [ ], expected the closing ] before it";
   }
-  if (word.compare(0, 2, "\u201c", 2) == 0) {  // a word processor's quotes begin with these bytes
+  if (word.compare(0, 2, "\u201c", 2) == 0) {  // curly quotes begin with these bytes
     return "found " + word + " in curly quotes, expected straight quotes (\")";
   }
   return "found " + word + " without quotes, expected text in quotes (" + in_quotes(word) +
@@ -85,8 +85,7 @@ std::string closing_of(const std::string& header) {
   return header.compare(0, 2, "[[") == 0 ? "]]" : "]";
 }
 
-// What the parser says, in whole or in part, and what that means. Of several rows that fit, the
-// first is the one.
+// Part of the parser's message, and the description of the mistake. The first matching row counts.
 struct Row {
   std::string_view part;
   std::string (*meaning)(const Place&);
@@ -176,8 +175,8 @@ const Row kRows[] = {
     {"while parsing decimal integer", unquoted},
 };
 
-// Text that goes on to the end of the file begins at its last quotes of three, if those are what it
-// begins with; the parser only tells where it ends.
+// For a text without closing quotes the parser only reports the end of the file. A multi-line text
+// begins at the last triple quotes.
 unsigned line_of_open_quotes(const std::string& text, unsigned end_line) {
   const size_t begin = std::max(text.rfind("\"\"\"") + 1, text.rfind("'''") + 1);
   return begin == 0 ? end_line : line_at(text, begin - 1);

@@ -1,4 +1,4 @@
-// What is wrong with a file that is no TOML, in words of somebody who writes TOML.
+// Describes a TOML syntax error in terms of the text, not of the parser.
 #ifndef MONITOR_TOML_ERROR_H
 #define MONITOR_TOML_ERROR_H
 
@@ -8,7 +8,7 @@
 
 #include "text/mistake.h"
 
-// The mistake in `text`, for which the parser gave this error.
+// The mistake in `text` for this error of the parser.
 Mistake toml_mistake(const std::string& text, const toml::parse_error& error);
 
 #endif

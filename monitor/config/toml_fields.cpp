@@ -44,7 +44,7 @@ void TomlFields::wrong_type(std::string_view key, const toml::node& node, const 
 
 bool TomlFields::in_range(std::string_view key, const toml::node& node, double value,
                           const Range& range) {
-  if (value >= range.least && value <= range.most) return true;  // NaN is in no range
+  if (value >= range.least && value <= range.most) return true;  // false for NaN
   mistake(line_of(node), std::string(key) + " is " + number_text(value) + ", expected " +
                              range.what + " from " + number_text(range.least) + " to " +
                              number_text(range.most));
@@ -57,7 +57,7 @@ std::optional<std::string> TomlFields::text_in(std::string_view key, const toml:
     wrong_type(key, node, expected);
     return std::nullopt;
   }
-  // Records, commands and terminals would end the text there.
+  // Records, commands and terminals would treat it as the end of the text.
   if (node.as_string()->get().find('\0') != std::string::npos) {
     mistake(line_of(node), std::string(key) + " holds a NUL character, expected text without one");
     return std::nullopt;
@@ -109,7 +109,7 @@ std::optional<double> TomlFields::quantity(std::string_view key, Presence presen
   }
   const std::optional<double> value =
       text ? read_quantity(text->get(), kind) : node->value<double>();
-  if (value && *value >= least && *value <= most) return value;  // NaN is in no range
+  if (value && *value >= least && *value <= most) return value;  // false for NaN
   const std::string found = text ? in_quotes(text->get()) : number_text(value.value_or(0.0));
   mistake(
       line_of(*node),

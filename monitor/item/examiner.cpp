@@ -131,7 +131,7 @@ double Examiner::standing_s() const {
   return std::chrono::duration<double>(since).count();
 }
 
-// When the thread is named for the first time it has stood still since the oldest call of the ring.
+// The item names a thread only after it has not run since the oldest call in the ring.
 void Examiner::note_standing(int tid) {
   if (tid == standing_tid_) return;
   standing_tid_ = tid;
@@ -321,9 +321,9 @@ void Examiner::look_at_owner(const MIRT_AGENT_HEART_INFO_S& entry) {
   times_before_ = std::exchange(owner_times_, times_of_owner());
 }
 
-// The heartbeat stands still. Does the owner wait for a processor, or has it waited until now? At
-// the end of a load this call and the owner get to run at the same time, this call first: a wait
-// then ends only after the first look, and a beat comes with it.
+// The heartbeat is unchanged. Finds out whether the owner waits for a processor or has just waited.
+// At the end of a load this call can run shortly before the owner. The wait then ends after the
+// first look, and the owner refreshes its heartbeat.
 void Examiner::look_again(uint64_t judged) {
   std::this_thread::sleep_for(kTicks);
   const std::vector<int> waiting = still_waiting(static_cast<int>(owner_), owner_times_);

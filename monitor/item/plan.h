@@ -1,4 +1,4 @@
-// All that a run works with. A reload brings a new one.
+// The complete input of a run. A reload replaces it.
 #ifndef MONITOR_PLAN_H
 #define MONITOR_PLAN_H
 
@@ -13,13 +13,13 @@ struct Plan {
   std::vector<Instance> instances;
   std::vector<Alert> alerts;
   Recovery recovery;
-  std::string state_file;     // what must outlast a restart; empty: nothing is kept
+  std::string state_file;     // keeps state over a restart; empty: nothing is kept
   std::string status_socket;  // where the monitor answers; empty: nowhere
-  unsigned workers = 0;       // the most calls at one time; 0: as many as there can be
+  unsigned workers = 0;       // the most calls at one time; 0: one for each instance and report
 };
 
-// True if both describe the same watch, wherever they are configured: a call, a context and an
-// alarm of the one are as good for the other.
+// True if both differ at most in the place of their configuration, so that the context and the
+// alarms of one are valid for the other.
 bool same_watch(const Instance& a, const Instance& b);
 
 #endif

@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr uint64_t kMostModule = 0xFFFF;    // in the heartbeat table the mark of a free entry
-constexpr uint64_t kMostCode = 0xFFFFFFFE;  // one more is how the items call a missing code
+constexpr uint64_t kMostModule = 0xFFFF;    // marks a free entry of the heartbeat table
+constexpr uint64_t kMostCode = 0xFFFFFFFE;  // the items use the next number for a missing code
 
-// The error codes of SendErrRpt, each with the parameter that it needs beyond those of all.
+// The error codes of SendErrRpt, each with the additional parameter that it needs.
 struct CodeRow {
   uint64_t code;
   const char* text;
@@ -23,7 +23,7 @@ constexpr CodeRow kCodes[] = {{0xF0000203, "0xF0000203", "ResId"},
                               {0xF0000204, "0xF0000204", "ResId"},
                               {0xF000020F, "0xF000020F", "ProcessName"}};
 
-// The place of the parameter that the item would take for this name.
+// The position of the parameter that the item uses for this name.
 std::optional<size_t> place_of(const std::vector<Param>& params, std::string_view name) {
   const auto found = std::find_if(params.begin(), params.end(),
                                   [&](const Param& param) { return param.name == name; });
@@ -31,7 +31,7 @@ std::optional<size_t> place_of(const std::vector<Param>& params, std::string_vie
   return static_cast<size_t>(found - params.begin());
 }
 
-// How a number is written, and from where to where it goes.
+// The notation and the range of a number.
 enum class Digits { kDecimal, kDecimalOrHexadecimal };
 struct NumberForm {
   Digits digits;
@@ -54,8 +54,8 @@ std::string described(const NumberForm& form) {
          (form.digits == Digits::kDecimal ? ", decimal" : ", decimal or after 0x");
 }
 
-// The number that a value of a report will be; nothing, with a mistake, if it is none up to `most`.
-// Nothing either if there is no such parameter, or one that has a placeholder.
+// The number of this parameter of a report; nothing, with a mistake, if it is not a number up to
+// `most`. Nothing also if there is no such parameter, or if it has a placeholder.
 std::optional<uint64_t> report_number(const std::vector<Param>& params, const char* name,
                                       uint64_t most, ParamMistakes& mistakes) {
   const NumberForm form{Digits::kDecimalOrHexadecimal, 0, most};
@@ -115,7 +115,7 @@ std::optional<Fault> check_line_break(const std::string& value, const char* may_
 std::optional<Fault> check_literal(const std::string& value) {
   if (value.find('*') != std::string::npos) {
     return Fault{
-        "has a *, which this item compares as it is, expected a FuzzyMatch item for patterns",
+        "has a *, which this item compares literally, expected a FuzzyMatch item for patterns",
         true};
   }
   return check_line_break(value, "");
@@ -143,8 +143,8 @@ std::optional<Fault> check_pattern(const std::string& value) {
   return check_line_break(value, "*");
 }
 
-// The item finds the name in the process's status file: up to the first blank, and with a backslash
-// written as two characters.
+// The item reads the name from the status file of the process, up to the first blank. The kernel
+// writes a backslash there as two characters.
 std::optional<Fault> check_short_name(const std::string& value) {
   constexpr size_t kLongest = 15;
   const size_t written_as = value.find('\\') == std::string::npos ? 1 : 2;

@@ -1,4 +1,4 @@
-// Whether a configuration's values make sense to their item, checked before it is ever called.
+// Checks before the first call whether the values of parameters make sense for their item.
 #ifndef MONITOR_VALUE_CHECK_H
 #define MONITOR_VALUE_CHECK_H
 
@@ -18,17 +18,15 @@ struct ValueFault {
   bool is_warning = false;
 };
 
-// Nothing if a value of this kind can be so.
+// The fault of a value of this kind; nothing if it is usable.
 std::optional<ValueFault> check_value(ParamRow::Value kind, const std::string& value);
 
-// What would make the item refuse its parameters, take them for others than they seem to be, or
-// measure nothing without a word: an error code that it does not know, a module id that is no
-// number of 16 bits, a name that no process can have. In a report, a value with a placeholder is
-// known only when it is sent, and passes.
+// Finds values that the item would refuse, misunderstand, or silently not measure: an unknown error
+// code, a module id that is not a 16-bit number, a name that no process can have. Values of a
+// report with a placeholder are not checked, because they are known only when it is sent.
 ParamMistakes check_values(const ItemRow& item, const std::vector<Param>& params);
 
-// A warning if the item is called more often than its calls can follow each other: `seconds` is the
-// time from call to call.
+// A warning if a call of the item takes at least the period of `seconds`.
 std::optional<std::string> check_period(const ItemRow& item, const std::vector<Param>& params,
                                         double seconds);
 

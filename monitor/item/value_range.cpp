@@ -18,8 +18,8 @@ constexpr double kMostMib = 2097152.0;  // a process's memory is counted in a si
 
 struct ValueRange {
   double least;
-  double usual_most;  // beyond it only by a limit lowered meanwhile, or by rounding
-  double most;        // no value is beyond it
+  double usual_most;  // higher values occur only after a limit was lowered, or by rounding
+  double most;        // no value is higher
   bool whole;         // no value has a fraction
 };
 

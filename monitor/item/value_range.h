@@ -1,4 +1,4 @@
-// Which values an item can give, and so which conditions of an alarm make sense.
+// Checks the condition of an alarm against the values that its item can return.
 #ifndef MONITOR_VALUE_RANGE_H
 #define MONITOR_VALUE_RANGE_H
 
@@ -9,12 +9,12 @@
 #include "item/item_table.h"
 
 struct BoundFault {
-  bool is_mistake;  // the condition can never hold; else it hardly ever does, or always
+  bool is_mistake;  // the condition is never true; else it is rarely or always true
   bool holds_always;
   std::string text;  // "is 1000, which never holds ...": what was found, what was expected
 };
 
-// What is wrong with the bound of a condition on the item's values.
+// The fault of this bound for the values of the item; nothing if it is usable.
 std::optional<BoundFault> check_bound(const ItemRow& item, AlarmRule::Condition condition,
                                       double bound);
 

@@ -55,7 +55,7 @@ void ReportQueue::connect() {
   mirt_host_set_report_handler(receive, this);
 }
 
-// Called from C: nothing may be thrown through it. A report that cannot be kept is not accepted.
+// Called from C, so it must not throw. A report that cannot be stored is refused.
 int32_t ReportQueue::receive(const MIRT_HOST_REPORT_S* report, void* user) try {
   auto& queue = *static_cast<ReportQueue*>(user);
   Report copy = copy_of(*report);

@@ -1,4 +1,4 @@
-// Reports on their way from the items that send them to the thread that writes.
+// Passes reports from the items that send them to the thread that writes them.
 #ifndef MONITOR_REPORT_QUEUE_H
 #define MONITOR_REPORT_QUEUE_H
 
@@ -13,14 +13,14 @@
 #include "proc/wake.h"
 #include "text/clock_text.h"
 
-// Who sends a report: the instance whose item does, and the alarm that it belongs to, if any.
+// The sender of a report: the instance whose item sends it, and the alarm, if there is one.
 struct ReportOrigin {
   std::string instance;
   std::string alarm;
 };
 
-// Names the origin of all reports that this thread sends from now on; null: none. The record must
-// stay where it is until then.
+// Sets the origin of all further reports of this thread; null: none. The record must stay valid
+// until the next call.
 void set_report_origin(const ReportOrigin* origin);
 
 // A report or error as an item sent it.
@@ -33,29 +33,30 @@ struct Report {
   uint8_t rpt_type;
   std::vector<Param> params;  // in the order in which they were attached
   std::string description;
-  std::optional<std::string> function;  // where an error without a report object was sent
-  uint32_t line;                        // with `function`
+  std::optional<std::string> function;  // the sender of an error without a report object
+  uint32_t line;                        // valid with `function`
 };
 
 // "0xF000020F"
 std::string err_code_text(const Report& report);
 
-// "report 0xF000020F  resType 0xF011 ...": everything in one line, as it came.
+// "report 0xF000020F  resType 0xF011 ...": the whole report on one line.
 std::string report_text(const Report& report);
 
-// Filled on the threads of the items, emptied by one.
+// Any thread adds reports; one thread takes them.
 class ReportQueue {
  public:
-  // `wake` is set when a report has come.
+  // `wake` is set when a report arrives.
   explicit ReportQueue(const Wake& wake) : wake_(wake) {}
-  // The host library must send nothing any more.
+  // The host library must not deliver reports any more.
   ~ReportQueue() = default;
   ReportQueue(const ReportQueue&) = delete;
   ReportQueue& operator=(const ReportQueue&) = delete;
 
-  // Has the host library deliver every report here.
+  // From now on the host library delivers every report to this queue.
   void connect();
 
+  // The reports since the previous call.
   std::vector<Report> take();
 
  private:

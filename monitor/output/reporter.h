@@ -1,4 +1,4 @@
-// Where the outcomes of calls go.
+// Writes the results of calls.
 #ifndef MONITOR_REPORTER_H
 #define MONITOR_REPORTER_H
 
@@ -24,37 +24,37 @@ struct Answer {
   double value;  // as the item returned it
   const FI_RESULT_S& result;
   WallTime time;                         // when it returned
-  std::optional<WallTime> called_since;  // when it was called, if it has been reported as blind
+  std::optional<WallTime> called_since;  // when the call began, if it was reported as blind
   const std::optional<ThreadOwner>& thread_owner;
-  const std::optional<ThreadEvidence>& evidence;  // of a thread that hangs
-  double standing_s;                              // for how long it has stood still
+  const std::optional<ThreadEvidence>& evidence;  // of a hung thread
+  double standing_s;                              // for how long this thread has hung
   Finding finding;
-  State state = State::kOk;           // what the instance is in after this answer
-  bool state_is_new = false;          // it was in another one before
-  bool of_alarm = false;              // it is the report that the instance's alarm sends
-  std::vector<std::string> alarms{};  // the ids of the alarms that are raised
-  std::string note{};  // what else is known: "process 77 was killed by signal 9 after 3 h"
+  State state = State::kOk;           // of the instance after this answer
+  bool state_is_new = false;          // the state before was another one
+  bool of_alarm = false;              // the call sent the report of an alarm
+  std::vector<std::string> alarms{};  // ids of the raised alarms
+  std::string note{};  // about the process: "process 77 killed by signal 9 after 3 h 12 min"
 
   bool valid() const { return result.result == 0; }
-  // True if the value is to be shown: the item measured it, or says that all is well.
+  // True if the value is meaningful: the item measured it, or reported no problem.
   bool has_value() const;
-  // The process or thread that the value belongs to, if the item names one; 0 means none matched.
+  // The process or thread of the value, if the item names one; 0 means that none matched.
   std::optional<int> pid() const;
-  // The thread, if `pid` is one.
+  // The thread, if pid() is a thread.
   std::optional<int> thread() const;
-  // The flow id that a process left whose heartbeat has stopped.
+  // The flow id of a process whose heartbeat has stopped.
   std::optional<unsigned> flow_id() const;
 };
 
-// One call that is past its deadline.
+// A call that has exceeded its deadline.
 struct Blindness {
   const Instance& instance;
   WallTime time;
   WallTime since;      // when the call began
-  std::string detail;  // where it waits, if that can be told
+  std::string detail;  // where it waits; empty if unknown
 };
 
-// An alarm raised or cleared, by an answer or, while there is none, by the time that has passed.
+// An alarm that was raised or cleared, by an answer or, while the instance is blind, without one.
 struct AlarmChange {
   const Instance& instance;
   const AlarmRule& rule;
@@ -62,14 +62,14 @@ struct AlarmChange {
   const Answer* answer;  // null: the instance is blind
   State state;
   bool raised;
-  std::string id;     // the same when it is raised, in its report, and when it is cleared
-  std::string cause;  // why, if something is known beside the answer
+  std::string id;     // the same when raised, in the report, and when cleared
+  std::string cause;  // additional reason; empty if there is none
 };
 
 // The evidence as JSON: name, state, wchan, stack, switches, ...
 Json evidence_json(const Answer& answer);
 
-// Called by one thread at a time.
+// Use it on one thread at a time.
 class Reporter {
  public:
   Reporter() = default;
@@ -81,16 +81,16 @@ class Reporter {
   virtual void went_blind(const Blindness& blindness) = 0;
   virtual void alarm_changed(const AlarmChange& change) = 0;
   virtual void reported(const Report& report) = 0;
-  // Something that concerns several instances: "the monitor did not run for 3.2 s".
+  // An event that concerns several instances: "the monitor did not run for 3.2 s".
   virtual void happened(const std::string& text) = 0;
-  // From now on the lines are of these instances.
+  // Sets the instances of the following lines.
   virtual void lay_out(const std::vector<Instance>& instances) = 0;
 };
 
 // "raised: above 90 for 3 calls"
 std::string change_text(const AlarmChange& change);
 
-// Aligned lines; failures in red where `colour` is set. Names and units set the columns' widths.
+// Aligned lines, with failures in red if `colour` is set. The longest name and unit set the widths.
 std::unique_ptr<Reporter> report_to_people(LineQueue& out, bool colour);
 std::string loss_for_people(const LineQueue::Loss& loss);
 

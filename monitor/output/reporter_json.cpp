@@ -8,7 +8,7 @@
 
 namespace {
 
-// Items measure in float: 12.3F is to be written as 12.3, not as 12.300000190734863.
+// Items measure in float: 12.3F must be written as 12.3, not as 12.300000190734863.
 double shortest(double value) {
   char text[64];
   const auto written = std::to_chars(text, text + sizeof text, static_cast<float>(value));
@@ -94,7 +94,7 @@ class JsonReporter final : public Reporter {
     line["function"] = report.function ? Json(*report.function) : Json();
     line["line"] = report.function ? Json(report.line) : Json();
     write(line, Weight::kLasting);
-    log_line("event", report_text(report));  // the log has it as well
+    log_line("event", report_text(report));
   }
 
  private:

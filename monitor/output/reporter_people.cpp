@@ -80,7 +80,7 @@ class PeopleReporter final : public Reporter {
  private:
   using Weight = LineQueue::Weight;
 
-  // Why there is no value: the item's own words where it has some, then the monitor's.
+  // Why there is no value: the item's reason, if any, then the monitor's detail.
   std::string reason_text(const Answer& answer) const {
     std::string text = answer.valid() ? "" : answer.result.reason;
     if (!answer.finding.detail.empty()) text += (text.empty() ? "" : " ") + answer.finding.detail;

@@ -8,8 +8,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -56,8 +54,8 @@ bool kill_below(pid_t process, const ByParent& processes) {
 }
 
 bool is_marked(pid_t process, const std::string& mark) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/environ", std::ios::binary);
-  const std::string environment{std::istreambuf_iterator<char>(file), {}};
+  constexpr size_t kMost = size_t{4} << 20;
+  const std::string environment = read_proc_file(proc_path(process, "environ"), kMost).value_or("");
   const std::string border(1, '\0');
   return (border + environment).find(border + mark + border) != std::string::npos;
 }

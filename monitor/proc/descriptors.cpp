@@ -7,8 +7,8 @@
 
 namespace {
 
-// Looked at one by one: to list /proc/self/fd takes a descriptor itself. Beyond this many nobody
-// has to save.
+// Descriptors are checked one by one, because listing /proc/self/fd needs a descriptor. A process
+// with more than this number is not short of descriptors.
 constexpr size_t kMostLookedAt = 4096;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// How many files this process may open.
+// Limits of open files.
 #ifndef MONITOR_DESCRIPTORS_H
 #define MONITOR_DESCRIPTORS_H
 
@@ -7,7 +7,7 @@
 // The limit of open files (RLIMIT_NOFILE).
 size_t descriptor_limit();
 
-// How many more can be opened now.
+// The number of descriptors that are free now.
 size_t free_descriptors();
 
 #endif

@@ -11,7 +11,7 @@
 
 namespace {
 
-// ZFS has no device nodes for what it mounts.
+// ZFS file systems have no device node.
 bool is_local(const mntent& mount) {
   return std::string_view(mount.mnt_fsname).substr(0, 5) == "/dev/" ||
          std::string_view(mount.mnt_type) == "zfs";
@@ -31,7 +31,7 @@ std::vector<std::string> local_file_systems() {
     const std::string folder = mount.mnt_dir;
     if (!is_local(mount) || !hasmntopt(&mount, "rw")) continue;
     if (stat(folder.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) continue;
-    // The same one can be mounted in many places: the shortest name is the one that people know.
+    // A file system can be mounted several times. Takes the shortest path.
     std::string& known = folders.emplace(about.st_dev, folder).first->second;
     if (folder.size() < known.size()) known = folder;
   }

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-// One folder for each: "/" first, then those that are on a device of this machine and can be
-// written. Nothing of the network is touched, where an answer can take for ever.
+// One folder for each: "/" first, then the writable file systems on devices of this machine.
+// Network file systems are not touched, because they may never answer.
 std::vector<std::string> local_file_systems();
 
 #endif

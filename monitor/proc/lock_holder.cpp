@@ -4,7 +4,9 @@
 #include <sys/sysmacros.h>
 
 #include <cstdio>
-#include <fstream>
+#include <sstream>
+
+#include "proc/proc_file.h"
 
 std::optional<int> holder_in(std::istream& locks, dev_t device, ino_t inode) {
   // "3: FLOCK  ADVISORY  WRITE 4711 fd:01:131090 0 EOF": the PID, the device numbers in
@@ -25,11 +27,8 @@ std::optional<int> holder_in(std::istream& locks, dev_t device, ino_t inode) {
 std::optional<LockHolder> holder_of_lock(const char* path) {
   struct stat file {};
   if (stat(path, &file) != 0) return std::nullopt;
-  std::ifstream locks("/proc/locks");
+  std::istringstream locks(read_proc_file("/proc/locks", size_t{4} << 20).value_or(""));
   const std::optional<int> pid = holder_in(locks, file.st_dev, file.st_ino);
   if (!pid) return std::nullopt;
-  LockHolder holder{*pid, ""};
-  std::ifstream comm("/proc/" + std::to_string(*pid) + "/comm");
-  std::getline(comm, holder.name);
-  return holder;
+  return LockHolder{*pid, name_of_process(*pid)};
 }

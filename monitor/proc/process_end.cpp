@@ -19,7 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-// What PIDFD_GET_INFO gives, in its first version; later ones only add to it.
+// The result of PIDFD_GET_INFO in its first version; later versions only add fields.
 struct PidfdInfo {
   uint64_t mask;
   uint64_t cgroup_id;
@@ -30,7 +30,8 @@ static_assert(sizeof(PidfdInfo) == 64);
 constexpr uint64_t kInfoExit = 1U << 3;
 #define MIRT_PIDFD_GET_INFO _IOWR(0xFF, 11, PidfdInfo)
 
-// The fields of /proc/PID/stat from the third on: behind the last ")", as the name can hold any.
+// The fields of /proc/PID/stat from the third on. They follow the last ")", because the name can
+// contain ")".
 // "4242 (a) b) S 1 ..." -> "S 1 ..."
 std::string fields_behind_name(int pid) {
   const std::string stat = read_proc_file(proc_path(pid, "stat")).value_or("");
@@ -38,7 +39,7 @@ std::string fields_behind_name(int pid) {
   return end_of_name == std::string::npos ? "" : stat.substr(end_of_name + 2);
 }
 
-// Numbers count as in proc(5). Empty if there is none of that number.
+// The field with this number, as in proc(5); empty if there is no such field.
 std::string field(const std::string& fields_from_third, int number) {
   size_t begin = 0;
   for (int skipped = 3; skipped < number; ++skipped) {
@@ -51,7 +52,7 @@ std::string field(const std::string& fields_from_third, int number) {
 
 constexpr int kState = 3, kStartTime = 22, kExitCode = 52;
 
-// 0 if there is no such process: nothing but the idle task has started so early.
+// The start time in ticks; 0 if there is no such process.
 unsigned long long start_ticks_of(int pid) {
   return std::strtoull(field(fields_behind_name(pid), kStartTime).c_str(), nullptr, 10);
 }
@@ -64,7 +65,7 @@ bool is_readable(int fd) {
   return count > 0;
 }
 
-// The time since the machine started, in which start times are counted: it goes on in a suspend.
+// The time since the machine started, including suspended time, like the start times of processes.
 nanoseconds uptime() {
   timespec time{};
   clock_gettime(CLOCK_BOOTTIME, &time);
@@ -82,10 +83,10 @@ std::optional<FollowedProcess> FollowedProcess::follow(int pid, Steady::time_poi
   UniqueFd fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (fd.get() < 0) return std::nullopt;
   const unsigned long long ticks = start_ticks_of(pid);
-  // It runs still, so the number has been its own, and what was read is about it.
+  // The process still runs, so the PID was not reused and the data is about this process.
   const bool is_its_own = ticks != 0 && !is_readable(fd.get());
-  // Too early if the machine was suspended since, or this thread does not get to run: a process
-  // that was seen is never refused.
+  // A suspend or a delay of this thread makes this time too early. So a process that was seen is
+  // never refused.
   const Steady::time_point now = Steady::now();
   const auto began = now - (uptime() - from_ticks(ticks));
   if (!is_its_own || began > seen) {
@@ -106,11 +107,11 @@ std::optional<ProcessEnd> FollowedProcess::end() const {
   const auto ran = std::chrono::duration_cast<milliseconds>(uptime() - from_ticks(start_ticks_));
   std::optional<int> status = exit_status();
   if (!status) status = status_of_zombie();
-  if (!status) status = exit_status();  // its parent may have waited for it in between
+  if (!status) status = exit_status();  // the parent may have waited for it in between
   return ProcessEnd{status, ran};
 }
 
-// The kernel tells once the parent has waited for it.
+// The kernel provides the status after the parent has waited for the process.
 std::optional<int> FollowedProcess::exit_status() const {
   PidfdInfo info{};
   info.mask = kInfoExit;
@@ -120,7 +121,7 @@ std::optional<int> FollowedProcess::exit_status() const {
 }
 
 std::optional<int> FollowedProcess::status_of_zombie() const {
-  // Whoever may not look into a process reads an exit code of 0, whatever it was.
+  // Without the right to inspect the process, the kernel always shows an exit code of 0.
   char target[1];
   if (readlink(proc_path(pid_, "ns/pid").c_str(), target, sizeof target) < 0 && errno == EACCES) {
     return std::nullopt;

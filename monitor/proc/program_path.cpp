@@ -9,7 +9,7 @@
 
 namespace {
 
-// Folders can be executed as well, in their own way.
+// access() also succeeds for folders.
 bool can_be_started(const std::string& path) {
   struct stat about {};
   if (stat(path.c_str(), &about) != 0) return false;

@@ -1,4 +1,4 @@
-// A shell command whose exit code is an answer.
+// Runs a shell command and returns its exit status.
 #ifndef MONITOR_SHELL_COMMAND_H
 #define MONITOR_SHELL_COMMAND_H
 
@@ -6,10 +6,10 @@
 #include <optional>
 #include <string>
 
-// Runs the command by /bin/sh, waits for it, and gives its exit code: 128 and more if a signal
-// ended it, as shells have it. Nothing if it could not be run, or took longer than `limit` and was
-// killed with all that it had started. It inherits no descriptor but standard error, to which
-// what it prints goes; it reads nothing.
+// Runs the command with /bin/sh and returns its exit status; as in shells, 128 plus the signal if a
+// signal ended it. Nothing if it could not be started, or took longer than `limit` and was killed
+// with all processes that it had started. Its standard input is /dev/null, and its output goes to
+// standard error. It inherits no other descriptor.
 std::optional<int> run_shell_command(const std::string& command, std::chrono::seconds limit);
 
 #endif

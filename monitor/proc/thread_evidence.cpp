@@ -23,7 +23,7 @@ unsigned long number_in_status(int tid, const char* key) {
   return std::strtoul(status_value(tid, key).value_or("0").c_str(), nullptr, 10);
 }
 
-// Threads of the process in D state with this stack; the kernel shows stacks to root only.
+// The number of threads of the process in D state with this stack. Only root can read stacks.
 unsigned count_same_stack(int pid, const std::string& stack) {
   if (stack.empty()) return 1;
   const std::unique_ptr<DIR, int (*)(DIR*)> tasks(opendir(proc_path(pid, "task").c_str()),
@@ -39,7 +39,7 @@ unsigned count_same_stack(int pid, const std::string& stack) {
   return count > 0 ? count : 1;
 }
 
-// "7:freezer:/jobs/a" -> "/jobs/a": the group of the thread in this hierarchy of control groups.
+// "7:freezer:/jobs/a" -> "/jobs/a": the control group of the thread in this hierarchy.
 std::optional<std::string> group_in(const std::string& groups, const std::string& hierarchy) {
   const std::string text = "\n" + groups;
   const size_t found = text.find(hierarchy + ":/");
@@ -52,7 +52,7 @@ bool file_has(const std::string& path, const char* word) {
   return read_proc_file(path).value_or("").find(word) != std::string::npos;
 }
 
-// Newer kernels freeze a thread where it sleeps, and its stack does not show it: its group does.
+// Newer kernels freeze a sleeping thread without a trace in its stack. The control group shows it.
 bool is_in_frozen_group(int tid) {
   const std::string groups = read_proc_file(proc_path(tid, "cgroup")).value_or("");
   if (const auto group = group_in(groups, ":freezer")) {
@@ -69,7 +69,7 @@ bool is_in_frozen_group(int tid) {
 
 std::string suspicion(const std::string& stack) {
   if (has_any(stack, {"__refrigerator", "do_freezer_trap", "freezer_trap"})) return "frozen";
-  // Waits that a fatal signal ends: network file systems, FUSE, pages that such a server brings.
+  // Waits that a fatal signal ends: network file systems, FUSE, and page faults on their files.
   if (has_any(stack, {"_killable", "request_wait_answer", "rpc_wait_bit", "fuse_"})) {
     return "killable";
   }

@@ -41,7 +41,7 @@ bool Alarm::has_lasted(const Hold& hold, Clock::time_point now) const {
   return now - first_in_row_ >= std::chrono::duration<double>(hold.seconds);
 }
 
-// Nothing if the answer tells neither that the condition holds nor that it does not.
+// Whether the condition holds; nothing if the answer does not show it.
 std::optional<bool> Alarm::holds(State state, double value) const {
   const bool asked_for =
       std::find(rule_->states.begin(), rule_->states.end(), state) != rule_->states.end();

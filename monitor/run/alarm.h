@@ -15,13 +15,13 @@ class Alarm {
 
   explicit Alarm(const AlarmRule& rule) : rule_(&rule) {}
 
-  // Takes the next answer: the value counts if it was measured (kOk), otherwise only the state
-  // does. An answer that says neither yes nor no changes nothing, and a row goes on after it.
+  // Evaluates the next answer. The value counts only if the state is kOk. An answer that neither
+  // meets nor contradicts the condition changes nothing and does not interrupt a series.
   Change judge(State state, double value, Clock::time_point now);
 
   bool raised() const { return raised_; }
 
-  // It was raised before a restart of the program.
+  // Marks the alarm as raised, because it was raised before a restart.
   void restore() { raised_ = true; }
 
  private:
@@ -30,7 +30,7 @@ class Alarm {
 
   const AlarmRule* rule_;
   bool raised_ = false;
-  unsigned in_a_row_ = 0;  // answers that speak for a change
+  unsigned in_a_row_ = 0;  // consecutive answers that call for a change
   Clock::time_point first_in_row_{};
 };
 

@@ -25,7 +25,7 @@ std::string host_name() {
   return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
-// "MIRT_ALARM" for "alarm": what an alert's command finds in its environment.
+// "MIRT_ALARM" for "alarm": the variable in the environment of an alert's command.
 std::string variable_name(const std::string& key) {
   std::string name = "MIRT_" + key;
   std::transform(name.begin() + 5, name.end(), name.begin() + 5,
@@ -103,7 +103,7 @@ void AlarmDesk::settle_blind(Slot& slot, Clock::time_point now) {
   }
 }
 
-// Tells that an alarm was raised or cleared, and orders its reports.
+// Reports that an alarm was raised or cleared, and orders its reports.
 void AlarmDesk::change(Slot& slot, AlarmSlot& alarm, const Answer* answer, State state,
                        const Cause& cause, Clock::time_point now) {
   changed_ = true;
@@ -119,7 +119,7 @@ void AlarmDesk::change(Slot& slot, AlarmSlot& alarm, const Answer* answer, State
 
 void AlarmDesk::leave(Slot& slot) {
   changed_ = true;
-  const Cause cause{"reload", "it is not configured any more"};
+  const Cause cause{"reload", "it is no longer configured"};
   for (AlarmSlot& alarm : slot.alarms) {
     if (!alarm.alarm.raised()) continue;
     reporter_.alarm_changed({slot.instance, alarm.rule, std::chrono::system_clock::now(), nullptr,
@@ -144,7 +144,7 @@ void AlarmDesk::order_reports(const Slot& slot, AlarmSlot& alarm, const Answer* 
     for (Param& param : params) param.value = fill_placeholders(param.value, texts);
     if (report->order) {
       log_line("warning", slot.instance.name + ": the report of alarm " + report->order->alarm +
-                              " was never sent: no call of it was possible");
+                              " was not sent, because it could not be called in time");
     }
     report->order = Order{to_records(params), alarm.id};
     report->due = Clock::now();

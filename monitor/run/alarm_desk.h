@@ -1,4 +1,4 @@
-// What answers mean for the alarms, and who is told.
+// Raises and clears alarms, and sends their alerts and reports.
 #ifndef MONITOR_ALARM_DESK_H
 #define MONITOR_ALARM_DESK_H
 
@@ -17,7 +17,7 @@
 #include "run/slot.h"
 #include "text/json_text.h"
 
-// Why several instances change at one time. Messages with one key become one message.
+// The cause of a change. Messages with the same key are sent as one message.
 struct Cause {
   std::string key;   // empty: no common cause
   std::string text;  // "process 77 was killed by signal 9 after 3 h"
@@ -28,35 +28,37 @@ class AlarmDesk {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Messages of one cause that come within this time are sent as one.
+  // Messages with the same cause within this time are sent as one.
   static constexpr std::chrono::milliseconds kGather{250};
 
-  // `prefix` makes the ids of alarms unique over restarts. All must outlive the desk.
+  // `prefix` makes alarm ids unique over restarts. The arguments must outlive the desk.
   AlarmDesk(Reporter& reporter, AlertSender& sender, Silences& silences, std::string prefix)
       : reporter_(reporter), sender_(sender), silences_(silences), prefix_(std::move(prefix)) {}
 
   void set_alerts(const std::vector<Alert>& alerts);
 
-  // Judges the alarms by this answer, completes it, writes its line and those of the alarms.
+  // Evaluates the alarms with this answer, completes the answer, and writes the lines.
   void settle(Slot& slot, Answer& answer, const Cause& cause, Clock::time_point now);
 
-  // The same for a beat that has passed while the instance is blind.
+  // The same for a start time that passed while the instance is blind.
   void settle_blind(Slot& slot, Clock::time_point now);
 
-  // The instance is not watched any more: its alarms end.
+  // Clears the alarms of an instance that is no longer configured.
   void leave(Slot& slot);
 
-  // An alarm that was raised before a restart is raised still.
+  // Marks an alarm as raised that was raised before a restart.
   void restore(Slot& slot, AlarmSlot& alarm, std::string id, WallTime since);
 
-  // Sends what has been gathered, and reminders. The next time something is due.
+  // Sends the messages and reminders that are due.
   void send_due(std::list<Slot>& slots, Clock::time_point now);
+  // The time of the next message or reminder.
   Clock::time_point next_due() const { return next_due_; }
+  // Sends all messages at once, at the end of the program.
   void send_all();
 
   const Silences& silences() const { return silences_; }
 
-  // True if something that outlasts a restart has changed since the last time.
+  // True if something that is kept over a restart has changed since the previous call.
   bool take_changed() { return std::exchange(changed_, false); }
   void note_change() { changed_ = true; }
 

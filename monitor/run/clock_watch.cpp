@@ -1,12 +1,14 @@
 #include "run/clock_watch.h"
 
-#include <cstdio>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 
+#include "text/end_text.h"
+
 namespace {
 
-constexpr int64_t kLeastMs = 1000;  // what time servers correct bit by bit is no jump
+constexpr int64_t kLeastMs = 1000;  // smaller changes are normal corrections of a time server
 
 int64_t now_ms(clockid_t clock) {
   timespec time{};
@@ -14,10 +16,8 @@ int64_t now_ms(clockid_t clock) {
   return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
 }
 
-std::string seconds(int64_t ms) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(std::llabs(ms)) / 1000.0);
-  return text;
+std::string length_text(int64_t ms) {
+  return seconds_text(std::chrono::milliseconds(std::llabs(ms)));
 }
 
 }  // namespace
@@ -34,10 +34,10 @@ std::vector<std::string> ClockWatch::look() {
   last_ = now;
   std::vector<std::string> events;
   if (suspended >= kLeastMs)
-    events.push_back("the machine was suspended for " + seconds(suspended));
+    events.push_back("the machine was suspended for " + length_text(suspended));
   if (std::llabs(set) >= kLeastMs) {
     events.push_back(std::string("the clock was set ") + (set > 0 ? "forward" : "back") + " by " +
-                     seconds(set));
+                     length_text(set));
   }
   return events;
 }

@@ -1,4 +1,4 @@
-// Jumps of the clocks: the machine was suspended, or somebody has set the time.
+// Detects jumps of the clocks: the machine was suspended, or the time was set.
 #ifndef MONITOR_CLOCK_WATCH_H
 #define MONITOR_CLOCK_WATCH_H
 
@@ -10,8 +10,8 @@ class ClockWatch {
  public:
   ClockWatch() : last_(read()) {}
 
-  // What has happened since the last look: "the machine was suspended for 3600.0 s", "the clock was
-  // set forward by 7200.0 s".
+  // The jumps since the previous call: "the machine was suspended for 3600.0 s", "the clock was set
+  // forward by 7200.0 s".
   std::vector<std::string> look();
 
  private:

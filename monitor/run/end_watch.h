@@ -1,4 +1,4 @@
-// Ends of followed processes, seen at once and not at the next beat.
+// Notices the end of followed processes at once, not at the next call.
 #ifndef MONITOR_END_WATCH_H
 #define MONITOR_END_WATCH_H
 
@@ -16,8 +16,8 @@ struct Slot;
 // Used by the scheduler's thread alone.
 class EndWatch {
  public:
-  // One descriptor a process. Beyond this many, and beyond a quarter of those that the monitor may
-  // have, an end is seen at the next beat.
+  // Each process needs a descriptor. The limit is this number or a quarter of the monitor's
+  // descriptors; the ends of further processes are noticed at the next call.
   static constexpr size_t kMostProcesses = 512;
 
   struct Ended {
@@ -26,13 +26,14 @@ class EndWatch {
     std::vector<Slot*> slots;
   };
 
-  // From now on the slot follows this process, which was there at `seen`, instead of the one
-  // before; 0: none. False if it has ended since.
+  // The slot now follows this process, which existed at `seen`, instead of the previous one;
+  // 0: no process. False if the process has ended since.
   bool follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
 
+  // Adds the descriptors to wait for.
   void add_to(std::vector<pollfd>& fds) const;
 
-  // The processes that have ended since the last time. Nobody follows them any more.
+  // Returns the processes that ended since the previous call, and stops following them.
   std::vector<Ended> take_ended();
 
  private:

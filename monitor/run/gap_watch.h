@@ -16,8 +16,8 @@ class GapWatch {
 
   explicit GapWatch(Clock::time_point now) : expected_(now) {}
 
-  // Call these before and after a wait that lasts until `until` at the latest. Each returns the
-  // length of the gap that it found, zero if there was none.
+  // Call these before and after a wait that ends at `until` or earlier. Each returns the length of
+  // the gap that it found, or zero.
   Clock::duration before_wait(Clock::time_point now, Clock::time_point until);
   Clock::duration after_wait(Clock::time_point now);
 

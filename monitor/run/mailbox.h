@@ -1,4 +1,4 @@
-// Requests of other threads to the scheduler's thread, which alone changes anything.
+// Requests of other threads to the scheduler's thread, the only one that changes state.
 #ifndef MONITOR_MAILBOX_H
 #define MONITOR_MAILBOX_H
 
@@ -15,10 +15,10 @@ class Mailbox {
 
   explicit Mailbox(const Wake& wake) : wake_(wake) {}
 
-  // On any thread. False if too many wait already.
+  // On any thread. False if there are already kMost requests.
   bool post(std::function<void()> request);
 
-  // On the scheduler's thread: does what has been asked for. Requests must not throw.
+  // Runs the requests, on the scheduler's thread. Requests must not throw.
   void run_all();
 
  private:

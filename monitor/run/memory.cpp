@@ -38,7 +38,7 @@ uint64_t counter(const SavedState& state, const std::string& key) {
   return found == state.counters.end() ? 0 : found->second;
 }
 
-// False if there is no such alarm any more.
+// False if this alarm is no longer configured.
 bool take_up(const SavedAlarm& saved, std::list<Slot>& slots, AlarmDesk& desk) {
   for (Slot& slot : slots) {
     if (slot.of_alarm || slot.instance.name != saved.instance) continue;
@@ -69,7 +69,7 @@ void remember(const SavedState& state, std::list<Slot>& slots, AlarmDesk& desk) 
   for (const SavedAlarm& saved : state.alarms) {
     if (take_up(saved, slots, desk)) continue;
     log_line("event", saved.instance + ": alarm " + saved.id + " (" + saved.condition +
-                          ") was raised before the restart and is not configured any more");
+                          ") was raised before the restart and is no longer configured");
   }
   for (Slot& slot : slots) {
     if (slot.of_alarm) continue;

@@ -1,4 +1,4 @@
-// What the monitor remembers over a restart: collected for the state file, and taken up again.
+// Collects the state that is kept over a restart, and restores it.
 #ifndef MONITOR_MEMORY_H
 #define MONITOR_MEMORY_H
 
@@ -9,10 +9,11 @@
 #include "run/alarm_desk.h"
 #include "run/slot.h"
 
+// The state to save.
 SavedState memory_of(const std::list<Slot>& slots, const Silences& silences);
 
-// Alarms that were raised are raised still, and are not told again; counts go on. Alarms of
-// instances that are not configured any more are said in the log and forgotten.
+// Restores the state. Raised alarms are still raised and send no new alert; counts continue. Alarms
+// of instances that are no longer configured are logged and dropped.
 void remember(const SavedState& state, std::list<Slot>& slots, AlarmDesk& desk);
 
 #endif

@@ -22,7 +22,7 @@ constexpr char kAllowed[] = "allowed";
 
 thread_local const FI_RESULT_S* asking_result = nullptr;
 
-// Answers the questions of all items, on whichever thread.
+// Answers the questions of all items, on any thread.
 class RecoveryDesk {
  public:
   bool allows(std::chrono::seconds limit);
@@ -55,8 +55,8 @@ void RecoveryDesk::replace(const Recovery& recovery) {
                                     std::chrono::duration<double>(recovery.per_s)));
 }
 
-// A thread that is frozen, or whose wait a signal could end, does not need the data plane's
-// recovery: empty unless the asking item has named such a one.
+// Recovery does not help a thread that is frozen, or whose wait a signal can end. Returns the
+// reason if the asking item named such a thread, else an empty text.
 std::string spared(const Recovery& recovery) {
   const int tid = asking_result ? asking_result->pid : 0;
   const std::optional<ThreadEvidence> evidence = tid > 0 ? evidence_of(tid) : std::nullopt;
@@ -87,7 +87,7 @@ const char* RecoveryDesk::decide(std::chrono::seconds limit) {
     log_line("warning", "recovery refused: " + reason);
     return "spared";
   }
-  // Taken before the command is asked: two questions at one time must not get one recovery each.
+  // Taken before the command runs, so that two questions at once cannot both get the last one.
   const Clock::time_point now = Clock::now();
   if (!budget_.take(now)) {
     say_used_up(*configured);
@@ -115,12 +115,12 @@ void RecoveryDesk::say_used_up(const Recovery& recovery) const {
   const auto left = std::chrono::ceil<std::chrono::seconds>(budget_.next() - Clock::now()).count();
   log_line("warning", "recovery refused: the limit is " + std::to_string(recovery.at_most) +
                           " in " + number_text(recovery.per_s) +
-                          " s, the next one is possible in " +
+                          " s; the next one is possible in " +
                           std::to_string(std::max<long>(left, 0)) + " s");
 }
 
-// On the thread of the item that asks. Refusal is an answer too, so that the log can tell it from a
-// request that nobody answers. Called from C: nothing may be thrown through it.
+// Runs on the thread of the item that asks. A refusal is also an answer, so that the log
+// distinguishes it from an unanswered request. Called from C, so it must not throw.
 int32_t answer(const MIRT_COMM_INFO_S* info, const void* /*payload*/, void* reply,
                uint32_t* replyLen, void* user) try {
   if (info->msgOPCode != MIRT_OP_EXECUT_FILTER_ERRRPT) return -1;
@@ -133,7 +133,7 @@ int32_t answer(const MIRT_COMM_INFO_S* info, const void* /*payload*/, void* repl
 }
 
 RecoveryDesk& the_desk() {
-  static RecoveryDesk desk;  // there until the end, as items may be that still ask
+  static RecoveryDesk desk;  // items may ask until the process ends
   return desk;
 }
 

@@ -31,7 +31,7 @@ void Reloader::read_all() {
     std::optional<Plan> plan;
     try {
       plan = read_();
-    } catch (const std::exception& error) {  // no memory, in all likelihood
+    } catch (const std::exception& error) {  // probably out of memory
       log_line("error", std::string("the configuration cannot be read again: ") + error.what());
     }
     const std::lock_guard lock(mutex_);

@@ -1,4 +1,4 @@
-// Reads the configuration again, away from the scheduler's thread: a file can take its time.
+// Reads the configuration again on its own thread, because reading a file can take long.
 #ifndef MONITOR_RELOADER_H
 #define MONITOR_RELOADER_H
 
@@ -14,25 +14,26 @@
 
 class Reloader {
  public:
-  // `read` gives the new plan, or nothing once it has said what is wrong; it runs on a thread of
-  // its own. `wake` is set when it has returned.
+  // `read` returns the new plan, or nothing after it has reported the mistakes. It runs on the
+  // reloader's thread. `wake` is set when it has returned.
   using Read = std::function<std::optional<Plan>()>;
   Reloader(Read read, const Wake& wake) : read_(std::move(read)), wake_(wake) {}
   ~Reloader();
   Reloader(const Reloader&) = delete;
   Reloader& operator=(const Reloader&) = delete;
 
-  // Asks for a reading. Several requests during one reading make one more.
+  // Starts a reading. Several requests during a reading cause one more reading.
   void ask();
 
-  // What has been read since the last time: a plan, or none because of mistakes.
+  // The result of a reading: a plan, or no plan because of mistakes.
   struct Outcome {
     std::optional<Plan> plan;
   };
+  // The latest result since the previous call; nothing if there is none.
   std::optional<Outcome> take();
 
-  // Waits for a reading that is under way, for `limit` at most. False if it goes on: the process
-  // must then end by _exit().
+  // Waits at most `limit` for a running reading. False if it has not ended: the process must then
+  // call _exit().
   bool finish(std::chrono::milliseconds limit);
 
  private:

@@ -13,25 +13,26 @@
 #include "proc/descriptors.h"
 #include "proc/lock_holder.h"
 #include "proc/wait_place.h"
-#include "run/beat.h"
 #include "run/memory.h"
 #include "run/recovery_answer.h"
+#include "run/start_time.h"
 #include "run/stop_signal.h"
 #include "run/views.h"
 #include "text/complaint.h"
+#include "text/end_text.h"
 #include "text/log_lines.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How soon a call that found no worker is tried again, unless another call returns before.
+// The time after which a call that got no worker is tried again, unless another call returns first.
 constexpr std::chrono::milliseconds kRetry{100};
 
-// A call that runs for longer than this is looked at: where does it wait?
+// If a call runs for longer than this, the scheduler finds out where it waits.
 constexpr std::chrono::seconds kLongCall{1};
 
-// A gap that is told, whether or not it left a heartbeat in doubt.
+// A gap of at least this length is reported, even if no heartbeat depends on it.
 constexpr std::chrono::seconds kLongGap{1};
 
 constexpr Clock::duration kForever = std::chrono::hours(24);
@@ -59,7 +60,7 @@ bool is_heartbeat(const Instance& instance) {
   return instance.item->source.subject == Subject::kHeartbeat;
 }
 
-// How long the scheduler may sleep so that it notices when it is kept from running.
+// The longest sleep with which the scheduler still notices in time that it did not run.
 Clock::duration pulse_of(const Instance& instance) {
   return std::max(period_of(instance) / 4, GapWatch::kLeast);
 }
@@ -74,8 +75,8 @@ timespec remaining(Clock::time_point until) {
   return time;
 }
 
-// True if the end of its process concerns the instance at once: it says whether one runs.
-bool minds_the_end(const Instance& instance) {
+// True if the instance must be called as soon as its process ends.
+bool depends_on_end(const Instance& instance) {
   const Subject subject = instance.item->source.subject;
   if (subject == Subject::kExistence || subject == Subject::kHeartbeat) return true;
   return std::any_of(instance.alarms.begin(), instance.alarms.end(), [](const AlarmRule& rule) {
@@ -83,14 +84,8 @@ bool minds_the_end(const Instance& instance) {
   });
 }
 
-std::string seconds_text(Clock::duration duration) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f s", std::chrono::duration<double>(duration).count());
-  return text;
-}
-
-// Calls at one time for which descriptors are there. Short of them, an item would answer "nothing
-// there" because another call holds what it needs.
+// The number of calls for which enough descriptors are free. With too few, an item would answer
+// "nothing there" because another call holds the descriptors that it needs.
 size_t most_at_once() {
   constexpr size_t kEach = 4;
   return std::max<size_t>(1, free_descriptors() / kEach);
@@ -129,20 +124,20 @@ void Scheduler::apply(const Plan& plan) {
   surface_.reporter.lay_out(plan.instances);
 }
 
-// Moves the slot of an unchanged instance over; false if there is none.
+// Moves the slot of an unchanged instance to the new list; false if there is no such slot.
 bool Scheduler::keep(const Instance& instance, std::list<Slot>& old) {
   const auto found = std::find_if(old.begin(), old.end(), [&](const Slot& slot) {
     return !slot.of_alarm && !slot.gone && same_watch(slot.instance, instance);
   });
   if (found == old.end()) return false;
   for (AlarmSlot& alarm : found->alarms) alarm.reports.clear();
-  // Reports stand before their instance, so that the instance is the last one here.
+  // Reports are inserted at the front, so the instance is the last element.
   slots_.splice(slots_.end(), old, found);
   return true;
 }
 
-// What the new plan does not have any more. A report that is on its way is still sent; a call that
-// has not returned is let go, and its slot stays until it does.
+// Ends the instances that the new plan does not contain. Pending reports are still sent. A call
+// that has not returned is abandoned; its slot is kept until the call returns.
 void Scheduler::dismiss(std::list<Slot>& old) {
   for (Slot& slot : old) {
     slot.gone = true;
@@ -242,22 +237,23 @@ void Scheduler::publish() {
   snapshot->reports = reports_sent_;
   snapshot->recovery_decisions = recovery_decisions();
   snapshot->lateness_s = lateness_s_;
-  snapshot->skipped_beats = skipped_beats_;
+  snapshot->skipped_starts = skipped_starts_;
   snapshot->last_reload_ok = last_reload_ok_;
   snapshot->last_reload = last_reload_;
   snapshot->trouble = trouble(now);
   surface_.publisher.publish(std::move(snapshot));
 }
 
-// Ready once each watch has been called. Beats only while nothing is wrong with the monitor itself:
-// the manager restarts it when they stay away.
+// Reports readiness after each watch was called. Sends signs of life only while the monitor itself
+// works: without them the manager restarts it.
 void Scheduler::tell_service() {
   ServiceNotice& service = surface_.service;
   if (!service.listens()) return;
   const Clock::time_point now = Clock::now();
   if (!service.is_ready() && all_called()) service.ready();
   service.status(service_status(), now);
-  // Calls that wait because "workers" allows no more at one time are no fault of the monitor.
+  // Calls that wait because "workers" allows no more at one time do not count as a fault of the
+  // monitor.
   const bool lacks_workers = pool_.lacks_threads() && waits_for_worker(now) != nullptr;
   service.beat(!lacks_workers && recent_gaps(now) < kLongGap, now);
 }
@@ -286,7 +282,7 @@ std::string Scheduler::service_status() const {
   return text;
 }
 
-// The schedule is kept while the latest calls began on time and a due call finds a worker.
+// The reason why calls cannot start on time; empty if they can.
 std::string Scheduler::trouble(Clock::time_point now) const {
   if (const Slot* const slot = waits_for_worker(now)) {
     return slot->instance.name + " is due, but there is no thread to call it";
@@ -340,7 +336,7 @@ bool Scheduler::goes_on() const {
   return !StopSignal::asked() && !finished() && !reader_of_rounds_has_gone && !nobody_listens();
 }
 
-// With the output gone alarms can still be told by the reports that they send, which the log shows.
+// When the output is closed, alarms can still be sent as alerts, or as reports, which are logged.
 bool Scheduler::nobody_listens() const {
   if (schedule_.rounds || !surface_.lines.closed()) return false;
   return !tells_alarms_ || surface_.log.closed();
@@ -380,7 +376,7 @@ void Scheduler::start(Slot& slot) {
 
 void Scheduler::collect() {
   const std::vector<Call*> finished = pool_.take_finished();
-  pass_on_reports();  // what those calls have sent is there by now
+  pass_on_reports();  // the queue already contains the reports of these calls
   for (const Call* call : finished) take_back(*call->slot);
   if (!finished.empty()) remove_gone();
 }
@@ -402,7 +398,7 @@ void Scheduler::take_back(Slot& slot) {
   slot.previous_end = call.ended;
   if (!slot.of_alarm) count_lateness(call.began - due);
   count(slot, answer);
-  // That an alarm's report was sent shows in the report itself.
+  // A report that was sent is shown as a report, so its call needs no line.
   if (slot.of_alarm && answer.finding.measured() && !answer.called_since) return;
   tell(slot, answer);
 }
@@ -414,7 +410,7 @@ void Scheduler::tell(Slot& slot, Answer& answer) {
   follow(slot);
 }
 
-// What is known of the process beside the answer: how it ended, or that there is another one.
+// Adds to the answer how the process ended, or that another process runs now.
 Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
   const int pid = slot.call.examiner.pid();
   const bool is_there = pid > 0 && answer.finding.measured();
@@ -432,17 +428,17 @@ Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
 }
 
 void Scheduler::follow(Slot& slot) {
-  if (slot.of_alarm || !minds_the_end(slot.instance)) return;
+  if (slot.of_alarm || !depends_on_end(slot.instance)) return;
   const int pid = slot.call.examiner.pid();
   if (ends_.follow(slot, pid, slot.call.ended) || pid == slot.ended_pid) return;
-  // It has ended between the call and now. Once is enough: the item may go on naming it.
+  // The process ended after the call. One extra call is enough: the item may name it again.
   slot.ended_pid = pid;
   slot.ended = "process " + std::to_string(pid) + " has ended";
   slot.call_at_once = true;
   slot.due = Clock::now();
 }
 
-// The item decides whether the end matters: its instances are called at once, out of their beat.
+// Calls the instances of an ended process at once. The item decides what the end means.
 void Scheduler::look_at_ends() {
   for (const EndWatch::Ended& ended : ends_.take_ended()) {
     for (Slot* const slot : ended.slots) {
@@ -453,7 +449,7 @@ void Scheduler::look_at_ends() {
   }
 }
 
-// What the examiner found, unless a heartbeat's standstill says nothing about its process.
+// Returns the examiner's finding, except if an unchanged heartbeat does not prove a hang.
 Finding Scheduler::finding_of(Slot& slot) const {
   const Finding& found = slot.call.finding;
   const bool stands_still =
@@ -469,42 +465,42 @@ Finding Scheduler::standstill_of(Slot& slot) const {
     if (slot.standstill.excuse()) return slot.call.finding;
     return {State::kUnjudged, owner.has_beaten
                                   ? "it moved just after this call"
-                                  : "its owner or flow id is another one than at the call before"};
+                                  : "its owner or flow id changed since the previous call"};
   }
   const Clock::duration missed = missed_by(slot);
   const Clock::duration lost = std::max<Clock::duration>(missed, owner.waited);
   if (slot.standstill.judge(slot.call.began - slot.previous_end, lost)) return slot.call.finding;
   return {State::kUnjudged,
           missed >= owner.waited
-              ? "the monitor did not run for " + seconds_text(missed) + " since the call before"
+              ? "the monitor did not run for " + seconds_text(missed) + " since the previous call"
               : "its owner waited for a processor for " + seconds_text(owner.waited) +
-                    " since the call before"};
+                    " since the previous call"};
 }
 
-// For how long the monitor, or this call, was kept from running since the call before.
+// The time for which the monitor, or this call, could not run since the previous call.
 Scheduler::Clock::duration Scheduler::missed_by(const Slot& slot) const {
   const Call& call = slot.call;
   return std::max(
       {gaps_.total_since(slot.previous_end), call.began - slot.started, call.ended - call.began});
 }
 
-// The next beat that is far enough from this call. Beats that passed are skipped, not made up for.
-// A report is called whenever it is ordered.
+// Sets the next start time that is late enough after this call. Earlier start times are skipped.
+// A report is called when it is ordered.
 void Scheduler::plan_next(Slot& slot) {
-  if (slot.of_alarm || slot.call_at_once) {  // or its process ended during this call
+  if (slot.of_alarm || slot.call_at_once) {  // call_at_once: its process ended during this call
     slot.due = Clock::now();
     return;
   }
   const Clock::duration period = period_of(slot.instance);
   const Clock::time_point first = slot.due + std::chrono::nanoseconds(1);
-  slot.due = next_beat(std::max(Clock::now(), earliest_next(slot)), period);
-  const auto skipped = (slot.due - next_beat(first, period)) / period;
-  if (slot.calls > 1 && skipped > 0) skipped_beats_ += static_cast<unsigned long>(skipped);
+  slot.due = next_start(std::max(Clock::now(), earliest_next(slot)), period);
+  const auto skipped = (slot.due - next_start(first, period)) / period;
+  if (slot.calls > 1 && skipped > 0) skipped_starts_ += static_cast<unsigned long>(skipped);
 }
 
-// Nine tenths of the period after this call's start: when its thread began it, which can be long
-// after it was due. A heartbeat is compared with that of the call before, so there the moment
-// counts at which the call was done with it.
+// Nine tenths of the period after the thread began this call, which can be long after it was due.
+// A heartbeat is compared with that of the previous call, so for heartbeats the end of the call
+// counts.
 Scheduler::Clock::time_point Scheduler::earliest_next(const Slot& slot) const {
   const Call& call = slot.call;
   const Clock::time_point from = is_heartbeat(slot.instance) ? call.ended : call.began;
@@ -535,12 +531,12 @@ bool Scheduler::stop() {
   return all_free;
 }
 
-// While the monitor did not run no call could get on: its deadline moves by as much.
+// Calls could not continue during the gap, so their deadlines move by its length.
 void Scheduler::notice_gap(Clock::duration gap) {
   if (gap == Clock::duration::zero()) return;
   if (gap >= kLongGap) {
     surface_.reporter.happened("the monitor did not run for " + seconds_text(gap) +
-                               ": no heartbeat is judged from that time");
+                               ": heartbeats are not judged by that time");
   }
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning && slot.deadline != Clock::time_point::max()) {
@@ -560,7 +556,7 @@ void Scheduler::expire() {
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning && slot.deadline <= now) go_blind(slot, now);
   }
-  count_blind_beats(now);
+  count_blind_starts(now);
   if (now >= next_look_) look_at_waiting(now);
 }
 
@@ -580,17 +576,18 @@ void Scheduler::go_blind(Slot& slot, Clock::time_point now) {
       {slot.instance, std::chrono::system_clock::now(), slot.called, place ? place->text() : ""});
 }
 
-// Each beat that passes without an answer counts like a call whose state is "blind".
-void Scheduler::count_blind_beats(Clock::time_point now) {
+// Each start time that passes without an answer counts like a call with the state "blind".
+void Scheduler::count_blind_starts(Clock::time_point now) {
   for (Slot& slot : slots_) {
     if (slot.phase != Phase::kBlind || slot.gone || slot.alarms.empty()) continue;
     if (slot.due > now) continue;
-    slot.due = next_beat(now + std::chrono::nanoseconds(1), period_of(slot.instance));
+    slot.due = next_start(now + std::chrono::nanoseconds(1), period_of(slot.instance));
     surface_.desk.settle_blind(slot, now);
   }
 }
 
-// Once a second: in which process's files do calls hang, and who keeps the heartbeat table locked?
+// Once per second: finds the processes whose files block calls, and the process that holds the
+// lock of the heartbeat table.
 void Scheduler::look_at_waiting(Clock::time_point now) {
   next_look_ = now + kLongCall;
   std::vector<StuckProcess> stuck;
@@ -607,7 +604,7 @@ void Scheduler::tell_lock(Slot& slot) {
   const std::optional<LockHolder> holder = holder_of_lock(kHeartbeatLock);
   const std::string by =
       holder ? "process " + std::to_string(holder->pid) + " (\"" + holder->name + "\") holds"
-             : "somebody outside this PID namespace holds";
+             : "a process outside this PID namespace holds";
   log_line("warning",
            slot.instance.name + ": waits for the lock on " + kHeartbeatLock + ", which " + by);
   slot.lock_is_told = true;

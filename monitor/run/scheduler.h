@@ -1,4 +1,4 @@
-// When each instance runs, and what becomes of those that do not come back.
+// Decides when each instance is called, and handles calls that do not return.
 #ifndef MONITOR_SCHEDULER_H
 #define MONITOR_SCHEDULER_H
 
@@ -30,52 +30,52 @@
 #include "state/publisher.h"
 
 struct Schedule {
-  std::optional<unsigned long> rounds;  // calls of each instance; none: until told to stop
-  bool ignore_self = false;             // patterns that match this very process find nothing
+  std::optional<unsigned long> rounds;  // calls of each instance; none: until a stop signal
+  bool ignore_self = false;             // a pattern that matches only this process finds nothing
 };
 
-// Where everything goes that is to be told, and where new things come from.
+// The outputs of the scheduler and the sources of its requests.
 struct Surface {
   Reporter& reporter;
-  ReportQueue& reports;  // filled by the items, handed on to the reporter
-  LineQueue& lines;      // the reporter's
+  ReportQueue& reports;  // filled by the items; the scheduler passes them to the reporter
+  LineQueue& lines;      // the queue of the reporter
   LineQueue& log;
   AlarmDesk& desk;
   AlertSender& sender;
-  Reloader* reloader;    // null: there is nothing to reload
-  Mailbox& mailbox;      // what others ask for
-  Publisher& publisher;  // what others see
-  StateStore* store;     // what outlasts a restart; null: nothing does
+  Reloader* reloader;    // null: the configuration cannot be reloaded
+  Mailbox& mailbox;      // requests of other threads
+  Publisher& publisher;  // snapshots for other threads
+  StateStore* store;     // keeps state over a restart; null: nothing is kept
   ServiceNotice& service;
-  const Wake& wake;  // set by all of them, and by a signal
+  const Wake& wake;  // set by all of these and by signals
 };
 
-// Runs instances on a worker pool, each at its own period. All but the items themselves happens on
-// the thread that calls run(), so that nothing here needs a lock.
+// Calls each instance at its period, on a worker pool. Everything except the items runs on the
+// thread that calls run(), so no lock is needed here.
 class Scheduler {
  public:
   // The plug-in, the library and the surface must outlive the scheduler.
   Scheduler(const Schedule& schedule, const Plugin& plugin, const ProcessLibrary* library,
             const Surface& surface);
 
-  // Takes these instances in place of those before. Instances that are unchanged keep their
-  // context, their alarms and their beat. The plug-in must have all items of the plan.
+  // Replaces the instances. Unchanged instances keep their context, alarms and start times. The
+  // plug-in must export all items of the plan.
   void apply(const Plan& plan);
 
-  // Until every instance has had its rounds (one that is blind by then is not waited for), or a
-  // stop is asked for, or nobody can be told anything any more. False in that last case.
+  // Runs until every instance has completed its rounds (it does not wait for blind instances), a
+  // stop is requested, or neither output nor alerts reach anybody. False in this last case.
   bool run();
 
-  // Call after run(). False if an item has not returned: the process must then end by _exit().
+  // Call it after run(). False if an item has not returned: the process must then call _exit().
   bool stop();
 
-  // True if there was at least one answer and each call did in time what the item is for.
+  // True if there was at least one answer, and each call measured or did its action in time.
   bool all_done() const { return all_done_ && answers_ > 0; }
 
-  // True if at least one call came back in time and did not fail.
+  // True if at least one call returned in time and did not fail.
   bool any_worked() const { return any_worked_; }
 
-  // Call after the first apply(): takes up what was saved before a restart.
+  // Restores the state from before a restart. Call it after the first apply().
   void take_up(const SavedState& state);
 
  private:
@@ -109,7 +109,7 @@ class Scheduler {
   void notice_gap(Clock::duration gap);
   void expire();
   void go_blind(Slot& slot, Clock::time_point now);
-  void count_blind_beats(Clock::time_point now);
+  void count_blind_starts(Clock::time_point now);
   void look_at_waiting(Clock::time_point now);
   void tell_lock(Slot& slot);
   void tell_lost_output();
@@ -136,7 +136,7 @@ class Scheduler {
   GapWatch gaps_;
   ClockWatch clocks_;
   EndWatch ends_;
-  Clock::duration pulse_;  // the longest sleep, so that gaps show in time
+  Clock::duration pulse_;  // the longest sleep, so that gaps are noticed in time
   WorkerPool pool_;
   std::list<Slot> slots_;  // workers hold references: never moved
   Clock::time_point next_look_;
@@ -145,14 +145,14 @@ class Scheduler {
   Clock::time_point next_publication_{};
   std::map<std::string, unsigned long> reports_sent_;  // by error code
   Durations lateness_s_;
-  unsigned long skipped_beats_ = 0;
+  unsigned long skipped_starts_ = 0;
   bool last_reload_ok_ = true;
   std::optional<WallTime> last_reload_;
   unsigned long answers_ = 0;
   bool all_done_ = true;
   bool any_worked_ = false;
   bool lost_output_is_told_ = false;
-  bool tells_alarms_ = false;  // some alarm sends a report or an alert
+  bool tells_alarms_ = false;  // at least one alarm sends a report or an alert
 };
 
 #endif

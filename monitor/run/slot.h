@@ -26,11 +26,11 @@ struct AlarmSlot {
 
   const AlarmRule& rule;
   Alarm alarm;
-  std::vector<Slot*> reports{};  // what it sends: its own report, and those of its alerts
-  std::string id{};              // while it is raised
-  WallTime since{};              // it was raised
+  std::vector<Slot*> reports{};  // its own report, and those of its alerts
+  std::string id{};              // valid while it is raised
+  WallTime since{};              // when it was raised
   std::chrono::steady_clock::time_point reminded{};
-  unsigned long silenced = 0;  // messages that a silence kept back
+  unsigned long silenced = 0;  // messages that were not sent because of a silence
 };
 
 // A report that an alarm orders.
@@ -43,7 +43,7 @@ struct Slot {
   using Clock = std::chrono::steady_clock;
   enum class Phase { kIdle, kRunning, kBlind };
 
-  // The instance is copied: a reload may take the configuration away while a call still runs.
+  // Copies the instance, because a reload can remove the configuration while a call runs.
   Slot(const Instance& its_instance, const Item& item, const Surroundings& around,
        Clock::duration period)
       : instance(its_instance),
@@ -60,27 +60,27 @@ struct Slot {
   Call call;
   Standstill standstill;  // of a heartbeat
   std::deque<AlarmSlot> alarms{};
-  bool of_alarm = false;  // a report: called for each order, not by period
-  bool gone = false;      // a reload took it away while a call was running
+  bool of_alarm = false;  // a report: called for each order, not periodically
+  bool gone = false;      // a reload removed it while a call was running
   std::optional<Order> order{};
   Phase phase = Phase::kIdle;
   State state = State::kPending;
   WallTime state_since{};
-  int followed = 0;           // the process whose end is watched
+  int followed = 0;           // the followed process; 0: none
   int ended_pid = 0;          // a process that ended before it could be followed
-  std::string ended{};        // how that one ended, until there is another
-  unsigned restarts = 0;      // how often there was another
-  bool call_at_once = false;  // its process has ended: out of its beat
-  bool refused = false;       // due, but no worker was to be had
-  bool lock_is_told = false;  // that it waits for the lock of the heartbeat table
+  std::string ended{};        // how the process ended; empty once another one runs
+  unsigned restarts = 0;      // how often another process replaced an ended one
+  bool call_at_once = false;  // its process has ended: do not wait for the next start time
+  bool refused = false;       // due, but there was no worker for it
+  bool lock_is_told = false;  // it is logged that it waits for the lock of the heartbeat table
   unsigned long calls = 0;
   Clock::time_point due{};
   Clock::time_point deadline{};
   Clock::time_point started{};
-  Clock::time_point previous_end{};  // of the call before
+  Clock::time_point previous_end{};  // of the previous call
   WallTime called{};
 
-  // What is known of it, for whoever looks from outside.
+  // The data for snapshots.
   std::string detail{}, note{};
   bool has_value = false;
   double value = 0.0;
@@ -91,7 +91,7 @@ struct Slot {
   Durations call_s{};
   Json evidence{};
   History history{};
-  std::shared_ptr<const WatchView> view{};  // null: something has changed since
+  std::shared_ptr<const WatchView> view{};  // null: the data above has changed
 };
 
 #endif

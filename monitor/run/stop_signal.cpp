@@ -43,12 +43,12 @@ bool StopSignal::install(const Wake& wake, bool hangup_ends) {
   sigset_t unblocked;
   sigemptyset(&unblocked);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-    if (number == SIGHUP && is_ignored(number)) continue;  // nohup: meant to outlive its terminal
+    if (number == SIGHUP && is_ignored(number)) continue;  // nohup: must outlive its terminal
     const bool ends = number != SIGHUP || hangup_ends;
     if (!handle(number, ends ? ask_to_stop : count_hangup)) return false;
     sigaddset(&unblocked, number);
   }
-  // A parent that had them blocked handed that down to us.
+  // The parent may have blocked them, and blocked signals are inherited.
   sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
   return catch_pipe();
 }

@@ -1,29 +1,27 @@
-// SIGINT and SIGTERM, and SIGHUP where it ends the program, as something to look at.
+// Catches SIGINT, SIGTERM and SIGHUP.
 #ifndef MONITOR_STOP_SIGNAL_H
 #define MONITOR_STOP_SIGNAL_H
 
 #include "proc/wake.h"
 
-// The signals are caught by a handler. Blocking them and reading a signalfd would be as good for
-// this program, but not for the commands that items start: a blocked or ignored signal stays so
-// across exec(), and such a command could no longer be interrupted; a handler does not outlive
-// exec(). For the same reason SIGPIPE is caught by a handler that does nothing, rather than
-// ignored: a write to a closed pipe then fails with EPIPE here, while a pre-command keeps the
-// normal behaviour.
+// A handler catches the signals. A signalfd would need blocked signals, and a blocked or ignored
+// signal stays so across exec(): the commands that items start could not be interrupted. exec()
+// resets handlers. For the same reason an empty handler catches SIGPIPE: a write to a closed pipe
+// then fails with EPIPE in this program, and commands keep the normal behaviour.
 class StopSignal {
  public:
-  // Call once, before any thread starts. SIGHUP ends the program if `hangup_ends`, and is counted
-  // otherwise. `wake` is set by each signal and must outlive the
-  // program's threads. False, with errno set, if the system refuses.
+  // Call it once, before any thread starts. If `hangup_ends`, SIGHUP requests a stop, else it is
+  // counted. Each signal sets `wake`, which must outlive all threads. False, with errno set, on
+  // failure.
   static bool install(const Wake& wake, bool hangup_ends);
 
-  // Catches SIGPIPE again, after a library has had it ignored.
+  // Catches SIGPIPE again after a library has set it to ignored.
   static bool catch_pipe();
 
-  // True once a stop was asked for.
+  // True after a stop was requested.
   static bool asked();
 
-  // How often SIGHUP has come where it does not end the program.
+  // The number of SIGHUP signals that did not request a stop.
   static unsigned hangups();
 };
 

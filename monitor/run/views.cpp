@@ -48,7 +48,7 @@ void keep_blindness(Slot& slot, const std::string& detail, WallTime time) {
 }
 
 std::shared_ptr<const WatchView> view_of(Slot& slot, const Silences& silences) {
-  if (slot.view && slot.view->alarms.empty()) return slot.view;  // silences come and go
+  if (slot.view && slot.view->alarms.empty()) return slot.view;  // silences of alarms can change
   const Instance& instance = slot.instance;
   auto view = std::make_shared<WatchView>();
   view->name = instance.name;

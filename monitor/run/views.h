@@ -1,4 +1,4 @@
-// Slots as others may see them.
+// Makes the views of slots for snapshots.
 #ifndef MONITOR_VIEWS_H
 #define MONITOR_VIEWS_H
 
@@ -9,13 +9,13 @@
 #include "run/slot.h"
 #include "state/snapshot.h"
 
-// Keeps what this answer says for views and history.
+// Stores this answer in the slot, for views and history.
 void keep_answer(Slot& slot, const Answer& answer);
 
-// Keeps that the instance has gone blind.
+// Stores that the instance is blind.
 void keep_blindness(Slot& slot, const std::string& detail, WallTime time);
 
-// The slot's view, the one made before if nothing has changed since.
+// The slot's view. Returns the previous view if nothing has changed.
 std::shared_ptr<const WatchView> view_of(Slot& slot, const Silences& silences);
 
 #endif

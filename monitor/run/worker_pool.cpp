@@ -107,7 +107,7 @@ int WorkerPool::thread_of(const Call& call) {
   return 0;
 }
 
-// Abandoned workers whose call came back after all; they hold no lock any more once ended is set.
+// Joins abandoned workers whose call has returned. They hold no lock after `ended` is set.
 void WorkerPool::join_ended() {
   for (auto worker = workers_.begin(); worker != workers_.end();) {
     if (!worker->ended) {
@@ -125,7 +125,7 @@ bool WorkerPool::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
-    ready_.clear();  // handed over, but not begun: from here on nobody begins anything
+    ready_.clear();  // calls that no worker has begun are never begun
     for (Worker& worker : workers_) {
       if (worker.call) {
         worker.thread.detach();

@@ -1,4 +1,4 @@
-// Threads that call items, and that can be given up on.
+// Threads that call items. A thread whose call does not return can be abandoned.
 #ifndef MONITOR_WORKER_POOL_H
 #define MONITOR_WORKER_POOL_H
 
@@ -20,8 +20,8 @@
 
 struct Slot;
 
-// One item instance as a worker sees it. From start() until take_finished() it is the worker's
-// alone; at all other times it is the owner's.
+// The data of a call. Only the worker uses it from start() until take_finished(); only the owner
+// uses it at all other times.
 struct Call {
   using Clock = std::chrono::steady_clock;
 
@@ -30,52 +30,52 @@ struct Call {
   std::vector<FI_PARAM_S> params;
   Examiner examiner;
   ReportOrigin origin{};      // of the reports that the item sends
-  bool end_is_known = false;  // of the process of the call before
+  bool end_is_known = false;  // it is known that the process of the previous call has ended
   FI_CONTEXT_S context{};     // zero before the first call, then as the item left it
   FI_RESULT_S result{};       // zeroed before each call
-  std::optional<ThreadOwner> thread_owner{};  // of the thread that the item has named
+  std::optional<ThreadOwner> thread_owner{};  // of the thread that the item named
   std::optional<ThreadEvidence> evidence{};   // of that thread, if it hangs
   double value = 0.0;
   Finding finding{};
-  Clock::time_point began{}, ended{};  // of the item itself, as its thread saw it
+  Clock::time_point began{}, ended{};  // of the item itself, measured on its thread
   std::chrono::system_clock::time_point answered{};
 };
 
-// Runs calls, each on a worker of its own. start(), take_finished() and abandon() belong to one
-// thread. Workers are started as calls need them and reused; a call that never returns costs one
-// thread and delays nobody.
+// Runs each call on a worker thread. Use start(), take_finished() and abandon() on one thread only.
+// Workers are started when needed and reused. A call that never returns occupies one thread and
+// delays no other call.
 class WorkerPool {
  public:
   // `wake` is set when a call has finished.
   explicit WorkerPool(const Wake& wake) : wake_owner_(wake) {}
-  // Every worker must have been stopped.
+  // All workers must have been stopped.
   ~WorkerPool() = default;
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
-  // At most this many calls at one time; abandoned ones do not count.
+  // At most this many calls run at once; abandoned calls do not count.
   void set_limit(size_t limit) { limit_ = limit; }
 
-  // Has a worker run the call, which must stay where it is until it is taken back. False if the
-  // limit is reached or the system gives no further thread: try again later.
+  // A worker runs the call. The record must not move until take_finished() returns it. False if the
+  // limit is reached or no thread can be started: try again later.
   bool start(Call& call);
 
-  // True if the system gave no further thread at the last attempt.
+  // True if the last attempt to start a thread failed.
   bool lacks_threads() const { return lacks_threads_; }
 
-  // The calls that have returned since the last time, abandoned ones among them.
+  // The calls that returned since the previous call, including abandoned ones.
   std::vector<Call*> take_finished();
 
-  // Gives up on a call that takes too long and makes room for another worker. The thread that is
-  // stuck in it ends should it ever return. False if no thread is in it: it has returned in the
-  // meantime, or its worker has not woken up yet.
+  // Gives up a call that takes too long, and makes room for another worker. Its thread ends when
+  // the call returns. False if no thread is inside the call: it has just returned, or its worker
+  // has not started it yet.
   bool abandon(Call& call);
 
-  // The thread that is inside this call; 0 if none is.
+  // The id of the thread that is inside this call; 0 if there is none.
   int thread_of(const Call& call);
 
-  // Ends all workers. False if some are still inside an item: threads cannot be interrupted there,
-  // so the process then has to end by _exit(), without destroying anything that they use.
+  // Ends all workers. False if some are still inside an item, where a thread cannot be interrupted.
+  // The process must then call _exit() and must not destroy anything that they use.
   bool stop();
 
  private:

@@ -13,12 +13,12 @@
 
 struct Sample {
   WallTime time;
-  float value;  // NaN where there is none
+  float value;  // NaN if there is none
   State state;
 };
 
-// The last 600 samples or a few more. A copy shares all but the newest: it costs a dozen pointers,
-// so that each snapshot can have one. About 10 KiB an instance.
+// The last 600 samples or a few more, about 10 KiB per instance. A copy shares all but the newest
+// samples and so costs only about twelve pointers, so that each snapshot can have one.
 class History {
  public:
   static constexpr size_t kChunk = 60, kChunks = 10, kLeastKept = kChunk * kChunks;

@@ -1,4 +1,4 @@
-// Where the scheduler's thread leaves its snapshots, and others find them.
+// Passes snapshots from the scheduler's thread to other threads.
 #ifndef MONITOR_PUBLISHER_H
 #define MONITOR_PUBLISHER_H
 
@@ -11,16 +11,15 @@
 #include "proc/wake.h"
 #include "state/snapshot.h"
 
-// A snapshot is made only when somebody asks, and not more often than every kPause: a monitor that
-// nobody looks at pays nothing.
+// A snapshot is made only on request and at most once per kPause, so unused snapshots cost nothing.
 class Publisher {
  public:
   static constexpr std::chrono::milliseconds kPause{100};
 
   explicit Publisher(const Wake& wake) : wake_(wake) {}
 
-  // On any thread: a snapshot made after this call, or, if none comes within `limit`, the last one
-  // (null if there is none at all).
+  // On any thread: a snapshot made after this call; if none is made within `limit`, the last one,
+  // or null if there is none.
   std::shared_ptr<const Snapshot> fresh(std::chrono::milliseconds limit);
 
   // On the scheduler's thread.

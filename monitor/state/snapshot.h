@@ -1,5 +1,5 @@
-// The whole state of the monitor at one moment. Made by the scheduler's thread, then never changed:
-// whoever reads it, however slowly, holds up nothing.
+// The whole state of the monitor at one moment. The scheduler's thread makes it, and it never
+// changes afterwards, so a slow reader delays nothing.
 #ifndef MONITOR_SNAPSHOT_H
 #define MONITOR_SNAPSHOT_H
 
@@ -23,7 +23,7 @@
 struct Durations {
   static constexpr std::array<double, 11> kBounds{0.0005, 0.001, 0.005, 0.01, 0.02, 0.05,
                                                   0.1,    0.5,   1.0,   5.0,  30.0};
-  std::array<unsigned long, kBounds.size() + 1> counts{};  // up to each bound, and beyond the last
+  std::array<unsigned long, kBounds.size() + 1> counts{};  // up to each bound, and above the last
   double sum_s = 0.0;
 
   void add(double seconds);
@@ -41,12 +41,12 @@ struct AlarmView {
 struct WatchView {
   std::string name;
   const ItemRow* item;
-  std::string parameter;  // the value of the first one: a command line, a folder, a process name
+  std::string parameter;  // first parameter: a command line, a folder, a process name
   std::string unit;
   double period_s;
   State state;
   WallTime state_since;
-  std::string detail;  // why, in words
+  std::string detail;  // the reason for the state
   std::string note;
   bool has_value;
   double value;
@@ -57,7 +57,7 @@ struct WatchView {
   unsigned long alarms_raised_warning, alarms_raised_critical;
   std::array<unsigned long, 7> outcomes;  // answers by State, blind ones included
   Durations call_s;
-  Json evidence;        // of a hung thread; null without
+  Json evidence;        // of a hung thread; null if there is none
   std::string cmdline;  // of the process of a hung thread
   History history;
 };
@@ -84,10 +84,10 @@ struct Snapshot {
   std::map<std::string, unsigned long> reports;             // sent, by error code "0xF000020F"
   std::map<std::string, unsigned long> recovery_decisions;  // "allowed", "refused", ...
   Durations lateness_s;                                     // of calls that started by the schedule
-  unsigned long skipped_beats;  // that passed while a call was under way or late
+  unsigned long skipped_starts;  // start times that passed during a call or before a late one
   bool last_reload_ok;
   std::optional<WallTime> last_reload;
-  std::string trouble;  // why the schedule is not kept; empty: it is
+  std::string trouble;  // why calls cannot start on time; empty if they can
 };
 
 #endif

@@ -1,4 +1,4 @@
-// The running monitor as others see it, over a Unix socket: silences now, its state later.
+// Answers requests to the running monitor over a Unix socket: silences.
 #ifndef MONITOR_STATUS_SERVER_H
 #define MONITOR_STATUS_SERVER_H
 
@@ -23,14 +23,14 @@ class StatusServer {
   StatusServer(const StatusServer&) = delete;
   StatusServer& operator=(const StatusServer&) = delete;
 
-  // Starts to answer at this socket. On failure false, and `error` says why.
+  // Starts to answer on this socket. False, with the reason in `error`, on failure.
   bool start(const std::string& path, std::string& error);
 
  private:
   using Response = httplib::Response;
 
   void add_routes();
-  // Has the scheduler's thread do it and waits for the answer, which is the response's body.
+  // Runs the request on the scheduler's thread and waits for its answer, the body of the response.
   void ask(Response& response, std::function<Json()> request);
   void add_silence(const httplib::Request& request, Response& response);
 

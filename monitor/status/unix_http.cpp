@@ -27,7 +27,7 @@ class BoundedQueue final : public httplib::TaskQueue {
     for (size_t i = 0; i < kThreads; ++i) threads_.emplace_back([this] { work(); });
   }
 
-  // Waits for room: meanwhile the kernel keeps a few connections, and refuses the others.
+  // Waits for room. Meanwhile the kernel queues a few connections and refuses the others.
   void enqueue(std::function<void()> task) override {
     std::unique_lock lock(mutex_);
     room_.wait(lock, [&] { return ending_ || tasks_.size() < kMostWaiting; });
@@ -85,7 +85,7 @@ bool connect_to(int socket, const sockaddr_un& address) {
   return connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-// Takes away a socket that nobody listens at; false, with errno set, if the place stays taken.
+// Removes a socket on which nobody listens. False, with errno set, if the path is still in use.
 bool clear_place(const std::string& path, const sockaddr_un& address) {
   struct stat about {};
   if (lstat(path.c_str(), &about) != 0) return errno == ENOENT;
@@ -115,7 +115,7 @@ BoundedServer::BoundedServer() {
 bool UnixServer::open_at(const std::string& path, std::string& error) {
   sockaddr_un address{};
   UniqueFd socket(unix_socket());
-  // Nobody but owner and group may write to it from its first moment.
+  // The umask sets mode 0660 from the first moment, so only owner and group can ever connect.
   const mode_t mask = umask(0117);
   const bool bound =
       socket.get() >= 0 && address_of(path, address) && clear_place(path, address) &&

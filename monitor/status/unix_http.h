@@ -1,4 +1,4 @@
-// HTTP over a Unix socket: the library speaks TCP alone, so that the sockets are opened here.
+// HTTP over a Unix socket. The HTTP library supports only TCP, so this code opens the sockets.
 #ifndef MONITOR_UNIX_HTTP_H
 #define MONITOR_UNIX_HTTP_H
 
@@ -16,10 +16,10 @@ class BoundedServer : public httplib::Server {
 
 class UnixServer : public BoundedServer {
  public:
-  // Listens at `path` with mode 0660. A socket that nobody listens at any more is replaced;
-  // anything else in its place is refused. On failure false, and `error` says why.
+  // Listens at `path` with mode 0660. Replaces a socket on which nobody listens; refuses any other
+  // existing file. False, with the reason in `error`, on failure.
   bool open_at(const std::string& path, std::string& error);
-  // Ends the server and takes the socket away.
+  // Ends the server and removes the socket.
   ~UnixServer() override;
 
  private:

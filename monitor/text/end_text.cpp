@@ -20,6 +20,12 @@ std::string duration_text(std::chrono::milliseconds duration) {
   return std::to_string(h / 24) + " d " + std::to_string(h % 24) + " h";
 }
 
+std::string seconds_text(std::chrono::duration<double> duration) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", duration.count());
+  return text;
+}
+
 std::string wait_status_text(int status) {
   if (WIFEXITED(status)) return "exited with status " + std::to_string(WEXITSTATUS(status));
   return "killed by signal " + std::to_string(WTERMSIG(status)) +
