@@ -5,7 +5,7 @@ set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
                 nlohmann-json3-dev pkg-config)
-test_packages=(libgtest-dev libbenchmark-dev procps devscripts)
+test_packages=(libgtest-dev libbenchmark-dev procps devscripts python3 python3-jsonschema)
 fuzz_packages=(clang libclang-rt-14-dev)
 lint_packages=(clang clang-format clang-tidy cppcheck shellcheck)
 

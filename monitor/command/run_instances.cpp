@@ -164,7 +164,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   }
   std::optional<StatusServer> status;
   if (!plan.status_socket.empty()) {
-    status.emplace(mailbox, silences, [&] { desk.note_change(); });
+    status.emplace(publisher, mailbox, silences, [&] { desk.note_change(); });
     StopSignal::catch_pipe();  // the HTTP library ignores it, which commands would inherit
     if (!status->start(plan.status_socket, error)) {
       complain("cannot answer at " + error);

@@ -1,4 +1,3 @@
-#include <charconv>
 #include <cmath>
 
 #include "item/alarm_rule.h"
@@ -8,19 +7,9 @@
 
 namespace {
 
-// Items measure in float: 12.3F must be written as 12.3, not as 12.300000190734863.
-double shortest(double value) {
-  char text[64];
-  const auto written = std::to_chars(text, text + sizeof text, static_cast<float>(value));
-  double decimal = value;
-  std::from_chars(text, written.ptr, decimal);
-  return decimal;
-}
-
 Json number(const ItemRow& item, double value) {
-  if (!std::isfinite(value)) return nullptr;
-  if (item.returns == Returns::kInt) return static_cast<int>(value);
-  return shortest(value);
+  if (item.returns == Returns::kInt && std::isfinite(value)) return static_cast<int>(value);
+  return json_number(value);
 }
 
 class JsonReporter final : public Reporter {

@@ -161,6 +161,7 @@ Slot& Scheduler::add_slot(const Instance& instance) {
   Slot& slot = slots_.emplace_back(instance, *plugin_.item(*instance.item), surroundings_,
                                    period_of(instance));
   slot.due = Clock::now();
+  slot.state_since = std::chrono::system_clock::now();
   return slot;
 }
 
@@ -229,6 +230,10 @@ void Scheduler::publish() {
   for (Slot& slot : slots_) {
     if (slot.of_alarm || slot.gone) continue;
     snapshot->watches.push_back(view_of(slot, surface_.desk.silences()));
+  }
+  for (const Silence& silence : surface_.desk.silences().list()) {
+    if (silence.until <= snapshot->taken) continue;
+    snapshot->silences.push_back({silence.pattern, silence.reason, silence.since, silence.until});
   }
   for (const AlertStatus& alert : surface_.sender.statuses()) {
     snapshot->alerts.push_back({alert.name, alert.way, alert.last_error, alert.sent, alert.failed,
@@ -572,8 +577,10 @@ void Scheduler::go_blind(Slot& slot, Clock::time_point now) {
   slot.due = now;
   all_done_ = false;
   const std::optional<WaitPlace> place = wait_place_of(thread);
-  surface_.reporter.went_blind(
-      {slot.instance, std::chrono::system_clock::now(), slot.called, place ? place->text() : ""});
+  const Blindness blindness{slot.instance, slot.state_since, slot.called,
+                            place ? place->text() : ""};
+  surface_.reporter.went_blind(blindness);
+  keep_blindness(slot, blindness.detail, blindness.time);
 }
 
 // Each start time that passes without an answer counts like a call with the state "blind".
@@ -640,8 +647,9 @@ void Scheduler::wait() {
   std::vector<pollfd> fds{{surface_.wake.fd(), POLLIN, 0}};
   ends_.add_to(fds);
   const Clock::time_point now = Clock::now();
-  const Clock::time_point until =
+  Clock::time_point until =
       std::min({next_event(), surface_.desk.next_due(), surface_.service.next_due(), now + pulse_});
+  if (surface_.publisher.wanted()) until = std::min(until, next_publication_);
   notice_gap(gaps_.before_wait(now, until));
   const timespec timeout = remaining(until);
   if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {

@@ -84,6 +84,8 @@ struct Slot {
   std::string detail{}, note{};
   bool has_value = false;
   double value = 0.0;
+  int pid = 0;            // the process that the last answer was about
+  std::string cmdline{};  // of the process of a thread that hangs
   std::optional<unsigned> flow_id{};
   std::optional<WallTime> answered{};
   std::array<unsigned long, 7> outcomes{};       // by State

@@ -33,6 +33,8 @@ void keep_answer(Slot& slot, const Answer& answer) {
   slot.value = answer.value;
   slot.flow_id = answer.flow_id();
   slot.answered = answer.time;
+  slot.pid = answer.thread_owner ? answer.thread_owner->pid : slot.call.examiner.pid();
+  slot.cmdline = answer.thread_owner ? answer.thread_owner->command_line : "";
   slot.evidence = answer.evidence ? evidence_json(answer) : Json();
   slot.call_s.add(std::chrono::duration<double>(slot.call.ended - slot.call.began).count());
   keep_sample(slot, answer.time, answer.state);
@@ -41,6 +43,7 @@ void keep_answer(Slot& slot, const Answer& answer) {
 void keep_blindness(Slot& slot, const std::string& detail, WallTime time) {
   slot.detail = "no answer before the deadline" + (detail.empty() ? "" : ", waits " + detail);
   slot.note.clear();
+  slot.cmdline.clear();
   slot.has_value = false;
   slot.flow_id.reset();
   slot.evidence = Json();
@@ -62,7 +65,7 @@ std::shared_ptr<const WatchView> view_of(Slot& slot, const Silences& silences) {
   view->note = slot.note;
   view->has_value = slot.has_value;
   view->value = slot.value;
-  view->pid = slot.call.examiner.pid();
+  view->pid = slot.pid;
   view->flow_id = slot.flow_id;
   view->answered = slot.answered;
   view->alarms = alarms_of(slot, silences, std::chrono::system_clock::now());
@@ -71,7 +74,7 @@ std::shared_ptr<const WatchView> view_of(Slot& slot, const Silences& silences) {
   view->outcomes = slot.outcomes;
   view->call_s = slot.call_s;
   view->evidence = slot.evidence;
-  view->cmdline = slot.call.thread_owner ? slot.call.thread_owner->command_line : "";
+  view->cmdline = slot.cmdline;
   view->history = slot.history;
   slot.view = std::move(view);
   return slot.view;

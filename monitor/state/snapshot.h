@@ -50,7 +50,7 @@ struct WatchView {
   std::string note;
   bool has_value;
   double value;
-  int pid;                           // 0: none
+  int pid;                           // the process it is about; 0: none
   std::optional<unsigned> flow_id;   // of a heartbeat that stands still
   std::optional<WallTime> answered;  // the last time
   std::vector<AlarmView> alarms;     // raised ones

@@ -5,26 +5,35 @@
 #include <future>
 #include <utility>
 
+#include "status/api.h"
+#include "status/resources.h"
 #include "text/clock_text.h"
+#include "text/wording.h"
 
 namespace {
 
 constexpr std::chrono::seconds kToAnswer{2};  // the scheduler's thread: it never waits for anything
-constexpr char kJson[] = "application/json";
 
 void answer_with(httplib::Response& response, int status, const Json& body) {
   response.status = status;
-  response.set_content(json_text(body) + "\n", kJson);
+  response.set_content(json_text(body) + "\n", kJsonType);
 }
 
 void refuse(httplib::Response& response, int status, const std::string& text) {
   answer_with(response, status, Json{{"error", text}});
 }
 
+void answer_watch(const Snapshot& snapshot, const std::string& name, httplib::Response& response) {
+  const WatchView* const watch = find_watch(snapshot, name);
+  if (!watch) return refuse(response, 404, "there is no watch " + in_quotes(name));
+  answer_with(response, 200, watch_json(*watch));
+}
+
 }  // namespace
 
-StatusServer::StatusServer(Mailbox& mailbox, Silences& silences, Changed changed)
-    : mailbox_(mailbox), silences_(silences), changed_(std::move(changed)) {
+StatusServer::StatusServer(Publisher& publisher, Mailbox& mailbox, Silences& silences,
+                           Changed changed)
+    : publisher_(publisher), mailbox_(mailbox), silences_(silences), changed_(std::move(changed)) {
   add_routes();
 }
 
@@ -87,7 +96,33 @@ void StatusServer::add_silence(const httplib::Request& request, Response& respon
   });
 }
 
+bool StatusServer::read(const httplib::Request& request, Response& response) {
+  const Resource* const resource = find_resource(request.path);
+  const bool is_watch = request.path.rfind(kWatchPath, 0) == 0;
+  if (request.path == "/api/heartbeats") {
+    const std::lock_guard lock(heartbeats_mutex_);
+    answer_with(response, 200, heartbeats_.read());
+    return true;
+  }
+  if (!resource && !is_watch) return false;
+  const std::shared_ptr<const Snapshot> snapshot = publisher_.fresh(kToAnswer);
+  if (!snapshot) {
+    refuse(response, 503, "the monitor does not answer");
+  } else if (resource) {
+    response.status = 200;
+    response.set_content(resource->text(*snapshot, request), resource->content_type);
+  } else {
+    answer_watch(*snapshot, request.path.substr(sizeof kWatchPath - 1), response);
+  }
+  return true;
+}
+
 void StatusServer::add_routes() {
+  server_.set_pre_routing_handler([this](const httplib::Request& request, Response& response) {
+    const bool reads = request.method == "GET" || request.method == "HEAD";
+    return reads && read(request, response) ? httplib::Server::HandlerResponse::Handled
+                                            : httplib::Server::HandlerResponse::Unhandled;
+  });
   server_.Get("/api/silences", [this](const httplib::Request&, Response& response) {
     ask(response, [this] {
       Json all = Json::array();

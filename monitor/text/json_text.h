@@ -15,6 +15,10 @@ inline std::string json_text(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+// A measured value; null if it is not finite. Items measure in float: 12.3F must be written
+// as 12.3, not 12.300000190734863.
+Json json_number(double value);
+
 // The value of this key; null if `json` is not an object or does not have the key.
 inline const Json* value_in(const Json& json, const char* key) {
   const auto found = json.is_object() ? json.find(key) : json.end();

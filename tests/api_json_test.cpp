@@ -1,0 +1,43 @@
+// The JSON of views that no well-meaning item gives.
+#include <cmath>
+
+#include "schema_check.h"
+#include "status/api.h"
+
+namespace {
+
+constexpr char kHostile[] = "<script>\x1B[2J\xFF\n";
+
+TEST(ApiJson, OddValuesAndHostileTextAreValidJson) {
+  WatchView watch{};
+  watch.name = watch.detail = watch.cmdline = kHostile;
+  watch.item = find_item("GetSysMemory");
+  watch.state = State::kBlind;
+  watch.has_value = true;
+  watch.value = std::nan("");
+  watch.period_s = 0.001;
+  watch.evidence = Json::parse(
+      R"({"tid":1,"name":"x","state":"D","wchan":null,"stack":"a\nb","voluntary_switches":1,)"
+      R"("involuntary_switches":0,"standing_seconds":1.5,"threads_with_this_stack":1,"suspected":null})");
+  watch.alarms.push_back({"1", kHostile, Severity::kWarning, {}, false});
+  for (size_t i = 0; i < 10000; ++i) {
+    watch.history.add({WallTime(std::chrono::seconds(i)), HUGE_VALF, State::kOk});
+  }
+  Snapshot snapshot{};
+  snapshot.watches.push_back(std::make_shared<WatchView>(watch));
+  snapshot.trouble = kHostile;
+  const auto history = watch_json(watch)["history"];
+  EXPECT_GE(history.size(), 600U);
+  EXPECT_LT(history.size(), 660U);
+  EXPECT_EQ(history.back()["value"], nullptr);
+  Answers answers;
+  answers.add("watch", json_text(watch_json(watch)));
+  answers.add("status", json_text(status_json(snapshot, 600)));
+  answers.add("alarms", json_text(alarms_json(snapshot)));
+  answers.add("hung", json_text(hung_json(snapshot)));
+  char folder[] = "/tmp/api-test-XXXXXX";
+  answers.expect_valid(mkdtemp(folder));
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace
