@@ -41,3 +41,28 @@ set(share ${CMAKE_INSTALL_DATADIR}/mirt)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${share})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${share}
         FILES_MATCHING PATTERN *.md PATTERN *.toml PATTERN *.c PATTERN *.cpp PATTERN *.h)
+
+# Manual pages, made from the manual, and completions for shells.
+find_program(MIRT_PANDOC pandoc)
+if(MIRT_PANDOC AND MIRT_BUILD_MONITOR)
+  file(GLOB manual CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+  set(pages_made ${PROJECT_BINARY_DIR}/man/made)
+  add_custom_command(OUTPUT ${pages_made}
+    COMMAND ${PROJECT_SOURCE_DIR}/packaging/man/make.sh ${PROJECT_BINARY_DIR}/man ${PROJECT_VERSION}
+    COMMAND ${CMAKE_COMMAND} -E touch ${pages_made}
+    DEPENDS ${manual} ${PROJECT_SOURCE_DIR}/packaging/man/make.sh
+            ${PROJECT_SOURCE_DIR}/packaging/man/man.lua
+    COMMENT "Making the manual pages")
+  add_custom_target(manual_pages ALL DEPENDS ${pages_made})
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}
+          FILES_MATCHING REGEX "\\.[135]$")
+endif()
+if(MIRT_BUILD_MONITOR)
+  set(completions ${PROJECT_SOURCE_DIR}/packaging/completions)
+  install(FILES ${completions}/mirt-monitor.bash RENAME mirt-monitor
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${completions}/_mirt-monitor
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  install(FILES ${completions}/mirt-monitor.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endif()

@@ -5,7 +5,10 @@ set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
                 nlohmann-json3-dev pkg-config)
-test_packages=(libgtest-dev libbenchmark-dev procps devscripts python3 python3-jsonschema)
+test_packages=(libgtest-dev libbenchmark-dev procps devscripts fish man-db pandoc python3
+               python3-jsonschema systemd zsh)
+package_packages=(debhelper dpkg-dev fakeroot lintian pandoc)
+service_packages=(debootstrap systemd-container)
 fuzz_packages=(clang libclang-rt-14-dev)
 lint_packages=(clang clang-format clang-tidy cppcheck shellcheck)
 

@@ -213,6 +213,10 @@ void set_action(CLI::App& command, Arguments& arguments, const char* footer,
   });
 }
 
+void add_socket_option(CLI::App& command, std::string& socket) {
+  add_text(command, "--socket", socket, "The status socket of the monitor", "PATH");
+}
+
 void add_run(CLI::App& app, Arguments& arguments) {
   CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
   RunOptions& options = arguments.run;
@@ -224,6 +228,7 @@ void add_run(CLI::App& app, Arguments& arguments) {
   add_json_flag(*run, options.json);
   add_strict_flag(*run, options.strict);
   add_allow_writable_flag(*run, options.allow_writable);
+  add_socket_option(*run, options.socket);
   set_action(*run, arguments, kRunFooter,
              [](const Arguments& given) { return command_run(given.run); });
 }
@@ -279,10 +284,6 @@ CLI::Validator duration() {
         return std::string();
       },
       "");
-}
-
-void add_socket_option(CLI::App& command, std::string& socket) {
-  add_text(command, "--socket", socket, "The status socket of the monitor", "PATH");
 }
 
 void add_silence_commands(CLI::App& app, Arguments& arguments) {

@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr char kLibrary[] = "libmirt_linux_plugin.so";
+// With the version of its interface: the name without one is there for compilers only.
+constexpr char kLibrary[] = "libmirt_linux_plugin.so." MIRT_INTERFACE_VERSION;
 
 // The plug-in is in the same directory as the host library, which this program links. Otherwise
 // only the file name, which dlopen() searches for.
