@@ -4,9 +4,10 @@
 set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
-                nlohmann-json3-dev pkg-config)
+                nlohmann-json3-dev pkg-config prometheus-cpp-dev)
+fleet_packages=(prometheus prometheus-alertmanager)
 test_packages=(libgtest-dev libbenchmark-dev procps devscripts fish man-db pandoc python3
-               python3-jsonschema systemd zsh)
+               python3-jsonschema systemd zsh "${fleet_packages[@]}")
 package_packages=(debhelper dpkg-dev fakeroot lintian pandoc)
 service_packages=(debootstrap systemd-container)
 fuzz_packages=(clang libclang-rt-14-dev)
@@ -40,8 +41,28 @@ install_missing() {
   echo "Fetching the list of Debian packages" >&2
   "${as_root[@]}" apt-get update -qq >&2
   echo "Installing ${missing[*]}" >&2
+  install_without_services "${missing[@]}"
+}
+
+# install_without_services PACKAGE...: for install_missing. The services of the packages are neither
+# started nor enabled: what needs these programs starts them itself. A policy of the machine about
+# services stays as it is.
+install_without_services() {
+  local policy=/usr/sbin/policy-rc.d made=() status=0
+  if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+    "${as_root[@]}" chmod 755 "$policy"
+    made=("$policy")
+  fi
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+    apt-get install -y -qq --no-install-recommends "$@" >&2 || status=$?
+  [ ${#made[@]} -eq 0 ] || "${as_root[@]}" rm -f "${made[@]}"
+  local package
+  for package in "$@"; do
+    [[ " ${fleet_packages[*]} " != *" $package "* ]] ||
+      "${as_root[@]}" systemctl disable "$package" >/dev/null 2>&1 || true
+  done
+  return $status
 }
 
 # build_in DIRECTORY [CMAKE-ARGUMENT...]: prints what it does, on a terminal with the progress of the

@@ -2,6 +2,7 @@
 #ifndef MONITOR_STATE_H
 #define MONITOR_STATE_H
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,10 @@ enum class State {
   kBlind,     // the call is past its deadline
   kPending    // no answer yet
 };
+
+constexpr std::array<State, 7> kAllStates{State::kOk,       State::kAlarm,  State::kAbsent,
+                                          State::kUnjudged, State::kFailed, State::kBlind,
+                                          State::kPending};
 
 // "ok", "alarm", ...: the name in lines, JSON and configurations.
 const char* state_name(State state);

@@ -18,7 +18,8 @@ namespace {
 
 using Clock = RecoveryBudget::Clock;
 
-constexpr char kAllowed[] = "allowed";
+constexpr char kAllowed[] = "allowed", kDenied[] = "denied", kSpared[] = "spared";
+constexpr char kUsedUp[] = "used up", kRefusedByCommand[] = "refused by command";
 
 thread_local const FI_RESULT_S* asking_result = nullptr;
 
@@ -39,7 +40,8 @@ class RecoveryDesk {
 
   mutable std::mutex mutex_;
   std::shared_ptr<const Recovery> recovery_;
-  std::map<std::string, unsigned long> decisions_;
+  std::map<std::string, unsigned long> decisions_{
+      {kAllowed, 0}, {kDenied, 0}, {kSpared, 0}, {kUsedUp, 0}, {kRefusedByCommand, 0}};
   RecoveryBudget budget_{1, Clock::duration::zero()};
 };
 
@@ -81,23 +83,23 @@ std::map<std::string, unsigned long> RecoveryDesk::decisions() const {
 
 const char* RecoveryDesk::decide(std::chrono::seconds limit) {
   const std::shared_ptr<const Recovery> configured = recovery();
-  if (configured->redundancy == Recovery::Redundancy::kDeny) return "denied";
+  if (configured->redundancy == Recovery::Redundancy::kDeny) return kDenied;
   const std::string reason = spared(*configured);
   if (!reason.empty()) {
     log_line("warning", "recovery refused: " + reason);
-    return "spared";
+    return kSpared;
   }
   // Taken before the command runs, so that two questions at once cannot both get the last one.
   const Clock::time_point now = Clock::now();
   if (!budget_.take(now)) {
     say_used_up(*configured);
-    return "used up";
+    return kUsedUp;
   }
   const bool allowed =
       configured->redundancy == Recovery::Redundancy::kAllow || command_allows(*configured, limit);
   if (allowed) return kAllowed;
   budget_.give_back(now);
-  return "refused by command";
+  return kRefusedByCommand;
 }
 
 bool RecoveryDesk::command_allows(const Recovery& recovery, std::chrono::seconds limit) const {

@@ -69,6 +69,10 @@ std::shared_ptr<const WatchView> view_of(Slot& slot, const Silences& silences) {
   view->flow_id = slot.flow_id;
   view->answered = slot.answered;
   view->alarms = alarms_of(slot, silences, std::chrono::system_clock::now());
+  view->has_alarm = {};
+  for (const AlarmRule& rule : instance.alarms) {
+    view->has_alarm[static_cast<size_t>(rule.severity)] = true;
+  }
   view->alarms_raised_warning = slot.alarms_raised[static_cast<size_t>(Severity::kWarning)];
   view->alarms_raised_critical = slot.alarms_raised[static_cast<size_t>(Severity::kCritical)];
   view->outcomes = slot.outcomes;

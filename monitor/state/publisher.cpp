@@ -7,8 +7,8 @@ std::shared_ptr<const Snapshot> Publisher::fresh(std::chrono::milliseconds limit
   const unsigned long before = count_;
   wanted_ = true;
   wake_.set();
-  published_.wait_for(lock, limit, [&] { return count_ != before; });
-  return latest_;
+  const bool came = published_.wait_for(lock, limit, [&] { return count_ != before; });
+  return came ? latest_ : nullptr;
 }
 
 void Publisher::publish(std::shared_ptr<const Snapshot> snapshot) {

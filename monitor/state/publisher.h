@@ -18,8 +18,8 @@ class Publisher {
 
   explicit Publisher(const Wake& wake) : wake_(wake) {}
 
-  // On any thread: a snapshot made after this call; if none is made within `limit`, the last one,
-  // or null if there is none.
+  // On any thread: a snapshot made after this call; null if none is made within `limit`, because an
+  // old state must not look like the present one.
   std::shared_ptr<const Snapshot> fresh(std::chrono::milliseconds limit);
 
   // On the scheduler's thread.

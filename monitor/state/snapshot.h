@@ -54,6 +54,7 @@ struct WatchView {
   std::optional<unsigned> flow_id;   // of a heartbeat that stands still
   std::optional<WallTime> answered;  // the last time
   std::vector<AlarmView> alarms;     // raised ones
+  std::array<bool, 2> has_alarm;     // by Severity: one with it is configured
   unsigned long alarms_raised_warning, alarms_raised_critical;
   std::array<unsigned long, 7> outcomes;  // answers by State, blind ones included
   Durations call_s;

@@ -8,10 +8,6 @@
 
 namespace {
 
-constexpr std::array<State, 7> kStates{State::kOk,       State::kAlarm,  State::kAbsent,
-                                       State::kUnjudged, State::kFailed, State::kBlind,
-                                       State::kPending};
-
 Json text_or_null(const std::string& text) {
   return text.empty() ? Json() : Json(text);
 }
@@ -53,7 +49,7 @@ void add_present(Json& json, const WatchView& watch) {
 
 Json answers_json(const WatchView& watch) {
   Json answers;
-  for (const State state : kStates) {
+  for (const State state : kAllStates) {
     if (state == State::kPending) continue;
     answers[state_name(state)] = watch.outcomes[static_cast<size_t>(state)];
   }
@@ -101,10 +97,10 @@ Json watches_json(const Snapshot& snapshot, size_t recent) {
 }
 
 Json counts_json(const Snapshot& snapshot) {
-  std::array<size_t, kStates.size()> counts{};
+  std::array<size_t, kAllStates.size()> counts{};
   for (const auto& watch : snapshot.watches) ++counts[static_cast<size_t>(watch->state)];
   Json json;
-  for (const State state : kStates) json[state_name(state)] = counts[static_cast<size_t>(state)];
+  for (const State state : kAllStates) json[state_name(state)] = counts[static_cast<size_t>(state)];
   return json;
 }
 

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "status/api.h"
+#include "status/metrics_text.h"
 
 namespace {
 
@@ -34,6 +35,8 @@ constexpr Resource kResources[] = {
      [](const Snapshot& snapshot, const httplib::Request&) {
        return line_of(hung_json(snapshot));
      }},
+    {"/metrics", kMetricsType,
+     [](const Snapshot& snapshot, const httplib::Request&) { return metrics_text(snapshot); }},
 };
 
 }  // namespace

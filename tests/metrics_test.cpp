@@ -1,0 +1,200 @@
+// What Prometheus reads of a running monitor, checked with its own tool.
+#include <cmath>
+
+#include "heart_fixture.h"
+#include "hung_thread.h"
+#include "item/state.h"
+#include "metrics_format.h"
+#include "status/unix_http.h"
+#include "status/value_metric.h"
+
+namespace {
+
+using Value = ParamRow::Value;
+
+constexpr char kCommandLine[] = "watched by the metrics test";
+
+std::string alarm(const std::string& text) {
+  return "[[instance.alarm]]\n" + text + "\n";
+}
+
+// A value with which the item works.
+std::string working_value(const ParamRow& row) {
+  switch (row.value) {
+    case Value::kShortName:
+      return "cat";
+    case Value::kModule:
+      return "77";
+    case Value::kDirectory:
+      return "/";
+    case Value::kSeconds:
+    case Value::kThread:
+      return "1";
+    case Value::kCommand:
+      return "echo ready";
+    case Value::kKeyWords:
+      return "ready";
+    case Value::kAny:
+      return row.name == std::string("ErrCode") ? "0xF0000203" : "5";
+    default:
+      return kCommandLine;
+  }
+}
+
+// An instance of each item, called once, under the item's name.
+std::string every_item() {
+  std::string text;
+  for (const ItemRow& item : all_items()) {
+    Params params;
+    for (const ParamRow& row : *item.params) params.emplace_back(row.name, working_value(row));
+    text += instance(item.name, item.name, params, "period = 1000\ndeadline = 1000\n");
+  }
+  return text;
+}
+
+std::string pre_command(const std::string& name, const std::string& command,
+                        const std::string& deadline) {
+  return instance(name, "IsExistProcessPreCmd",
+                  {{"ProcessName", kCommandLine}, {"PreCmd", command}, {"RetKeyWords", "ready"}},
+                  "period = 1000\ndeadline = " + deadline + "\n");
+}
+
+std::string of_watch(const std::string& name) {
+  return "{watch=\"" + name + "\"";
+}
+
+double scale_of(const std::string& unit) {
+  if (unit == "%") return 0.01;
+  if (unit == "% core") return 0.01 / static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  return unit == "MiB" ? 1048576.0 : 1.0;
+}
+
+class MetricsTest : public HeartTest {
+ protected:
+  void SetUp() override {
+    HeartTest::SetUp();
+    SKIP_WITHOUT_PROMTOOL();
+  }
+  void configure_with_socket(const std::string& text) const {
+    configure("[status]\nsocket = '" + (folder_ / "socket").string() + "'\n" + text);
+  }
+  std::string scrape() const {
+    const auto result = UnixClient(folder_ / "socket").Get("/metrics");
+    EXPECT_TRUE(result && result->status == 200) << httplib::to_string(result.error());
+    return result ? result->body : "";
+  }
+  std::map<std::string, double> series() const { return series_of(scrape()); }
+};
+
+// The value of the watch as its line has it; no series if the line has none.
+void expect_value(const Json& line, const std::map<std::string, double>& all) {
+  const std::string name = line["instance"];
+  const size_t metric = value_metric_of(*find_item(line["item"].get<std::string>()));
+  unsigned found = 0;
+  for (const ValueMetric& each : kValueMetrics) {
+    const std::string beginning = each.name + of_watch(name);
+    const auto next = all.lower_bound(beginning);
+    if (next == all.end() || next->first.compare(0, beginning.size(), beginning) != 0) continue;
+    ++found;
+    EXPECT_EQ(each.name, kValueMetrics[metric].name) << name;
+    const double expected = line["value"].get<double>() * scale_of(line["unit"]);
+    EXPECT_NEAR(next->second, expected, std::abs(expected) * 1e-6) << line;
+  }
+  const bool has_value = !line["value"].is_null() && metric < kValueMetricCount;
+  EXPECT_EQ(found, has_value ? 1U : 0U) << line;
+}
+
+void expect_state(const std::string& name, const std::string& state,
+                  const std::map<std::string, double>& all) {
+  for (const State each : kAllStates) {
+    const std::string key =
+        "mirt_watch_state" + of_watch(name) + ",state=\"" + state_name(each) + "\"}";
+    ASSERT_EQ(all.count(key), 1U) << key;
+    EXPECT_EQ(value_of(key, all), state == state_name(each) ? 1.0 : 0.0) << key;
+  }
+}
+
+TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
+  make_table()[0] = {process_, 77, 5, 9, 0};
+  const Child child({kCommandLine});
+  const HungThread hung;
+  configure_with_socket(
+      every_item() + instance("absent", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
+      instance("failed", "GetDiskUsage", {{"d", "/nowhere"}}) + alarm("on = ['failed']") +
+      alarm("on = ['failed']\nfor = 2\nseverity = 'warning'") +
+      pre_command("blind", "sleep 1000", "0.01") + pre_command("pending", "sleep 1000", "1000") +
+      pre_command("unjudged", "echo no", "1000") +
+      instance("heart", "ProcessHeartBeat", {{"ProcessName", "cat"}, {"ProcessMoudleId", "77"}}) +
+      alarm("equals = 0") +
+      instance("stuck", "CheckProcessStatusIsD", {{"ProcessName", "*metrics_tests*"}}) +
+      alarm("equals = 1"));
+  Monitor monitor(folder_, kRun);
+  std::map<std::string, Json> lines;
+  const auto is_complete = [&] {
+    return lines.size() == all_items().size() + 6 && lines["heart"]["state"] == "alarm" &&
+           lines["stuck"]["state"] == "alarm" &&
+           lines["failed"].value("alarms", Json()).size() == 2;
+  };
+  while (!is_complete()) {
+    const Json line = monitor.await({{"kind", "item"}});
+    lines[line.value("instance", "")] = line;
+  }
+  const std::string text = scrape();
+  const std::map<std::string, double> all = series_of(text);
+  expect_no_complaint(text);
+  for (const auto& [name, line] : lines) {
+    expect_value(line, all);
+    expect_state(name, line["state"], all);
+    if (!line["pid"].is_number() || line["pid"] == 0 || line.contains("tid")) continue;
+    EXPECT_EQ(value_of("mirt_process_pid" + of_watch(name) + "}", all), line["pid"]);
+  }
+  for (const char* const name : {"absent", "failed", "blind", "unjudged"}) {
+    EXPECT_EQ(lines[name]["state"], name);
+  }
+  expect_state("pending", "pending", all);
+  expect_value({{"instance", "pending"}, {"item", "IsExistProcess"}, {"value", nullptr}}, all);
+  EXPECT_EQ(value_of("mirt_heartbeat_flow_id{watch=\"heart\"}", all), 9.0);
+  EXPECT_EQ(value_of("mirt_process_pid{watch=\"heart\"}", all), process_);
+  EXPECT_EQ(value_of("mirt_process_pid{watch=\"stuck\"}", all), getpid());
+  EXPECT_EQ(value_of("mirt_filesystem_used_ratio{watch=\"GetDiskUsage\",mountpoint=\"/\"}", all),
+            lines["GetDiskUsage"]["value"].get<double>() / 100.0);
+  for (const char* const severity : {"critical", "warning"}) {
+    const std::string labels = of_watch("failed") + ",severity=\"" + severity + "\"}";
+    EXPECT_EQ(value_of("mirt_alarm_active" + labels, all), 1.0);
+    EXPECT_EQ(value_of("mirt_alarms_raised_total" + labels, all), 1.0);
+  }
+  EXPECT_EQ(all.count("mirt_alarm_active{watch=\"stuck\",severity=\"warning\"}"), 0U);
+  const std::string evidence =
+      "mirt_alarm_info{watch=\"stuck\",severity=\"critical\","
+      "condition=\"equals 1\",evidence=\"thread \\\"metrics_tests\\\" in "
+      "state D (disk sleep)";
+  EXPECT_NE(text.find(evidence), std::string::npos);
+  EXPECT_EQ(value_of("mirt_reports_total{error_code=\"0xF0000203\"}", all), 2.0);
+  EXPECT_EQ(value_of("mirt_recovery_decisions_total{decision=\"denied\"}", all), 1.0);
+  EXPECT_EQ(value_of("mirt_watch_calls_total{watch=\"blind\",outcome=\"blind\"}", all), 1.0);
+  EXPECT_EQ(value_of("mirt_watch_call_seconds_count{watch=\"GetSysCPU\"}", all), 1.0);
+}
+
+TEST_F(MetricsTest, CountersGoOnAfterAReloadAndWatchesThatAreGoneHaveNoSeries) {
+  const std::string kept = instance("kept", "GetSysFreeMemory");
+  configure_with_socket(kept + instance("gone", "GetSysMemory"));
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"instance", "gone"}});
+  const std::string calls = "mirt_watch_calls_total{watch=\"kept\",outcome=\"ok\"}";
+  const std::string success = "mirt_config_last_reload_success";
+  const std::map<std::string, double> before = series();
+  EXPECT_EQ(value_of(success, before), 1.0);
+  EXPECT_EQ(before.count("mirt_machine_memory_ratio{watch=\"gone\"}"), 1U);
+  configure_with_socket(kept);
+  kill(monitor.pid(), SIGHUP);
+  std::map<std::string, double> after = series();
+  while (after.count("mirt_watch_state{watch=\"gone\",state=\"ok\"}") > 0) after = series();
+  EXPECT_GE(value_of(calls, after), value_of(calls, before));
+  EXPECT_GT(value_of("mirt_config_last_reload_timestamp_seconds", after),
+            value_of("mirt_config_last_reload_timestamp_seconds", before));
+  configure("mistake");
+  kill(monitor.pid(), SIGHUP);
+  while (value_of(success, after) == 1.0) after = series();
+}
+
+}  // namespace
