@@ -35,7 +35,7 @@ std::shared_ptr<const WatchView> watch(int number) {
 void MetricsText_1000(benchmark::State& state) {
   Snapshot snapshot{};
   for (int i = 0; i < kWatches; ++i) snapshot.watches.push_back(watch(i));
-  for (auto _ : state) benchmark::DoNotOptimize(metrics_text(snapshot));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(metrics_text(snapshot));
 }
 
 // A monitor with as many watches, each with an alarm and a value.
@@ -99,7 +99,7 @@ class RunningMonitor {
 void Scrape_1000(benchmark::State& state) {
   const RunningMonitor monitor;
   if (!monitor.is_complete()) state.SkipWithError("the monitor does not answer");
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const double before = monitor.cpu_s();
     benchmark::DoNotOptimize(monitor.scrape());
     state.SetIterationTime(monitor.cpu_s() - before);
