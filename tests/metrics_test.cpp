@@ -197,4 +197,45 @@ TEST_F(MetricsTest, CountersGoOnAfterAReloadAndWatchesThatAreGoneHaveNoSeries) {
   while (value_of(success, after) == 1.0) after = series();
 }
 
+TEST_F(MetricsTest, TheFileIsReplacedAsAWholeAndRemovedAtTheEnd) {
+  const fs::path folder = folder_ / "collector", file = folder / "mirt.prom";
+  configure_with_socket(instance("free", "GetSysFreeMemory") + "[metrics]\ntextfile = '" +
+                        file.string() + "'\nevery = 1\n");
+  Monitor monitor(folder_, "sh -c 'umask 077; exec " + kRun + "'");
+  const auto await_in_log = [&](const std::string& text) {
+    while (read_file(folder_ / "stderr").find(text) == std::string::npos) {
+      ASSERT_TRUE(monitor.line());
+    }
+  };
+  await_in_log("metrics file " + file.string() +
+               ": cannot open its folder: No such file or directory\n");
+  fs::create_directory(folder);
+  write_file(folder / "mirt.prom.new-1", "left by a monitor that was killed");
+  await_in_log("metrics file " + file.string() + ": written again\n");
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
+  expect_no_complaint(read_file(file));
+  const std::string value = "mirt_machine_free_memory_bytes{watch=\"free\"}";
+  EXPECT_EQ(series_of(read_file(file)).count(value), 1U);
+  kill(monitor.pid(), SIGTERM);
+  monitor.records();
+  const std::string log = monitor.end(0);
+  EXPECT_EQ(log.find("cannot open"), log.rfind("cannot open")) << "once: " << log;
+  EXPECT_EQ(log.find("does not answer"), std::string::npos) << log;
+  EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(MonitorTest, MistakesInTheTableMetricsAreFound) {
+  const std::string watch = instance("free", "GetSysFreeMemory") + "[metrics]\n";
+  const std::pair<const char*, const char*> rows[] = {
+      {"every = 15", ":7: no key \"textfile\" in [metrics], expected a string"},
+      {"textfile = '/a/mirt.txt'", ":8: textfile is \"/a/mirt.txt\", expected an absolute path"},
+      {"textfile = 'mirt.prom'", ":8: textfile is \"mirt.prom\", expected an absolute path"},
+      {"textfile = '/a.prom'\nevery = '0.5 s'", ":9: every is less than a second, expected"},
+      {"textfile = '/a.prom'\npath = 1", ":9: unknown key \"path\" in [metrics]"}};
+  for (const auto& [text, mistake] : rows) {
+    EXPECT_NE(check(watch + text + "\n", 2).find(mistake), std::string::npos)
+        << check(watch + text + "\n", 2);
+  }
+}
+
 }  // namespace

@@ -1,6 +1,5 @@
 #include "alert/state_store.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "proc/replaced_file.h"
 #include "proc/trusted_folder.h"
 #include "text/log_lines.h"
 
@@ -23,80 +23,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kMostBytes = size_t{16} << 20;
-constexpr char kNew[] = ".new-";
-
-// The folder of a file, opened, and the file's name in it.
-struct Place {
-  explicit Place(const std::string& path)
-      : name(path.substr(path.rfind('/') + 1)),  // npos + 1 is 0
-        folder(open_trusted_folder(path.substr(0, path.size() - name.size()))) {}
-
-  std::string name;
-  UniqueFd folder;
-};
-
-std::string error_text(const char* what, int error) {
-  return std::string(what) + ": " + std::strerror(error);
-}
-
-bool write_all(int fd, const std::string& text) {
-  for (size_t written = 0; written < text.size();) {
-    const ssize_t got = write(fd, text.data() + written, text.size() - written);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    written += static_cast<size_t>(got);
-  }
-  return true;
-}
-
-// Never opens an existing file, which may be another user's link.
-UniqueFd create_new(int folder, const std::string& name) {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  UniqueFd file(openat(folder, name.c_str(), kFlags, 0600));
-  if (file.get() >= 0 || errno != EEXIST) return file;
-  unlinkat(folder, name.c_str(), 0);  // left by a killed process with our PID
-  return UniqueFd(openat(folder, name.c_str(), kFlags, 0600));
-}
-
-// At every moment the path names the complete old file or the complete new one. When this returns,
-// the new one is on the disk. Returns the error, empty if there was none.
-std::string replace_file(const std::string& path, const std::string& text) {
-  const Place place(path);
-  const int folder = place.folder.get();
-  if (folder < 0) return error_text("cannot open its folder", errno);
-  const std::string fresh = place.name + kNew + std::to_string(getpid());
-  const UniqueFd file = create_new(folder, fresh);
-  if (file.get() < 0) return error_text("cannot create a new file in its folder", errno);
-  const bool is_written = write_all(file.get(), text) && fsync(file.get()) == 0 &&
-                          renameat(folder, fresh.c_str(), folder, place.name.c_str()) == 0;
-  if (!is_written) {
-    std::string error = error_text("cannot write it", errno);
-    unlinkat(folder, fresh.c_str(), 0);
-    return error;
-  }
-  return fsync(folder) == 0 ? "" : error_text("cannot sync its folder", errno);
-}
-
-// Removes the temporary files of processes that were killed while they wrote.
-void remove_unfinished(const Place& place) {
-  const std::string beginning = place.name + kNew;
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(
-      fdopendir(fcntl(place.folder.get(), F_DUPFD_CLOEXEC, 0)), closedir);
-  while (const dirent* const entry = folder ? readdir(folder.get()) : nullptr) {
-    if (std::string(entry->d_name).compare(0, beginning.size(), beginning) == 0) {
-      unlinkat(place.folder.get(), entry->d_name, 0);
-    }
-  }
-}
 
 // The text of the file. Nothing if the file does not exist. Nothing, with the reason in `damage`,
 // if it cannot be trusted or read.
-std::optional<std::string> read_trusted(const Place& place, std::string& damage) {
+std::optional<std::string> read_trusted(const FilePlace& place, std::string& damage) {
   const UniqueFd file(openat(place.folder.get(), place.name.c_str(),
                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-    if (errno != ENOENT) damage = error_text("cannot open it", errno);
+    if (errno != ENOENT) damage = system_error("cannot open it", errno);
     return std::nullopt;
   }
   if (!S_ISREG(status.st_mode))
@@ -111,13 +46,13 @@ std::optional<std::string> read_trusted(const Place& place, std::string& damage)
   do got = read(file.get(), text.data(), text.size());
   while (got < 0 && errno == EINTR);
   if (got == static_cast<ssize_t>(text.size())) return text;
-  damage = got < 0 ? error_text("cannot read it", errno) : "it is shorter than its size";
+  damage = got < 0 ? system_error("cannot read it", errno) : "it is shorter than its size";
   return std::nullopt;
 }
 
 // Renames the file to "state.json.damaged-2026-03-01T08:15:30.250+01:00", with a number after it if
 // that name exists. Returns the new name, empty if renaming failed.
-std::string set_aside(const Place& place) {
+std::string set_aside(const FilePlace& place) {
   const std::string wanted = place.name + ".damaged-" + iso8601(std::chrono::system_clock::now());
   const int folder = place.folder.get();
   for (int count = 1; count <= 100; ++count) {
@@ -139,9 +74,9 @@ void say(const char* level, const std::string& path, const std::string& text) no
 
 StateReading StateStore::load(const std::string& path) {
   StateReading reading;
-  const Place place(path);
+  const FilePlace place(path);
   if (place.folder.get() < 0) {
-    if (errno != ENOENT) reading.damage = error_text("cannot open its folder", errno);
+    if (errno != ENOENT) reading.damage = system_error("cannot open its folder", errno);
   } else {
     remove_unfinished(place);
     const std::optional<std::string> text = read_trusted(place, reading.damage);
@@ -190,7 +125,7 @@ class StateStore::Writer {
       thread_ = std::thread([self] { self->run(); });
     } catch (const std::system_error& error) {
       runs_ = false;
-      error_ = error_text("cannot start a thread", error.code().value());
+      error_ = system_error("cannot start a thread", error.code().value());
       say("error", path_, error_);
     }
   }
@@ -239,7 +174,7 @@ void StateStore::Writer::run() noexcept {
 bool StateStore::Writer::write(const SavedState& state) noexcept try {
   std::string text = state_text(state) + "\n";
   if (text == written_) return true;
-  std::string error = replace_file(path_, text);
+  std::string error = replace_file(path_, text, 0600, Durability::kOnDisk);
   const bool is_written = error.empty();
   if (is_written) written_ = std::move(text);
   note(std::move(error));

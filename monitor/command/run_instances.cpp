@@ -14,6 +14,7 @@
 #include "run/recovery_answer.h"
 #include "run/stop_signal.h"
 #include "service/service_notice.h"
+#include "status/metrics_file.h"
 #include "status/status_server.h"
 #include "text/complaint.h"
 #include "text/log_lines.h"
@@ -172,10 +173,13 @@ int run_instances(const Plan& plan, const RunRequest& request) {
     }
   }
   log_through(&log);
+  std::optional<MetricsFile> metrics;
+  if (plan.metrics_file) metrics.emplace(*plan.metrics_file, publisher);
   reports.connect();
   scheduler.apply(plan);
   scheduler.take_up(memory.state);
   int code = run_to_the_end(scheduler, request);
+  publisher.close();
   const bool all_free = scheduler.stop();
   desk.send_all();
   const bool alerts_ended = sender.stop(kToWriteTheRest);
@@ -183,13 +187,14 @@ int run_instances(const Plan& plan, const RunRequest& request) {
     log_line("error", plan.state_file + ": the state could not be written");
     code = kExitFailed;
   }
+  const bool metrics_ended = !metrics || metrics->finish(kToWriteTheRest);
   const bool reading_ended = !reloader || reloader->finish(kToWriteTheRest);
   code = finish_output(out, log, code);
   const bool system_ended = journal.finish(kToWriteTheRest) && service.finish(kToWriteTheRest);
   // A thread that is still inside an item or a write uses the records and the library until the
   // process ends, so nothing may be destroyed.
-  if (!all_free || !alerts_ended || !reading_ended || !system_ended || out.stuck() || log.stuck() ||
-      (store && store->stuck())) {
+  if (!all_free || !alerts_ended || !metrics_ended || !reading_ended || !system_ended ||
+      out.stuck() || log.stuck() || (store && store->stuck())) {
     kill_descendants();
     _exit(code);
   }

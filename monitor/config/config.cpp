@@ -107,6 +107,7 @@ void ConfigReader::read_main_keys(TomlFields& fields) {
   defaults_.command_recovers =
       reading_.config.recovery.redundancy == Recovery::Redundancy::kCommand;
   reading_.config.status_socket = read_status_socket(fields);
+  reading_.config.metrics_file = read_metrics(fields);
   const std::optional<std::string> state = fields.text("state", Presence::kOptional);
   if (!state) return;
   reading_.config.state_file = *state;
@@ -117,7 +118,7 @@ void ConfigReader::read_main_keys(TomlFields& fields) {
 }
 
 void ConfigReader::refuse_main_keys(TomlFields& fields, const std::string& main) {
-  for (const char* const key : {"include", "workers", "recovery", "state", "status"}) {
+  for (const char* const key : {"include", "workers", "recovery", "state", "status", "metrics"}) {
     if (!fields.any(key)) continue;
     fields.mistake(fields.line(key),
                    std::string(key) + " in an included file, expected it only in " + main);

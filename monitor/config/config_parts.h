@@ -13,6 +13,7 @@
 #include "item/instance.h"
 #include "item/item_table.h"
 #include "item/params.h"
+#include "item/plan.h"
 #include "item/recovery.h"
 
 // The names of instances and watches with their places.
@@ -83,6 +84,9 @@ AlarmDefaults read_alarm_defaults(TomlFields& fields, const FileScope& scope,
 std::optional<AlarmReport> read_report(TomlFields& fields, const ItemRow* alarmed);
 // [status]: the path of the socket; empty if there is none.
 std::string read_status_socket(TomlFields& fields);
+
+// [metrics], if there is one.
+std::optional<MetricsFilePlan> read_metrics(TomlFields& fields);
 
 // [instance.alarm] or [[instance.alarm]] of an instance of `item`, which is null if the item is not
 // valid.

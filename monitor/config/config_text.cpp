@@ -141,6 +141,10 @@ std::string config_text(const Plan& config) {
   if (!config.status_socket.empty()) {
     text += "\n[status]\n" + line("socket", toml_text(config.status_socket));
   }
+  if (config.metrics_file) {
+    text += "\n[metrics]\n" + line("textfile", toml_text(config.metrics_file->path)) +
+            line("every", number(config.metrics_file->every_s));
+  }
   text += recovery_table(config.recovery);
   for (const Alert& alert : config.alerts) text += alert_table(alert);
   for (const Instance& instance : config.instances) text += instance_table(instance);

@@ -2,6 +2,7 @@
 #ifndef MONITOR_PLAN_H
 #define MONITOR_PLAN_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,13 +10,20 @@
 #include "item/instance.h"
 #include "item/recovery.h"
 
+// The file that has the metrics.
+struct MetricsFilePlan {
+  std::string path;
+  double every_s = 15.0;
+};
+
 struct Plan {
   std::vector<Instance> instances;
   std::vector<Alert> alerts;
   Recovery recovery;
   std::string state_file;     // keeps state over a restart; empty: nothing is kept
   std::string status_socket;  // where the monitor answers; empty: nowhere
-  unsigned workers = 0;       // the most calls at one time; 0: one for each instance and report
+  std::optional<MetricsFilePlan> metrics_file;
+  unsigned workers = 0;  // the most calls at one time; 0: one for each instance and report
 };
 
 // True if both differ at most in the place of their configuration, so that the context and the

@@ -7,8 +7,16 @@ std::shared_ptr<const Snapshot> Publisher::fresh(std::chrono::milliseconds limit
   const unsigned long before = count_;
   wanted_ = true;
   wake_.set();
-  const bool came = published_.wait_for(lock, limit, [&] { return count_ != before; });
-  return came ? latest_ : nullptr;
+  published_.wait_for(lock, limit, [&] { return closed_ || count_ != before; });
+  return count_ != before ? latest_ : nullptr;
+}
+
+void Publisher::close() {
+  {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+  }
+  published_.notify_all();
 }
 
 void Publisher::publish(std::shared_ptr<const Snapshot> snapshot) {

@@ -22,6 +22,10 @@ class Publisher {
   // old state must not look like the present one.
   std::shared_ptr<const Snapshot> fresh(std::chrono::milliseconds limit);
 
+  // On any thread: from now on nobody waits for a snapshot.
+  void close();
+  bool closed() const { return closed_; }
+
   // On the scheduler's thread.
   bool wanted() const { return wanted_; }
   void publish(std::shared_ptr<const Snapshot> snapshot);
@@ -33,6 +37,7 @@ class Publisher {
   std::condition_variable published_;
   std::shared_ptr<const Snapshot> latest_;
   unsigned long count_ = 0;
+  std::atomic<bool> closed_{false};
 };
 
 #endif
