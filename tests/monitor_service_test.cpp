@@ -3,6 +3,7 @@
 #include <sys/un.h>
 
 #include "monitor_fixture.h"
+#include "proc/process_handle.h"
 
 namespace {
 
@@ -78,6 +79,34 @@ TEST_F(ServiceTest, WithoutAJournalLinesArePlain) {
   configure("[[instance]]\nname = 7\n");
   const std::string errors = Monitor(folder_, run("JOURNAL_STREAM=1:1")).end(2);
   EXPECT_EQ(errors.find("a.toml:1: "), 0U) << errors;
+}
+
+TEST_F(ServiceTest, CommandsInheritOnlyWhatIsDocumented) {
+  const std::string command =
+      "[ -z \"$SECRET$NOTIFY_SOCKET\" ] && [ \"$HOME\" = /h ] && [ \"${PATH%%:*}\" = "
+      "/usr/local/sbin ]"
+      " && [ $(umask) = 0027 ] && [ ! -e /proc/self/fd/3 ] && echo clean";
+  configure(instance("clean", "IsExistProcessPreCmd",
+                     {{"ProcessName", "nobody"}, {"PreCmd", command}, {"RetKeyWords", "clean"}}));
+  Monitor monitor(folder_, run("HOME=/h SECRET=x") + " --rounds 1");
+  EXPECT_EQ(monitor.await({{"kind", "item"}}).value("state", ""), "ok");
+  monitor.records();
+  monitor.end(0);
+}
+
+TEST(ProcessHandle, NoSignalReachesAnotherProcessWithThePid) {
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) pause();
+  }
+  const ProcessIdentity process{child, start_ticks_of(child)};
+  signal_process({child, process.start_ticks + 1}, SIGKILL);
+  EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "the PID alone does not count";
+  signal_process(process, SIGKILL);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  signal_process(process, SIGKILL);  // it has ended: nothing happens
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -23,8 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kInherited[] = {"HOME", "LANG", "TZ", "TMPDIR"};
-
 bool is_for_commands(const std::string& variable) {
   return variable.compare(0, 5, "MIRT_") == 0 && variable.find('=') == std::string::npos &&
          variable.find('\0') == std::string::npos;
@@ -37,11 +34,7 @@ std::string variable(std::string name, const std::string& value) {
 }
 
 std::vector<std::string> environment_of(const AlertMessage& message) {
-  std::vector<std::string> environment{"PATH=" + std::string(kProgramPath)};
-  for (const char* const name : kInherited) {
-    const char* const value = std::getenv(name);
-    if (value) environment.push_back(variable(name, value));
-  }
+  std::vector<std::string> environment = command_environment();
   for (const auto& [name, value] : message.variables) {
     if (is_for_commands(name)) environment.push_back(variable(name, value));
   }

@@ -65,7 +65,8 @@ Exit status 0: found; 1: not found; 2: wrong usage.)";
 
 constexpr char kKillFooter[] =
     R"(The short name is the kernel's name of the process, at most 15 bytes (/proc/PID/comm).
-Write -- before a NAME that starts with -. The signal is sent in the background.
+Write -- before a NAME that starts with -. If the process ends and another one gets its PID, no
+signal is sent.
 Exit status 0: signal sent; 1: no such process, another name, or not permitted; 2: wrong usage.)";
 
 constexpr char kHeartbeatsFooter[] =

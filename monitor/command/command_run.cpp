@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <optional>
 #include <utility>
@@ -47,6 +49,7 @@ std::optional<Plan> read_again(const RunOptions& options) {
 }  // namespace
 
 int command_run(const RunOptions& options) {
+  umask(027);  // what the run and its commands create is not for everybody
   size_t warnings = 0;
   std::optional<Plan> plan = read_and_tell(options, warnings);
   if (!plan) return kExitUsage;

@@ -2,8 +2,8 @@
 // report this.
 //
 // The plug-in starts a pre-command with popen(), reads the stream and waits with pclose(). This
-// program defines both: they call the C library's functions and record, for the calling thread,
-// what was read and how the command ended.
+// program defines both: they record, for the calling thread, what was read and how the command
+// ended. The command gets the environment of all commands and no descriptor but the standard ones.
 #ifndef MONITOR_PRE_COMMAND_H
 #define MONITOR_PRE_COMMAND_H
 

@@ -29,11 +29,11 @@ ProcessLibrary::ProcessLibrary(const Plugin& plugin)
       find_one_(plugin.function<decltype(GetProcessPid)>("GetProcessPid")),
       find_prefix_(plugin.function<decltype(GetProcessPidExtern)>("GetProcessPidExtern")),
       find_wildcard_(plugin.function<decltype(GetProcessPidFuzzy)>("GetProcessPidFuzzy")),
-      kill_(plugin.function<decltype(KillProcess)>("KillProcess")) {}
+      check_(plugin.function<decltype(CheckProcessExist)>("CheckProcessExist")) {}
 
 bool ProcessLibrary::complete() const {
   return list_cpu_ && list_memory_ && free_list_ && find_one_ && find_prefix_ && find_wildcard_ &&
-         kill_;
+         check_;
 }
 
 std::optional<ProcessLibrary> ProcessLibrary::load(const std::string& path) {
@@ -89,6 +89,6 @@ std::optional<std::vector<pid_t>> ProcessLibrary::find(Match match, const std::s
                                    : find_wildcard(name);
 }
 
-int ProcessLibrary::kill(const std::string& name, pid_t pid) const {
-  return kill_(name.c_str(), pid);
+int ProcessLibrary::check(const std::string& name, pid_t pid) const {
+  return check_(name.c_str(), pid);
 }

@@ -43,8 +43,8 @@ class ProcessLibrary {
   // The same with the given match mode; an exact name finds at most one process.
   std::optional<std::vector<pid_t>> find(Match match, const std::string& name) const;
 
-  // Returns the result of KillProcess().
-  int kill(const std::string& name, pid_t pid) const;
+  // Returns the result of CheckProcessExist().
+  int check(const std::string& name, pid_t pid) const;
 
  private:
   explicit ProcessLibrary(const Plugin& plugin);
@@ -56,7 +56,7 @@ class ProcessLibrary {
   decltype(GetProcessPid)* find_one_;
   decltype(GetProcessPidExtern)* find_prefix_;
   decltype(GetProcessPidFuzzy)* find_wildcard_;
-  decltype(KillProcess)* kill_;
+  decltype(CheckProcessExist)* check_;
 };
 
 #endif

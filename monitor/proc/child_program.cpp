@@ -12,10 +12,12 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 
 #include "proc/descendants.h"
+#include "proc/program_path.h"
 
 namespace {
 
@@ -104,15 +106,6 @@ class SpawnPlan {
   bool has_actions_ = false, has_attributes_ = false;
 };
 
-// Pointers to the texts, terminated by null.
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-  std::vector<char*> all;
-  all.reserve(texts.size() + 2);
-  for (const std::string& text : texts) all.push_back(const_cast<char*>(text.c_str()));
-  all.push_back(nullptr);
-  return all;
-}
-
 // Waits until the descriptor is readable; false when the time is over.
 bool readable_by(int fd, std::chrono::steady_clock::time_point deadline) {
   for (;;) {
@@ -128,6 +121,14 @@ bool readable_by(int fd, std::chrono::steady_clock::time_point deadline) {
 }
 
 }  // namespace
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> all;
+  all.reserve(texts.size() + 2);
+  for (const std::string& text : texts) all.push_back(const_cast<char*>(text.c_str()));
+  all.push_back(nullptr);
+  return all;
+}
 
 std::optional<ChildProgram> ChildProgram::start(const Program& program) {
   left_behind().wait_for_ended();
@@ -187,10 +188,11 @@ void ChildProgram::kill_all() noexcept {
   if (pid_ > 0) kill_command(pid_, mark_);
 }
 
-std::vector<std::string> own_environment() {
-  std::vector<std::string> variables;
-  for (char** variable = environ; variable && *variable; ++variable) {
-    variables.emplace_back(*variable);
+std::vector<std::string> command_environment() {
+  std::vector<std::string> variables{"PATH=" + std::string(kProgramPath)};
+  for (const char* const name : {"HOME", "LANG", "TZ", "TMPDIR"}) {
+    const char* const value = std::getenv(name);
+    if (value) variables.push_back(std::string(name) + '=' + value);
   }
   return variables;
 }

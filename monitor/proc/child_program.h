@@ -51,7 +51,10 @@ class ChildProgram {
   UniqueFd end_;
 };
 
-// The environment of this process.
-std::vector<std::string> own_environment();
+// The environment of all commands: a fixed PATH, and HOME, LANG, TZ and TMPDIR of this process.
+std::vector<std::string> command_environment();
+
+// Pointers to the texts, with a null at the end, for exec(). The texts must outlive them.
+std::vector<char*> pointers(const std::vector<std::string>& texts);
 
 #endif

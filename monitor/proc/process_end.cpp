@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "proc/proc_file.h"
+#include "proc/process_handle.h"
 
 namespace {
 
@@ -30,32 +31,7 @@ static_assert(sizeof(PidfdInfo) == 64);
 constexpr uint64_t kInfoExit = 1U << 3;
 #define MIRT_PIDFD_GET_INFO _IOWR(0xFF, 11, PidfdInfo)
 
-// The fields of /proc/PID/stat from the third on. They follow the last ")", because the name can
-// contain ")".
-// "4242 (a) b) S 1 ..." -> "S 1 ..."
-std::string fields_behind_name(int pid) {
-  const std::string stat = read_proc_file(proc_path(pid, "stat")).value_or("");
-  const size_t end_of_name = stat.rfind(") ");
-  return end_of_name == std::string::npos ? "" : stat.substr(end_of_name + 2);
-}
-
-// The field with this number, as in proc(5); empty if there is no such field.
-std::string field(const std::string& fields_from_third, int number) {
-  size_t begin = 0;
-  for (int skipped = 3; skipped < number; ++skipped) {
-    begin = fields_from_third.find(' ', begin);
-    if (begin == std::string::npos) return "";
-    ++begin;
-  }
-  return fields_from_third.substr(begin, fields_from_third.find_first_of(" \n", begin) - begin);
-}
-
 constexpr int kState = 3, kStartTime = 22, kExitCode = 52;
-
-// The start time in ticks; 0 if there is no such process.
-unsigned long long start_ticks_of(int pid) {
-  return std::strtoull(field(fields_behind_name(pid), kStartTime).c_str(), nullptr, 10);
-}
 
 bool is_readable(int fd) {
   pollfd readable{fd, POLLIN, 0};
@@ -126,11 +102,11 @@ std::optional<int> FollowedProcess::status_of_zombie() const {
   if (readlink(proc_path(pid_, "ns/pid").c_str(), target, sizeof target) < 0 && errno == EACCES) {
     return std::nullopt;
   }
-  const std::string fields = fields_behind_name(pid_);
-  if (field(fields, kState) != "Z") return std::nullopt;
-  if (std::strtoull(field(fields, kStartTime).c_str(), nullptr, 10) != start_ticks_) {
+  const std::string fields = stat_fields(pid_);
+  if (stat_field(fields, kState) != "Z") return std::nullopt;
+  if (std::strtoull(stat_field(fields, kStartTime).c_str(), nullptr, 10) != start_ticks_) {
     return std::nullopt;
   }
-  const std::string code = field(fields, kExitCode);
+  const std::string code = stat_field(fields, kExitCode);
   return code.empty() ? std::nullopt : std::optional(std::atoi(code.c_str()));
 }

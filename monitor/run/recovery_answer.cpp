@@ -1,12 +1,15 @@
 #include "run/recovery_answer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "item/signal_target.h"
 #include "mirt_host.h"
 #include "proc/shell_command.h"
 #include "proc/thread_evidence.h"
@@ -69,6 +72,16 @@ std::string spared(const Recovery& recovery) {
   return "thread " + std::to_string(tid) + " is suspected to be " + evidence->suspected;
 }
 
+// From now on the signal can only reach the process of the thread that was judged. True, after it
+// has been logged, if that thread has ended.
+bool has_ended() {
+  const int tid = asking_result ? asking_result->pid : 0;
+  if (tid <= 0 || hold_signal_target(tid)) return false;
+  log_line("warning",
+           "recovery refused: thread " + std::to_string(tid) + ": " + std::strerror(errno));
+  return true;
+}
+
 bool RecoveryDesk::allows(std::chrono::seconds limit) {
   const char* const decision = decide(limit);
   const std::lock_guard lock(mutex_);
@@ -89,6 +102,7 @@ const char* RecoveryDesk::decide(std::chrono::seconds limit) {
     log_line("warning", "recovery refused: " + reason);
     return kSpared;
   }
+  if (has_ended()) return "ended";
   // Taken before the command runs, so that two questions at once cannot both get the last one.
   const Clock::time_point now = Clock::now();
   if (!budget_.take(now)) {
@@ -164,6 +178,7 @@ void restore_recoveries(const std::vector<WallTime>& taken) {
 }
 
 void set_asking_result(const FI_RESULT_S* result) {
+  forget_signal_target();
   asking_result = result;
 }
 

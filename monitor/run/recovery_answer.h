@@ -15,7 +15,7 @@
 bool answer_redundancy(const Recovery& recovery);
 
 // The number of each decision so far: "allowed", "denied", "refused by command", "used up",
-// "spared".
+// "spared", "ended".
 std::map<std::string, unsigned long> recovery_decisions();
 
 // The times of the recoveries that still count. restore_recoveries() adds those from before a
