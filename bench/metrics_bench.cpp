@@ -11,7 +11,7 @@
 #include <string>
 
 #include "status/metrics_text.h"
-#include "status/unix_http.h"
+#include "status/unix_client.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 
 #include "schema_check.h"
 #include "status/api.h"
+#include "status/status_server.h"
 
 namespace {
 
@@ -38,6 +39,24 @@ TEST(ApiJson, OddValuesAndHostileTextAreValidJson) {
   char folder[] = "/tmp/api-test-XXXXXX";
   answers.expect_valid(mkdtemp(folder));
   std::filesystem::remove_all(folder);
+}
+
+TEST(StatusRoutes, ASchedulerThatDoesNotAnswerIsNotHealthy) {
+  const Wake wake;
+  Publisher publisher(wake);
+  Mailbox mailbox(wake);
+  Silences silences;
+  StatusRoutes routes(
+      publisher, mailbox, silences, [] {}, false);
+  httplib::Request request;
+  request.method = "GET";
+  for (const char* const path : {"/healthz", "/api/status", "/api/watch/x", "/metrics"}) {
+    request.path = path;
+    httplib::Response response;
+    routes.answer(request, response, Audience::kOwner);
+    EXPECT_EQ(response.status, 503);
+    EXPECT_NE(response.body.find("the scheduler does not answer"), std::string::npos) << path;
+  }
 }
 
 }  // namespace

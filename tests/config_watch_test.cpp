@@ -32,6 +32,9 @@ state = "/var/lib/m/state"
 workers = 7
 [status]
 socket = "/run/m.socket"
+[http]
+listen = "[::]:9757"
+expose = "page"
 [recovery]
 redundancy = "command"
 command = "exit 1"
@@ -73,6 +76,10 @@ workers = 7
 
 [status]
 socket = "/run/m.socket"
+
+[http]
+listen = "[::]:9757"
+expose = ["page"]
 
 [recovery]
 redundancy = "command"

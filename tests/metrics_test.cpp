@@ -5,7 +5,7 @@
 #include "hung_thread.h"
 #include "item/state.h"
 #include "metrics_format.h"
-#include "status/unix_http.h"
+#include "status/unix_client.h"
 #include "status/value_metric.h"
 
 namespace {

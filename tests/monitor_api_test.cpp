@@ -1,7 +1,8 @@
 // What a running monitor says of itself: the JSON interface, over the Unix socket.
 #include "heart_fixture.h"
 #include "schema_check.h"
-#include "status/unix_http.h"
+#include "status/http_server.h"
+#include "status/unix_client.h"
 
 namespace {
 
@@ -73,6 +74,7 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
   answers.add("status", status.dump());
   answers.add("status", get("/api/status"));
   answers.add("hung", get("/api/hung"));
+  answers.add("health", get("/healthz"));
   answers.add("error", get("/api/watch/nobody%00", 404));
   answers.expect_valid(folder_);
 }
@@ -98,6 +100,173 @@ TEST_F(ApiTest, HeartbeatsAreComparedWithAnEarlierReading) {
                   {{"process", nullptr}, {"paused", true}, {"moved", false}, {"flowid", nullptr}}));
   answers.add("heartbeats", table.dump());
   answers.expect_valid(folder_);
+}
+
+// A port at which nobody listens.
+uint16_t free_port() {
+  const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  socklen_t length = sizeof address;
+  bind(probe, reinterpret_cast<sockaddr*>(&address), length);
+  getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
+  close(probe);
+  return ntohs(address.sin_port);
+}
+
+class HttpTest : public MonitorTest {
+ protected:
+  void configure_http(const std::string& host, const std::string& rest) const {
+    configure("[status]\nsocket = '" + (folder_ / "socket").string() + "'\n[http]\nlisten = '" +
+              host + ":" + std::to_string(port_) + "'\n" + rest);
+  }
+  // The status of the answer; 0 if there is none.
+  int status_of(const std::string& method, const std::string& path,
+                const httplib::Headers& headers = {}) {
+    httplib::Client client("127.0.0.1", port_);
+    httplib::Request request;
+    request.method = method;
+    request.path = path;
+    request.headers = headers;
+    const auto result = client.send(request);
+    body_ = result ? result->body : "";
+    return result ? result->status : 0;
+  }
+  int get(const std::string& path, const httplib::Headers& headers = {}) {
+    return status_of("GET", path, headers);
+  }
+
+  const uint16_t port_ = free_port();
+  std::string body_;  // of the last answer
+};
+
+TEST_F(HttpTest, TcpIsReadOnlyAndForProgramsOfThisMachine) {
+  configure_http("127.0.0.1", instance("memory", "GetSysMemory"));
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"state", "ok"}});
+  EXPECT_EQ(get("/api/watch/memory"), 200);
+  EXPECT_EQ(get("/api/silences"), 200);
+  EXPECT_EQ(get("/nothing"), 404);
+  EXPECT_EQ(status_of("HEAD", "/api/status"), 200);
+  EXPECT_EQ(body_, "");
+  for (const char* const method : {"POST", "DELETE"}) {
+    EXPECT_EQ(status_of(method, "/api/silences?pattern=memory"), 405);
+    EXPECT_NE(body_.find("over the Unix socket only"), std::string::npos) << body_;
+  }
+  EXPECT_EQ(status_of("POST", "/api/status"), 405);
+  for (const char* const host : {"localhost", "LOCALHOST:9", "127.9.9.9:80", "[::1]:80"}) {
+    EXPECT_EQ(get("/api/status", {{"Host", host}}), 200) << host;
+  }
+  // A page whose name leads to 127.0.0.1.
+  for (const char* const host : {"example.org", "127.0.0.1.example.org:80", "localhost.org"}) {
+    EXPECT_EQ(get("/api/status", {{"Host", host}}), 403) << host;
+  }
+  const fs::path other = folder_ / "other";
+  fs::create_directory(other);
+  const std::string second = "[http]\nlisten = '127.0.0.1:" + std::to_string(port_) + "'\n" +
+                             instance("memory", "GetSysMemory");
+  std::ofstream(other / "a.toml") << second;
+  EXPECT_EQ(Monitor(other, kRun).end(1), "mirt-monitor: cannot answer at 127.0.0.1:" +
+                                             std::to_string(port_) + ": Address already in use\n");
+}
+
+TEST_F(HttpTest, OtherMachinesReadNothingOfProcessesUnlessExposed) {
+  for (const bool exposed : {false, true}) {
+    configure_http("0.0.0.0",
+                   (exposed ? "expose = ['page']\n" : "") + instance("memory", "GetSysMemory"));
+    Monitor monitor(folder_, kRun);
+    monitor.await({{"state", "ok"}});
+    for (const char* const path : {"/healthz", "/metrics"}) {
+      EXPECT_EQ(get(path, {{"Host", "machine.example.org"}}), 200) << path;
+    }
+    for (const char* const path :
+         {"/api/status", "/api/watch/memory", "/api/hung", "/api/silences", "/api/heartbeats"}) {
+      EXPECT_EQ(get(path), exposed ? 200 : 403) << path;
+    }
+    EXPECT_EQ(status_of("DELETE", "/api/silences?pattern=x"), exposed ? 405 : 403);
+    kill(monitor.pid(), SIGTERM);
+    monitor.records();
+    monitor.end(0);
+    EXPECT_FALSE(fs::exists(folder_ / "socket"));
+  }
+}
+
+TEST_F(HttpTest, HealthTellsThatCallsDoNotStart) {
+  const std::string waits = "while [ ! -e " + (folder_ / "go").string() + " ]; do sleep 0.05; done";
+  configure_http("127.0.0.1", instance("memory", "GetSysMemory"));
+  std::ofstream(folder_ / "b.toml")
+      << "workers = 1\n"
+      << read_file(folder_ / "a.toml")
+      << instance("holds the worker", "IsExistProcessPreCmd",
+                  {{"ProcessName", "x"}, {"PreCmd", waits}, {"RetKeyWords", ""}});
+  fs::rename(folder_ / "b.toml", folder_ / "a.toml");
+  Monitor monitor(folder_, kRun);
+  while (get("/healthz") != 503) usleep(10000);
+  EXPECT_NE(body_.find("memory is due, but there is no thread to call it"), std::string::npos)
+      << body_;
+  std::ofstream(folder_ / "go") << "";
+  monitor.await({{"instance", "memory"}, {"state", "ok"}});
+  while (body_.find("late") == std::string::npos) get("/healthz");
+  EXPECT_NE(body_.find("a call began "), std::string::npos) << "for some time afterwards";
+}
+
+// A client that sends this, and then nothing more.
+UniqueFd client_that_sends(uint16_t port, const std::string& text) {
+  UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int little = 2048;
+  setsockopt(client.get(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_EQ(connect(client.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  send(client.get(), text.data(), text.size(), MSG_NOSIGNAL);
+  return client;
+}
+
+size_t descriptors_of(pid_t pid) {
+  const auto all = fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST_F(HttpTest, SlowAndHostileClientsHoldNobodyUp) {
+  std::string watches;
+  for (int i = 0; i < 100; ++i) watches += instance("m" + std::to_string(i), "GetSysMemory");
+  configure_http("127.0.0.1", watches);
+  Monitor monitor(folder_, kRun + " >/dev/null");
+  while (get("/api/watch/m99") != 200) usleep(10000);
+  const size_t before = descriptors_of(monitor.pid());
+  std::string garbage;
+  for (int i = 0; i < 20000; ++i) garbage += static_cast<char>(i * i % 251);
+  const std::string many_ranges =
+      "1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,1-2,";
+  std::string ranges = "GET / HTTP/1.1\r\nX: y\nRange: bytes=";
+  while (ranges.size() < 7900) ranges += many_ranges;
+  const std::string requests[] = {
+      "GET /api/status?recent=600 HTTP/1.1\r\n\r\n",  // too much to send
+      "GET /api/status HTTP/1.1\r\nX: ",
+      "POST /api/silences HTTP/1.1\r\nContent-Length: 60000\r\n\r\n",
+      "",
+      garbage,
+      garbage + "\r\n\r\n",
+      "GET / HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\n",
+      ranges + "1-2\r\n\r\n",
+      "\r\n\r\n"};
+  std::vector<UniqueFd> clients;
+  for (int i = 0; i < 270; ++i) {
+    clients.push_back(client_that_sends(port_, requests[i % std::size(requests)]));
+    if (i % 30 == 0) {
+      EXPECT_EQ(get("/api/watch/m" + std::to_string(i / 30)), 200) << i;
+    }
+    if (i % 30 == 0) {
+      EXPECT_LE(descriptors_of(monitor.pid()), before + HttpServer::kMostConnections) << i;
+    }
+  }
+  EXPECT_TRUE(UnixClient(folder_ / "socket").Get("/healthz")) << "it has a place of its own";
+  EXPECT_EQ(get("/healthz"), 200) << "the schedule is kept: " << body_;
+  clients.clear();
+  while (descriptors_of(monitor.pid()) > before) usleep(10000);
+  EXPECT_EQ(kill(monitor.pid(), 0), 0);
 }
 
 }  // namespace

@@ -48,6 +48,16 @@ TEST_F(ConfigTest, ValuesThatNoCallCanUseAreMistakes) {
       {named("GetProcessMemoryFuzzyMatch", ""),
        "Any is empty, expected a pattern: nothing matches an empty one"},
       {named("GetDiskUsage", ""), "Any is empty, expected a directory"},
+      {"[http]\nlisten = 'localhost:80'\n" + heartbeat("x"),
+       "listen is \"localhost:80\", expected an IP address and a port, such as \"127.0.0.1:9757\" "
+       "or \"[::1]:9757\""},
+      {"[http]\nlisten = '[::1]:0'\n" + heartbeat("x"),
+       "listen is \"[::1]:0\", expected an IP address and a port, such as \"127.0.0.1:9757\" "
+       "or \"[::1]:9757\""},
+      {"[http]\nlisten = '0.0.0.0:80'\nexpose = ['pages']\n" + heartbeat("x"),
+       "expose has \"pages\", expected an array of \"page\""},
+      {"listen = '0.0.0.0:80'\n" + heartbeat("x"),
+       "unknown key \"listen\" in the file, expected it in [http]"},
       {named("GetProcessMemoryFuzzyMatch", "a\n*b"),
        "Any has more text after a line break, expected one line: no command line can match it"},
       {instance("x", "RebootAppData", {{"UserData", "{pid}"}}),
@@ -82,6 +92,8 @@ TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
        "Any has a *, which this item compares literally, expected a FuzzyMatch item for patterns"},
       {named("GetProcessMemory", "app\n"),
        "Any ends with a line break, expected none: command lines rarely have one"},
+      {"[http]\nlisten = '127.0.0.1:80'\nexpose = ['page']\n" + heartbeat("x"),
+       "expose has no effect: 127.0.0.1:80 can be reached from this machine only"},
       {with_pre_command("", "x"), "PreCmd is empty, expected a shell command"},
       {instance("x", "GetProcessCoreCPUExtern", {{"n", "p"}}, "period = '100 ms'\n"),
        "period is 0.1, expected more than 0.5 s: each call of GetProcessCoreCPUExtern measures for "

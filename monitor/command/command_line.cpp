@@ -9,7 +9,7 @@
 
 #include "command/commands.h"
 #include "item/instance.h"
-#include "status/unix_http.h"
+#include "status/http_listener.h"
 #include "text/complaint.h"
 #include "text/number_text.h"
 #include "text/quantity.h"

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "command/commands.h"
-#include "status/unix_http.h"
+#include "status/unix_client.h"
 #include "text/complaint.h"
 #include "text/json_text.h"
 #include "text/terminal_text.h"

@@ -164,13 +164,15 @@ int run_instances(const Plan& plan, const RunRequest& request) {
     return kExitFailed;
   }
   std::optional<StatusServer> status;
-  if (!plan.status_socket.empty()) {
-    status.emplace(publisher, mailbox, silences, [&] { desk.note_change(); });
+  if (!plan.status_socket.empty() || plan.http) {
+    status.emplace(publisher, mailbox);
+    const bool answers = status->start(plan, silences, [&] { desk.note_change(); }, error);
     StopSignal::catch_pipe();  // the HTTP library ignores it, which commands would inherit
-    if (!status->start(plan.status_socket, error)) {
+    if (!answers) {
       complain("cannot answer at " + error);
       return kExitFailed;
     }
+    scheduler.reserve_descriptors(status->most_descriptors());
   }
   log_through(&log);
   std::optional<MetricsFile> metrics;
@@ -180,6 +182,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   scheduler.take_up(memory.state);
   int code = run_to_the_end(scheduler, request);
   publisher.close();
+  status.reset();
   const bool all_free = scheduler.stop();
   desk.send_all();
   const bool alerts_ended = sender.stop(kToWriteTheRest);

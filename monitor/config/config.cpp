@@ -37,7 +37,10 @@ const std::vector<Misplaced> kMisplaced = {
     {"memory", "in [[process]] or [machine]"},
     {"disk", "in [machine]"},
     {"severity", "in a watch or an alarm"},
-    {"command", "in [alert.NAME] or [recovery]"}};
+    {"command", "in [alert.NAME] or [recovery]"},
+    {"socket", "in [status]"},
+    {"listen", "in [http]"},
+    {"expose", "in [http]"}};
 
 constexpr char kWatchesForm[] =
     "at least one [[process]], [[heartbeat]] or [[instance]], or [machine]";
@@ -107,6 +110,7 @@ void ConfigReader::read_main_keys(TomlFields& fields) {
   defaults_.command_recovers =
       reading_.config.recovery.redundancy == Recovery::Redundancy::kCommand;
   reading_.config.status_socket = read_status_socket(fields);
+  reading_.config.http = read_http(fields);
   reading_.config.metrics_file = read_metrics(fields);
   const std::optional<std::string> state = fields.text("state", Presence::kOptional);
   if (!state) return;
@@ -118,7 +122,8 @@ void ConfigReader::read_main_keys(TomlFields& fields) {
 }
 
 void ConfigReader::refuse_main_keys(TomlFields& fields, const std::string& main) {
-  for (const char* const key : {"include", "workers", "recovery", "state", "status", "metrics"}) {
+  for (const char* const key :
+       {"include", "workers", "recovery", "state", "status", "http", "metrics"}) {
     if (!fields.any(key)) continue;
     fields.mistake(fields.line(key),
                    std::string(key) + " in an included file, expected it only in " + main);

@@ -85,6 +85,9 @@ std::optional<AlarmReport> read_report(TomlFields& fields, const ItemRow* alarme
 // [status]: the path of the socket; empty if there is none.
 std::string read_status_socket(TomlFields& fields);
 
+// [http]; nothing without one.
+std::optional<HttpPlan> read_http(TomlFields& fields);
+
 // [metrics], if there is one.
 std::optional<MetricsFilePlan> read_metrics(TomlFields& fields);
 

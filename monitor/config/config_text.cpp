@@ -141,6 +141,10 @@ std::string config_text(const Plan& config) {
   if (!config.status_socket.empty()) {
     text += "\n[status]\n" + line("socket", toml_text(config.status_socket));
   }
+  if (config.http) {
+    text += "\n[http]\n" + line("listen", toml_text(config.http->address.text));
+    if (config.http->exposes_page) text += line("expose", "[\"page\"]");
+  }
   if (config.metrics_file) {
     text += "\n[metrics]\n" + line("textfile", toml_text(config.metrics_file->path)) +
             line("every", number(config.metrics_file->every_s));

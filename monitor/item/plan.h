@@ -7,8 +7,15 @@
 #include <vector>
 
 #include "item/alert.h"
+#include "item/http_address.h"
 #include "item/instance.h"
 #include "item/recovery.h"
+
+// Answers over TCP.
+struct HttpPlan {
+  HttpAddress address;
+  bool exposes_page = false;  // other machines can read everything
+};
 
 // The file that has the metrics.
 struct MetricsFilePlan {
@@ -22,6 +29,7 @@ struct Plan {
   Recovery recovery;
   std::string state_file;     // keeps state over a restart; empty: nothing is kept
   std::string status_socket;  // where the monitor answers; empty: nowhere
+  std::optional<HttpPlan> http;
   std::optional<MetricsFilePlan> metrics_file;
   unsigned workers = 0;  // the most calls at one time; 0: one for each instance and report
 };

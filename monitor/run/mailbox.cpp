@@ -5,11 +5,18 @@
 bool Mailbox::post(std::function<void()> request) {
   {
     const std::lock_guard lock(mutex_);
-    if (requests_.size() >= kMost) return false;
+    if (closed_ || requests_.size() >= kMost) return false;
     requests_.push_back(std::move(request));
   }
   wake_.set();
   return true;
+}
+
+void Mailbox::close() {
+  std::vector<std::function<void()>> dropped;
+  const std::lock_guard lock(mutex_);
+  closed_ = true;
+  requests_.swap(dropped);
 }
 
 void Mailbox::run_all() {

@@ -15,16 +15,20 @@ class Mailbox {
 
   explicit Mailbox(const Wake& wake) : wake_(wake) {}
 
-  // On any thread. False if there are already kMost requests.
+  // On any thread. False if there are already kMost requests, or after close().
   bool post(std::function<void()> request);
 
   // Runs the requests, on the scheduler's thread. Requests must not throw.
   void run_all();
 
+  // Drops the requests, and refuses later ones.
+  void close();
+
  private:
   const Wake& wake_;
   std::mutex mutex_;
   std::vector<std::function<void()>> requests_;
+  bool closed_ = false;
 };
 
 #endif

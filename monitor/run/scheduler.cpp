@@ -35,6 +35,9 @@ constexpr std::chrono::seconds kLongCall{1};
 // A gap of at least this length is reported, even if no heartbeat depends on it.
 constexpr std::chrono::seconds kLongGap{1};
 
+// For so long after a gap or a late call the schedule counts as not kept.
+constexpr std::chrono::seconds kRecently{10};
+
 constexpr Clock::duration kForever = std::chrono::hours(24);
 
 constexpr char kHeartbeatLock[] = "/tmp/mirt_agent_lock";
@@ -86,9 +89,10 @@ bool depends_on_end(const Instance& instance) {
 
 // The number of calls for which enough descriptors are free. With too few, an item would answer
 // "nothing there" because another call holds the descriptors that it needs.
-size_t most_at_once() {
+size_t most_at_once(size_t reserved) {
   constexpr size_t kEach = 4;
-  return std::max<size_t>(1, free_descriptors() / kEach);
+  const size_t free = free_descriptors();
+  return std::max<size_t>(1, (free - std::min(free, reserved)) / kEach);
 }
 
 }  // namespace
@@ -117,7 +121,7 @@ void Scheduler::apply(const Plan& plan) {
   dismiss(old);
   size_t most_calls = slots_.size();
   if (plan.workers > 0) most_calls = plan.workers;
-  pool_.set_limit(std::min(most_calls, most_at_once()));
+  pool_.set_limit(std::min(most_calls, most_at_once(reserved_descriptors_)));
   surface_.desk.set_alerts(plan.alerts);
   surface_.sender.replace(plan.alerts);
   answer_redundancy(plan.recovery);
@@ -294,7 +298,8 @@ std::string Scheduler::trouble(Clock::time_point now) const {
   }
   const Clock::duration gap = recent_gaps(now);
   if (gap >= kLongGap) return "the monitor did not run for " + seconds_text(gap);
-  return "";
+  const bool was_late = latest_late_call_ && now - *latest_late_call_ < kRecently;
+  return was_late ? "a call began " + seconds_text(its_lateness_) + " late" : "";
 }
 
 // A slot that has been due for long without a worker; null if there is none.
@@ -306,7 +311,7 @@ const Slot* Scheduler::waits_for_worker(Clock::time_point now) const {
 }
 
 Scheduler::Clock::duration Scheduler::recent_gaps(Clock::time_point now) const {
-  return gaps_.total_since(now - std::chrono::seconds(10));
+  return gaps_.total_since(now - kRecently);
 }
 
 void Scheduler::reload() {
@@ -514,6 +519,9 @@ Scheduler::Clock::time_point Scheduler::earliest_next(const Slot& slot) const {
 
 void Scheduler::count_lateness(Clock::duration lateness) {
   lateness_s_.add(std::max(0.0, std::chrono::duration<double>(lateness).count()));
+  if (lateness < kLongCall) return;
+  latest_late_call_ = Clock::now();
+  its_lateness_ = lateness;
 }
 
 void Scheduler::count(const Slot& slot, const Answer& answer) {

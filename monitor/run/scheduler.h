@@ -58,6 +58,9 @@ class Scheduler {
   Scheduler(const Schedule& schedule, const Plugin& plugin, const ProcessLibrary* library,
             const Surface& surface);
 
+  // So many descriptors are not for calls. Call it before the first apply().
+  void reserve_descriptors(size_t count) { reserved_descriptors_ = count; }
+
   // Replaces the instances. Unchanged instances keep their context, alarms and start times. The
   // plug-in must export all items of the plan.
   void apply(const Plan& plan);
@@ -145,6 +148,9 @@ class Scheduler {
   Clock::time_point next_publication_{};
   std::map<std::string, unsigned long> reports_sent_;  // by error code
   Durations lateness_s_;
+  std::optional<Clock::time_point> latest_late_call_;  // began much later than it was due
+  Clock::duration its_lateness_{};
+  size_t reserved_descriptors_ = 0;
   unsigned long skipped_starts_ = 0;
   bool last_reload_ok_ = true;
   std::optional<WallTime> last_reload_;

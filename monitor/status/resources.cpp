@@ -36,7 +36,8 @@ constexpr Resource kResources[] = {
        return line_of(hung_json(snapshot));
      }},
     {"/metrics", kMetricsType,
-     [](const Snapshot& snapshot, const httplib::Request&) { return metrics_text(snapshot); }},
+     [](const Snapshot& snapshot, const httplib::Request&) { return metrics_text(snapshot); },
+     true},
 };
 
 }  // namespace

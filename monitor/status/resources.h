@@ -13,13 +13,14 @@ struct Resource {
   const char* path;
   const char* content_type;
   std::string (*text)(const Snapshot& snapshot, const httplib::Request& request);
+  bool is_public = false;  // also for other machines
+  // What a browser lets the content do.
+  const char* security_policy = "default-src 'none'; frame-ancestors 'none'";
 };
 
-// The resource at this path; null if there is none. Watches have paths of their own: see
-// answer_watch().
+// The resource at this path; null if there is none.
 const Resource* find_resource(const std::string& path);
 
 constexpr char kJsonType[] = "application/json";
-constexpr char kWatchPath[] = "/api/watch/";
 
 #endif
