@@ -22,6 +22,8 @@ using Type = MetricFamily::Type;
 // fifth longer for all of them.
 class TextBuffer final : public std::streambuf {
  public:
+  explicit TextBuffer(size_t size) { text_.reserve(size); }
+
   std::string take() { return std::move(text_); }
 
  protected:
@@ -37,6 +39,16 @@ class TextBuffer final : public std::streambuf {
  private:
   std::string text_;
 };
+
+size_t likely_size(const Families& families) {
+  constexpr size_t kLine = 100;
+  size_t lines = 0;
+  for (const prometheus::MetricFamily& family : families) {
+    const size_t buckets = family.metric.front().histogram.bucket.size();
+    lines += 2 + family.metric.size() * (buckets == 0 ? 1 : buckets + 2);
+  }
+  return lines * kLine;
+}
 
 double number(size_t count) {
   return static_cast<double>(count);
@@ -125,7 +137,7 @@ std::string metrics_text(const Snapshot& snapshot) {
   add_counts(snapshot, all);
   add_schedule(snapshot, all);
   add_process(snapshot, all);
-  TextBuffer text;
+  TextBuffer text(likely_size(all));
   std::ostream out(&text);
   prometheus::TextSerializer().Serialize(out, all);
   return text.take();
