@@ -1,5 +1,6 @@
 // What Prometheus reads of a running monitor, checked with its own tool.
 #include <cmath>
+#include <regex>
 
 #include "heart_fixture.h"
 #include "hung_thread.h"
@@ -114,6 +115,32 @@ void expect_state(const std::string& name, const std::string& state,
   }
 }
 
+// Each metric that a file of fleet/ names is one of the program, or a rule records it.
+void expect_known_metrics(const std::string& program) {
+  const fs::path fleet = fs::path(MIRT_SOURCE_DIR) / "fleet";
+  std::string known = program;
+  for (const auto& rules : fs::directory_iterator(fleet / "rules")) {
+    known += read_file(rules.path());
+  }
+  const std::regex name("\\b(?:[a-z]+:)?(?:mirt|process)_[a-z_]+[a-z](?::[a-z0-9_]+)?");
+  unsigned names = 0;
+  for (const auto& file : fs::recursive_directory_iterator(fleet)) {
+    if (!file.is_regular_file()) continue;
+    std::string text = read_file(file.path());
+    if (file.path().extension() == ".json") {
+      EXPECT_NO_THROW(text = Json::parse(text)["panels"].dump()) << file.path();
+    }
+    for (std::sregex_iterator next(text.begin(), text.end(), name), end; next != end; ++next) {
+      const std::string metric = next->str();
+      const bool is_recorded = metric.find(':') != std::string::npos;
+      const std::string origin = is_recorded ? "record: " + metric + "\n" : "\n" + metric;
+      EXPECT_NE(known.find(origin), std::string::npos) << file.path() << " names " << metric;
+      ++names;
+    }
+  }
+  EXPECT_GT(names, 50U);
+}
+
 TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
   make_table()[0] = {process_, 77, 5, 9, 0};
   const Child child({kCommandLine});
@@ -127,7 +154,7 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
       instance("heart", "ProcessHeartBeat", {{"ProcessName", "cat"}, {"ProcessMoudleId", "77"}}) +
       alarm("equals = 0") +
       instance("stuck", "CheckProcessStatusIsD", {{"ProcessName", "*metrics_tests*"}}) +
-      alarm("equals = 1"));
+      alarm("equals = 1") + "[alert.nobody]\ncommand = ['/bin/true']\n");
   Monitor monitor(folder_, kRun);
   std::map<std::string, Json> lines;
   const auto is_complete = [&] {
@@ -142,6 +169,7 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
   const std::string text = scrape();
   const std::map<std::string, double> all = series_of(text);
   expect_no_complaint(text);
+  expect_known_metrics(text);
   for (const auto& [name, line] : lines) {
     expect_value(line, all);
     expect_state(name, line["state"], all);
@@ -184,6 +212,7 @@ TEST_F(MetricsTest, CountersGoOnAfterAReloadAndWatchesThatAreGoneHaveNoSeries) {
   const std::string success = "mirt_config_last_reload_success";
   const std::map<std::string, double> before = series();
   EXPECT_EQ(value_of(success, before), 1.0);
+  EXPECT_EQ(before.size(), 29 + 2 * (16 + 1)) << "the formula of docs/metrics.md";
   EXPECT_EQ(before.count("mirt_machine_memory_ratio{watch=\"gone\"}"), 1U);
   configure_with_socket(kept);
   kill(monitor.pid(), SIGHUP);
@@ -216,6 +245,7 @@ TEST_F(MetricsTest, TheFileIsReplacedAsAWholeAndRemovedAtTheEnd) {
   expect_no_complaint(read_file(file));
   const std::string value = "mirt_machine_free_memory_bytes{watch=\"free\"}";
   EXPECT_EQ(series_of(read_file(file)).count(value), 1U);
+  EXPECT_EQ(read_file(file).find("\nprocess_"), std::string::npos) << "these are the exporter's";
   kill(monitor.pid(), SIGTERM);
   monitor.records();
   const std::string log = monitor.end(0);

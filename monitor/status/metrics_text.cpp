@@ -128,17 +128,30 @@ void add_process(const Snapshot& snapshot, Families& all) {
             unix_seconds(snapshot.started), all);
 }
 
-}  // namespace
-
-std::string metrics_text(const Snapshot& snapshot) {
+Families families_of(const Snapshot& snapshot) {
   Families all;
   add_watch_metrics(snapshot, all);
   add_alerts(snapshot.alerts, all);
   add_counts(snapshot, all);
   add_schedule(snapshot, all);
-  add_process(snapshot, all);
+  return all;
+}
+
+std::string text_of(const Families& all) {
   TextBuffer text(likely_size(all));
   std::ostream out(&text);
   prometheus::TextSerializer().Serialize(out, all);
   return text.take();
+}
+
+}  // namespace
+
+std::string metrics_text(const Snapshot& snapshot) {
+  Families all = families_of(snapshot);
+  add_process(snapshot, all);
+  return text_of(all);
+}
+
+std::string metrics_file_text(const Snapshot& snapshot) {
+  return text_of(families_of(snapshot));
 }

@@ -12,4 +12,8 @@ constexpr char kMetricsType[] = "text/plain; version=0.0.4; charset=utf-8";
 // all metrics.
 std::string metrics_text(const Snapshot& snapshot);
 
+// The same for the node exporter, without the metrics process_*: it has metrics of these names
+// about itself, and would refuse ours.
+std::string metrics_file_text(const Snapshot& snapshot);
+
 #endif
