@@ -30,6 +30,25 @@ TEST(Log, IsOneWholeLineARecordCutIfItIsTooLong) {
   const std::string line = logged_line(std::string(10000, 'x'));
   EXPECT_GT(line.size(), 4000U);
   EXPECT_EQ(line.find('\n'), line.size() - 1);
+  testing::internal::CaptureStderr();
+  kelvlog(424, DBG_LOG_INFO, std::string(8000, 'f').c_str(), 1, "F", 0, "text");
+  kelvlog(424, DBG_LOG_DEBUG, "f", 2, "F", 0, "%ls", L"\xD800");  // cannot be converted
+  const std::string lines = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(lines.substr(lines.size() - 22), "f\n[debug] 424 f:2 F: \n");
+}
+
+TEST(Log, EndsIfStandardErrorIsClosed) {
+  const pid_t child = fork();
+  if (child == 0) {
+    close(STDERR_FILENO);
+    alarm(60);
+    logged_line("x");
+    kelvlog(424, DBG_LOG_EVENT, "f", 1, "F", 0, "text");
+    _exit(0);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 std::string g_logged;
@@ -92,13 +111,15 @@ TEST(ProcessStatus, SeesAFatalSignalUntilTheProcessIsGone) {
   EXPECT_NE(kelv_process_status_check(pid, &status), 0);
   EXPECT_EQ(kelv_process_status_check(getpid(), &status), 0);
   EXPECT_EQ(status, KELV_PROCESS_STATUS_NORMAL);
+  EXPECT_EQ(kelv_process_status_check(getpid(), nullptr), -1);
 }
 
 TEST(Numbers, AreDecimalOrHexadecimal) {
   using Row = std::pair<const char*, uint64_t>;
   for (const auto& [text, number] :
        {Row(" \t42", 42), Row("42abc", 42), Row("0x1F", 31), Row("010", 10), Row("-1", 0),
-        Row(nullptr, 0), Row("0xFFFFFFFFFFFFFFFFF", UINT64_MAX)}) {
+        Row(nullptr, 0), Row("0xFFFFFFFFFFFFFFFFF", UINT64_MAX), Row("0XfF", 255), Row("0x", 0),
+        Row("1x2", 1), Row("0b1", 0)}) {
     EXPECT_EQ(kelv_str_tou64(text), number) << text;
   }
 }
@@ -108,11 +129,16 @@ TEST(Time, IsBrokenDownAndLocal) {
   const TIME_S expected{56, 34, 12, 29, 2, 2000, 2};
   TIME_S time{};
   EXPECT_EQ(kelv_time_gmtime(&leap_day, &time), 0);
-  EXPECT_NE(kelv_time_gmtime(&beyond, &time), 0);
+  EXPECT_EQ(kelv_time_gmtime(&beyond, &time), -1);
+  EXPECT_EQ(kelv_time_gmtime(nullptr, &time), -1);
+  EXPECT_EQ(kelv_time_gmtime(&leap_day, nullptr), -1);
   EXPECT_EQ(memcmp(&time, &expected, sizeof time), 0) << "and left alone by the failure";
   setenv("TZ", "XYZ-05:30", 1);
   tzset();
-  EXPECT_GT(kelv_time_getlocaltime(nullptr), ::time(nullptr) + 18000);
+  int64_t local = 0;
+  EXPECT_EQ(kelv_time_getlocaltime(&local), local);
+  EXPECT_GE(local, ::time(nullptr) + 19800 - 3600);
+  EXPECT_GE(kelv_time_getlocaltime(nullptr), local);
   unsetenv("TZ");
 }
 
@@ -131,6 +157,9 @@ TEST(Bounded, SetAndCopyKeepToTheirSize) {
   EXPECT_STREQ(buffer, "xyb#");
   EXPECT_NE(memcpy_s(buffer, 3, "123456", 6), 0);
   EXPECT_STREQ(buffer, "123#");
+  EXPECT_EQ(memset_s(nullptr, 3, 'b', 1), EINVAL);
+  EXPECT_EQ(memcpy_s(nullptr, 4, "xyz", 2), EINVAL);
+  EXPECT_EQ(memcpy_s(buffer, 4, nullptr, 2), EINVAL);
 }
 
 TEST(Bounded, PrintCutsAndTerminates) {
@@ -142,6 +171,14 @@ TEST(Bounded, PrintCutsAndTerminates) {
       EXPECT_EQ(got, std::string("ab/-125", room) + '\0' + std::string(9 - room, '#'));
     }
   }
+  char text[16] = "#";
+  const char* volatile none = nullptr;  // volatile: or the compiler warns of it
+  EXPECT_EQ(snprintf_s(text, sizeof text, 15, "%s|", none), 7);
+  EXPECT_STREQ(text, "(null)|");
+  EXPECT_EQ(snprintf_s(nullptr, 1, 1, "%s", "x"), -1);
+  EXPECT_EQ(snprintf_s(text, 0, 1, "%s", "x"), -1);
+  EXPECT_EQ(snprintf_s(text, 1, 1, none), -1);
+  EXPECT_STREQ(text, "(null)|") << "nothing was written";
 }
 
 // Numbers and the count of assignments are the same as those of the standard scanner.
@@ -151,7 +188,11 @@ TEST(Scan, ReadsNumbersAsTheStandardScannerDoes) {
        {Row("cpu  12 34", "%*s %llu %llu %llu"), Row("7,8 ;9", "%llu,%llu ;%llu"),
         Row("-5 +6 0x7", "%lld %llu %llx"), Row("0x1f 17", "%lli %llo"), Row("12345", "%3llu%llu"),
         Row("18446744073709551616 1", "%llu %llu"), Row("300 70000 5000000000", "%hhu %hu %u"),
-        Row("1\n2", "%d %zu")}) {
+        Row("1\n2", "%d %zu"), Row("12345678901234 5", "%12llu%llu"), Row("  %7", " %%%llu"),
+        Row("   ", " %llu"), Row("", "%llu"), Row("x", "%llu"), Row("7 x", "%llu %llu"),
+
+        Row("a1", "a%llu"), Row(" 1", "%llu"), Row("1 2", "%llu%%%llu"), Row("Ab 1", "AB %llu"),
+        Row("1 2 3", "%llu %*llu %llu")}) {
     unsigned long long expected[3] = {1, 2, 3}, got[3] = {1, 2, 3};
     const int assigned = sscanf(text, format, &expected[0], &expected[1], &expected[2]);
     EXPECT_EQ(sscanf_s(text, format, &got[0], &got[1], &got[2]), assigned) << text;
@@ -166,6 +207,16 @@ TEST(Scan, CutsTextsToTheirBuffers) {
   EXPECT_EQ(std::string(text, 8), std::string("lon\0####", 8));
   EXPECT_EQ(number, 7) << "reading goes on after the whole word";
   EXPECT_EQ(sscanf_s("xyz", "%3c", text, 2U), 0) << "no room";
+  EXPECT_EQ(sscanf_s("xyz", "%4c", text, 8U), 0) << "too short";
+  EXPECT_EQ(sscanf_s(" xyz", "%2c%*c%1s%c", text, 8U, text + 4, 2U, text + 6, 1U), 2);
+  EXPECT_EQ(std::string(text, 8), std::string(" xn\0z\0##", 8)) << "characters are not terminated";
+  EXPECT_EQ(sscanf_s("ab", "%s", text, 0U), 1);
+  EXPECT_EQ(sscanf_s("ab", "%s", text + 7, 1U), 1);
+  EXPECT_EQ(std::string(text, 8), std::string(" xn\0z\0#\0", 8)) << "a size of 0 stores nothing";
+  EXPECT_EQ(sscanf_s("5", "%*d %d", &number), 0) << "one number was read";
+  EXPECT_EQ(sscanf_s("1", "%f", &number), 0) << "an unknown conversion";
+  EXPECT_EQ(sscanf_s(nullptr, "%d", &number), -1);
+  EXPECT_EQ(sscanf_s("1", nullptr, &number), -1);
 }
 
 }  // namespace

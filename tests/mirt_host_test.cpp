@@ -1,9 +1,13 @@
 // The host library: reports, requests and shared memory.
 #include "mirt_host.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <pwd.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +16,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "child.h"
 #include "kelv_log.h"
 #include "mirt_inner.h"
 #include "proc_fixture.h"
@@ -21,11 +26,13 @@ namespace {
 // Records what it receives.
 int32_t take(const MIRT_HOST_REPORT_S* report, void* user) {
   std::ostringstream text;
-  text << report->key.resType << ' ' << report->key.errCode << ' ' << report->key.resId;
+  text << report->key.resType << ' ' << report->key.errCode << ' ' << report->key.resId << ' '
+       << int{report->key.rptType};
   for (uint32_t i = 0; i < report->paramCount; ++i) {
     text << ' ' << report->params[i].name << '=' << report->params[i].value;
   }
   text << " '" << report->description << "' " << report->line;
+  if (report->funcName) text << report->funcName;
   *static_cast<std::string*>(user) = text.str();
   return 9;
 }
@@ -37,6 +44,9 @@ TEST(Host, AReportArrivesWithItsKeyParametersInOrderAndDescription) {
   MIRT_PRIMARY_KEY_S key{0x12, 0x3456, "disk 3", 7};
   MIRT_ERRREPORT_S* const report = MIRT_CreateErrRptInner(&key);
   key = {};
+  EXPECT_EQ(MIRT_GetPrimaryKeyInner(report, &key), 0);
+  EXPECT_EQ(std::string(key.resId) + std::to_string(key.rptType), "disk 37");
+  key = {};
   char name[] = "b", value[] = "first";
   EXPECT_EQ(MIRT_AddParamToErrRptInner(report, name, value), 0);
   name[0] = 'a';  // the report has its own copies
@@ -44,12 +54,27 @@ TEST(Host, AReportArrivesWithItsKeyParametersInOrderAndDescription) {
   EXPECT_EQ(MIRT_AddParamToErrRptInner(report, name, value), 0);
 
   EXPECT_EQ(MIRT_SendErrReportInner(report, "%s", std::string(3000, 'x').c_str()), 9);
-  EXPECT_EQ(taken, "18 13398 disk 3 b=first a=first a=first '" + std::string(1023, 'x') + "' 0");
+  EXPECT_EQ(taken, "18 13398 disk 3 7 b=first a=first a=first '" + std::string(1023, 'x') + "' 0");
   EXPECT_EQ(MIRT_SendErrorInner(3, 4, 55, "func", 6, "it is %d", 7), 9);
-  EXPECT_EQ(taken, "3 4  'it is 7' 55");
+  EXPECT_EQ(taken, "3 4  6 'it is 7' 55func");
   mirt_host_set_report_handler(nullptr, nullptr);
   EXPECT_EQ(MIRT_SendErrReportInner(report, nullptr), 0);
   EXPECT_EQ(logged, "Error report 0x3456, resource type 0x12, id 'disk 3', 3 parameters: ");
+
+  MIRT_ERRREPORT_S* const none = nullptr;
+  EXPECT_EQ(MIRT_CreateErrRptInner(nullptr), nullptr);
+  EXPECT_EQ(MIRT_GetPrimaryKeyInner(none, &key), -1);
+  EXPECT_EQ(MIRT_GetPrimaryKeyInner(report, nullptr), -1);
+  EXPECT_EQ(MIRT_AddParamToErrRptInner(none, name, value), -1);
+  EXPECT_EQ(MIRT_AddParamToErrRptInner(report, nullptr, value), -1);
+  EXPECT_EQ(MIRT_AddParamToErrRptInner(report, name, nullptr), -1);
+  EXPECT_EQ(MIRT_SendErrReportInner(none, "text"), -1);
+  MIRT_DestoryErrRptInner(none);
+  const size_t before = mallinfo2().uordblks;
+  MIRT_ERRREPORT_S* const large = MIRT_CreateErrRptInner(&key);
+  for (int i = 0; i < 100; ++i) MIRT_AddParamToErrRptInner(large, name, value);
+  MIRT_DestoryErrRptInner(large);
+  EXPECT_EQ(mallinfo2().uordblks, before) << "everything is freed";
   MIRT_DestoryErrRptInner(report);
 }
 
@@ -81,12 +106,26 @@ TEST(Host, ARequestIsAnsweredByTheModulesHandlerAndByNobodyElse) {
   EXPECT_EQ(answer(MIRT_HOST_MAX_REPLY), "0abcd4096");
   EXPECT_EQ(answer(MIRT_HOST_MAX_REPLY + 1), "-10") << "too long";
   EXPECT_EQ(answer(0), "-330") << "the handler's own";
+  EXPECT_EQ(MIRT_CommSendRequestMsg(nullptr, payload, nullptr), -1);
+  EXPECT_EQ(MIRT_CommSendRequestMsg(&info, payload, nullptr), -1);
+  MIRT_COMM_RET_DATA_S reply{};
+  EXPECT_EQ(MIRT_CommSendRequestMsg(&info, nullptr, &reply), -1) << "4 bytes are missing";
+  MIRT_CommFreeRetData(nullptr);
+  // There is room for 16 modules, 2 of which are used.
+  for (uint16_t module = 1; module <= 15; ++module) {
+    EXPECT_EQ(mirt_host_set_request_handler(module, echo, &length), module <= 14 ? 0 : -1);
+  }
+  EXPECT_EQ(mirt_host_set_request_handler(15, nullptr, nullptr), 0) << "nothing to remove";
   EXPECT_EQ(mirt_host_set_request_handler(info.dstPid, nullptr, nullptr), 0);
   EXPECT_EQ(answer(4), "-10");
+  EXPECT_EQ(MIRT_CommGetLocalNid(), 0U);
+  mirt_host_set_local_nid(7);
+  EXPECT_EQ(MIRT_CommGetLocalNid(), 7U);
 }
 
 TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
   SKIP_WITHOUT_MOUNTS();
+  umask(0);
   const TmpfsMount small("/dev/shm", "size=64k");
   ASSERT_TRUE(small.mounted()) << strerror(errno);
   // The content of its file before ("none": no file, "link": the file of "new"), the requested
@@ -117,7 +156,41 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
     EXPECT_EQ(MIRT_InitShareMem(&address, name, size, &created), 0);
     EXPECT_TRUE(address == memory && !created);
     EXPECT_EQ(MIRT_InitShareMem(&address, name, size / 2, &created), -1);
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_TRUE(content != "none" || (status.st_mode & 07777) == 0660) << "with umask 0";
   }
+  void* address = nullptr;
+  bool created = false;
+  const std::string long_name(255, 'n');  // the longest with its slash has 254 letters
+  for (const char* const name : {long_name.c_str(), "a/b"}) {
+    EXPECT_EQ(MIRT_InitShareMem(&address, name, 8, &created), -1) << name;
+  }
+  EXPECT_EQ(MIRT_InitShareMem(&address, long_name.c_str() + 1, 8, &created), 0);
+  EXPECT_EQ(MIRT_InitShareMem(nullptr, "x", 8, &created), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address, nullptr, 8, &created), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address, "x", 0, &created), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address, "x", 8, nullptr), -1);
+}
+
+// The kernel refuses O_CREAT for another user's file in a sticky directory.
+TEST(Host, SharedMemoryIsOpenedWithoutCreatingItIfTheKernelRefusesThat) {
+  SKIP_WITHOUT_MOUNTS();
+  const TmpfsMount small("/dev/shm", "size=64k,mode=1777");
+  ASSERT_TRUE(small.mounted()) << strerror(errno);
+  const passwd* const daemon = getpwnam("daemon");
+  std::ofstream("/dev/shm/other") << "content";
+  const bool is_root = chown("/dev/shm/other", daemon->pw_uid, daemon->pw_gid) == 0;
+  constexpr char kSetting[] = "/proc/sys/fs/protected_regular";
+  const std::string before = read_file(kSetting);
+  write_file(kSetting, "2");
+  const bool is_refused = shm_open("/other", O_RDWR | O_CREAT | O_CLOEXEC, 0660) < 0;
+  void* address = nullptr;
+  bool created = false;
+  EXPECT_EQ(MIRT_InitShareMem(&address, "other", 7, &created), 0);
+  EXPECT_FALSE(created);
+  write_file(kSetting, before);
+  if (!is_root || !is_refused) GTEST_SKIP() << "the machine does not let the kernel refuse it";
 }
 
 // Runs check as this user, in its own process.

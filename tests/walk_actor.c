@@ -1,7 +1,7 @@
-/* A process that changes its command line on request. argv[0], its only argument, ends with a letter.
- * A command on standard input has two bytes: 'r' or 'e', and the new letter. 'r' changes the letter
- * in place, 'e' executes this program again with the new name. The process writes one byte each time
- * it has its new name, and exits at the end of the input. */
+/* A process that changes its command line on request. argv[0], its only argument, ends with a
+ * letter. A command on standard input has two bytes: 'r' or 'e', and the new letter. 'r' changes
+ * the letter in place, 'e' executes this program again with the new name. The process writes one
+ * byte each time it has its new name, and exits at the end of the input. */
 #include <string.h>
 #include <unistd.h>
 

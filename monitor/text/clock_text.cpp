@@ -1,8 +1,10 @@
 #include "text/clock_text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string_view>
 
 namespace {
 
@@ -22,13 +24,11 @@ LocalTime local_time(WallTime time) {
 }
 
 // True if the text equals the form, where "0" in the form stands for any digit.
-bool has_form(const std::string& text, const char* form) {
-  size_t i = 0;
-  for (; form[i] != '\0' && i < text.size(); ++i) {
-    const bool fits = form[i] == '0' ? text[i] >= '0' && text[i] <= '9' : text[i] == form[i];
-    if (!fits) return false;
-  }
-  return form[i] == '\0' && i == text.size();
+bool has_form(std::string_view text, std::string_view form) {
+  const auto fits = [](char letter, char wanted) {
+    return wanted == '0' ? letter >= '0' && letter <= '9' : letter == wanted;
+  };
+  return std::equal(text.begin(), text.end(), form.begin(), form.end(), fits);
 }
 
 int digits_at(const std::string& text, size_t position, size_t count) {
