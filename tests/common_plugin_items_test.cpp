@@ -114,6 +114,7 @@ TEST_P(Items, GiveZeroForAProcessThatIsNotThere) {
   // A context with the PID of a process that has ended.
   if (row_.pid == kFollowed) call_.context.contextbuff[0] = 11;
   EXPECT_EQ(call_.run(row_.item), row_.pid == kNobody ? row_.value : 0.0F);
+  EXPECT_TRUE(slept_us_.empty());
   expect_success(call_, compares_ ? 0 : -5);
   EXPECT_TRUE(row_.pid == kNobody || followed_by(call_) == 0);
 }

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/sysinfo.h>
 
 #include <algorithm>
@@ -61,6 +62,7 @@ int open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
+  EXPECT_NE(flags & O_CLOEXEC, 0) << path;
   if (g_hooks->open) g_hooks->open(path);
   return real_open(path, flags, mode);
 }

@@ -133,6 +133,14 @@ TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {
   const uid_t daemon = getpwnam("daemon")->pw_uid;
   const bool root = chown(MIRT_AGENT_LOCK_FILE, daemon, getegid()) == 0;
   EXPECT_EQ(status.st_uid, root ? daemon : geteuid());
+  clear();
+  EXPECT_TRUE(succeeded(start([] {
+    close(STDIN_FILENO);  // 0 is a descriptor like any other
+    attach_here(8);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed again";
+  })));
+  EXPECT_EQ(read_file(kOutcomes), "0\n0\n");
+  EXPECT_EQ(lock_file_status().st_uid, status.st_uid);
 }
 
 TEST_F(HeartTable, LaterAttachesFindOrClaimUntilItIsFull) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <sstream>
 #include <thread>
 
@@ -77,20 +78,31 @@ TEST_F(HungThreads, ACounterThatMovesWithinACallIsNoDetection) {
 }
 
 TEST_F(HungThreads, TheFirstOfTheFirstProcessIsTheVerdictAndAllAreLogged) {
-  for (const int pid : {200, 100, 300}) put_app(pid);
+  for (const int pid : {200, 100, 300}) {
+    put_app(pid);
+    put_thread(pid, pid + 2);
+  }
   put_cmdline(50, {"app", "50"});  // it ends before its threads are listed
   age(10);
   std::string expected;
+  std::vector<int> tids;
   const std::vector<int> pids = in_listing_order({100, 200, 300});
-  for (const int pid : pids) expected += reported(pid, pid + 1, 11);
+  for (const int pid : pids) {
+    const std::string threads = "/proc/" + std::to_string(pid) + "/task";
+    for (const auto& thread : std::filesystem::directory_iterator(threads)) {
+      tids.push_back(std::stoi(thread.path().filename()));
+      expected += reported(pid, tids.back(), 11);
+    }
+  }
   EXPECT_EQ(call_.run(CheckProcessStatusIsD), 1.0F);
-  EXPECT_EQ(call_.result.pid, pids[0] + 1);
+  EXPECT_EQ(call_.result.pid, tids[0]);
   EXPECT_EQ(system_.take(), expected);
 
   // A full table ends the search in one process, but not in the next one.
   for (int tid = 1000; tid < 1300; ++tid) put_thread(pids[0], tid);
   age(1);
-  EXPECT_EQ(entry(2).times, 12);
+  EXPECT_EQ(call_.table()->thread_info_unused, kMaxThreadInfos);
+  for (const size_t other : {2, 3, 4, 5}) EXPECT_EQ(entry(other).times, 12);
 }
 
 TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {
@@ -110,6 +122,9 @@ TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {
     now += said.empty() ? 150000 : 1;
   }
   EXPECT_EQ(call_.table()->thread_info_unused, 0U) << "nothing was looked at";
+  EXPECT_EQ(call_.run(CheckProcessStatusIsD), 0.0F);
+  EXPECT_EQ(system_.take(), "");
+  EXPECT_EQ(entry(0).times, 1) << "the plain item examines dying processes";
 }
 
 // The result at each tick: "+" printed, "-" suppressed, "+3" printed after a count of three
