@@ -99,11 +99,21 @@ constexpr char kSilenceFooter[] =
 are raised, shown and counted, but no alert is sent.
 Exit status 0: done; 1: no monitor answers, or there is no such silence; 2: wrong usage.)";
 
+constexpr char kStatusFooter[] =
+    R"(Asks the running monitor, which must have [status] socket or --socket. What is wrong comes first.
+Exit status 0: shown; 1: no monitor answers, there is no such watch, or the output could not be
+written; 2: wrong usage.
+With --check: 0: OK; 1: WARNING, an alarm is a warning, an alert fails, or a reload failed;
+2: CRITICAL, an alarm is critical; 3: UNKNOWN, a watch is failed, blind or pending, the schedule is
+not kept, or no monitor answers. CRITICAL outranks UNKNOWN, which outranks WARNING. Silenced alarms do
+not count.)";
+
 // The parsed command line: which command, and what it needs.
 struct Arguments {
   RunOptions run;
   OnceOptions once;
   bool heartbeats_json = false;
+  StatusOptions status{"", kDefaultSocket};
   SilenceOptions silence{"", 0.0, "", kDefaultSocket};
   bool silences_json = false;
   CheckOptions check;
@@ -287,6 +297,21 @@ CLI::Validator duration() {
       "");
 }
 
+void add_status(CLI::App& app, Arguments& arguments) {
+  CLI::App* const status = app.add_subcommand("status", "Show what the running monitor sees");
+  StatusOptions& options = arguments.status;
+  add_text(*status, "name", options.name, "One watch, with its history", "NAME");
+  add_json_flag(*status, options.json);
+  status->add_flag("--watch", options.watch, "Show it again every second");
+  status
+      ->add_flag("--check", options.check, "One line with performance data, for monitoring systems")
+      ->excludes("--json")
+      ->excludes("--watch");
+  add_socket_option(*status, options.socket);
+  set_action(*status, arguments, kStatusFooter,
+             [](const Arguments& given) { return command_status(given.status); });
+}
+
 void add_silence_commands(CLI::App& app, Arguments& arguments) {
   SilenceOptions& options = arguments.silence;
   CLI::App* const silence =
@@ -459,6 +484,7 @@ int run_command_line(int argc, char** argv) {
   add_once(app, arguments);
   add_items(app, arguments);
   add_heartbeats(app, arguments);
+  add_status(app, arguments);
   add_silence_commands(app, arguments);
   add_check_config(app, arguments);
   add_init(app, arguments);

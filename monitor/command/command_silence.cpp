@@ -3,33 +3,11 @@
 #include <string>
 
 #include "command/commands.h"
+#include "command/monitor_client.h"
 #include "status/unix_client.h"
 #include "text/complaint.h"
 #include "text/json_text.h"
 #include "text/terminal_text.h"
-
-namespace {
-
-// The body of the running monitor's answer. If there is none, prints the reason and returns
-// nothing.
-std::optional<Json> body_of(const httplib::Result& result, const std::string& socket) {
-  if (!result) {
-    complain("no monitor answers at " + socket + " (" + httplib::to_string(result.error()) +
-             "), expected one that runs with [status] socket or --socket");
-    return std::nullopt;
-  }
-  const Json body = Json::parse(result->body, nullptr, false);
-  if (result->status == 200 && !body.is_discarded()) return body;
-  complain("the monitor at " + socket + " refused: " +
-           (body.is_object() ? body.value("error", "") : std::to_string(result->status)));
-  return std::nullopt;
-}
-
-std::string shown(const Json& object, const char* key) {
-  return printable(object.value(key, ""));
-}
-
-}  // namespace
 
 int command_silence(const SilenceOptions& options) {
   UnixClient client(options.socket);
@@ -44,8 +22,7 @@ int command_silence(const SilenceOptions& options) {
 }
 
 int command_silences(const std::string& socket, bool json) {
-  UnixClient client(socket);
-  const auto body = body_of(client.Get("/api/silences"), socket);
+  const auto body = body_of(ask_monitor(socket, "/api/silences"), socket);
   if (!body) return kExitFailed;
   for (const Json& silence : *body) {
     if (json) {

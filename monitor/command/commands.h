@@ -35,6 +35,15 @@ int command_heartbeats(bool json);
 // Creates lock file and table, or takes them over, for root and this group.
 int command_heartbeats_prepare(const std::string& group);
 
+struct StatusOptions {
+  std::string name;  // of one watch; empty: all of them
+  std::string socket;
+  bool json = false;
+  bool watch = false;  // again and again
+  bool check = false;  // one line for a monitoring system
+};
+int command_status(const StatusOptions& options);
+
 struct SilenceOptions {
   std::string pattern;  // of names of instances
   double for_s = 0.0;

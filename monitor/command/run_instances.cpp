@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -19,6 +18,7 @@
 #include "text/complaint.h"
 #include "text/log_lines.h"
 #include "text/mistake.h"
+#include "text/terminal_text.h"
 
 namespace {
 
@@ -27,14 +27,6 @@ constexpr size_t kStackBytes = size_t{4} << 20;  // sanitizers need larger stack
 #else
 constexpr size_t kStackBytes = size_t{256} << 10;
 #endif
-
-// True on a terminal with colours, unless the user does not want them (https://no-color.org).
-bool wants_colour() {
-  const char* const no_color = std::getenv("NO_COLOR");
-  const char* const terminal = std::getenv("TERM");
-  return isatty(STDOUT_FILENO) != 0 && !(no_color && *no_color) &&
-         !(terminal && std::strcmp(terminal, "dumb") == 0);
-}
 
 // One mistake for each item of the plan that the library does not export.
 std::vector<std::string> missing_items(const Plan& plan, const Plugin& plugin) {
@@ -166,7 +158,8 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   std::optional<StatusServer> status;
   if (!plan.status_socket.empty() || plan.http) {
     status.emplace(publisher, mailbox);
-    const bool answers = status->start(plan, silences, [&] { desk.note_change(); }, error);
+    const bool answers = status->start(
+        plan, silences, [&] { desk.note_change(); }, error);
     StopSignal::catch_pipe();  // the HTTP library ignores it, which commands would inherit
     if (!answers) {
       complain("cannot answer at " + error);

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char kRed[] = "\033[31m";
-constexpr char kPlain[] = "\033[0m";
 constexpr size_t kValueWidth = 10;
 
 std::string rounded(const ItemRow& item, double value) {
@@ -121,9 +119,7 @@ class PeopleReporter final : public Reporter {
     return text;
   }
 
-  std::string red(const std::string& text) const {
-    return colour_ ? kRed + printable(text) + kPlain : printable(text);
-  }
+  std::string red(const std::string& text) const { return ::red(printable(text), colour_); }
 
   void write(std::string line, Weight weight) {
     line.erase(line.find_last_not_of(' ') + 1);

@@ -1,6 +1,10 @@
 #include "text/terminal_text.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -103,4 +107,15 @@ std::string joined_cells(const std::vector<std::string>& cells) {
   for (const std::string& cell : cells) line += (line.empty() ? "" : "  ") + cell;
   line.erase(line.find_last_not_of(' ') + 1);
   return line;
+}
+
+bool wants_colour() {
+  const char* const no_color = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && !(no_color && *no_color) &&
+         !(terminal && std::strcmp(terminal, "dumb") == 0);
+}
+
+std::string red(const std::string& text, bool colour) {
+  return colour ? "\033[31m" + text + "\033[0m" : text;
 }

@@ -26,4 +26,11 @@ std::string cut(const std::string& text, size_t width);
 // Joins the cells of one line with two spaces, without spaces after the last.
 std::string joined_cells(const std::vector<std::string>& cells);
 
+// True if standard output is a terminal with colours, unless the user does not want them
+// (https://no-color.org).
+bool wants_colour();
+
+// The text in red if `colour` is set.
+std::string red(const std::string& text, bool colour);
+
 #endif

@@ -43,7 +43,7 @@ _mirt_monitor() {
       return
       ;;
     once:2) words=$(_mirt_monitor_items) ;;
-    silence:2 | unsilence:2) words=$(_mirt_monitor_watches) ;;
+    silence:2 | unsilence:2 | status:2) words=$(_mirt_monitor_watches) ;;
     match:2 | find:2) words="exact prefix wildcard" ;;
     heartbeats:2) words=$(_mirt_monitor_commands heartbeats) ;;
     esac

@@ -24,6 +24,6 @@ complete -c mirt-monitor -n 'test (count (commandline -opc)) -eq 1' -f \
 complete -c mirt-monitor -n 'string match -q -- "-*" (commandline -ct)' -a '(__mirt_monitor_options)'
 complete -c mirt-monitor -n '__mirt_monitor_is 2 once' -f \
     -a "(mirt-monitor items 2>/dev/null | string match -rg '^([A-Z][A-Za-z]*)')"
-complete -c mirt-monitor -n '__mirt_monitor_is 2 silence unsilence' -f -a '(__mirt_monitor_watches)'
+complete -c mirt-monitor -n '__mirt_monitor_is 2 silence unsilence status' -f -a '(__mirt_monitor_watches)'
 complete -c mirt-monitor -n '__mirt_monitor_is 2 match find' -f -a 'exact prefix wildcard'
 complete -c mirt-monitor -n '__mirt_monitor_is 2 heartbeats' -f -a prepare

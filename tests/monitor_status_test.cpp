@@ -1,0 +1,117 @@
+// The command "status" as people and monitoring systems use it.
+#include "monitor_fixture.h"
+
+namespace {
+
+class StatusTest : public MonitorTest {
+ protected:
+  StatusTest() { fs::create_directory(other_); }
+
+  void configure_watches(const std::string& text) const {
+    configure("[status]\nsocket = '" + socket_ + "'\n" + text);
+  }
+  // What the command prints; its exit status is this.
+  std::string status(const std::string& arguments, int exit_code = 0) {
+    Monitor command(other_, "mirt-monitor status --socket " + socket_ + " " + arguments);
+    std::string text;
+    while (const auto line = command.line()) text += *line + '\n';
+    errors_ = command.end(exit_code);
+    return text;
+  }
+  // Repeats "status --check" until it begins and exits like this.
+  void await_check(const std::string& beginning, int exit_code) {
+    for (;;) {
+      Monitor command(other_, "mirt-monitor status --check --socket " + socket_);
+      const std::string line = command.line().value_or("");
+      int ended = 0;
+      waitpid(command.pid(), &ended, 0);
+      if (line.find(beginning) == 0 && WEXITSTATUS(ended) == exit_code) return;
+      usleep(10000);
+    }
+  }
+
+  const fs::path other_ = folder_ / "other";  // whose standard error is not that of the monitor
+  const std::string socket_ = (folder_ / "socket").string();
+  std::string errors_;
+};
+
+std::string alarm(const std::string& text) {
+  return "[[instance.alarm]]\n" + text + "\n";
+}
+
+TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
+  const std::string fine = instance("fine", "GetDiskUsage", {{"d", "/"}});
+  const std::string warned =
+      instance("warned", "GetSysMemory") + alarm("above=-1\nseverity='warning'");
+  const std::string failed = instance("failed", "GetDiskUsage", {{"d", "/nowhere"}});
+  const std::string critical =
+      instance("a | 'b'=c", "IsExistProcess", {{"n", "nobody"}}) + alarm("equals = 0");
+  const std::string absent = instance("absent", "GetProcessMemory", {{"n", "nobody"}});
+  const std::tuple<std::string, int, const char*, const char*> rows[] = {
+      {fine + absent, 0, "OK: ok 1, absent 1 | 'fine'=", "absent    absent"},
+      {fine + warned, 1,
+       "WARNING: warned (warning: above -1); ok 1, alarm 1 | 'fine'=", "alarm     warned"},
+      {fine + warned + failed, 3, "UNKNOWN: failed (Get Disk Usage Fault", "failed    failed"},
+      {fine + warned + failed + critical, 2, "CRITICAL: a / 'b'=c (critical: equals 0), failed (",
+       "alarm     a | 'b'=c"}};
+  for (const auto& [config, exit_code, line, first] : rows) {
+    configure_watches(config);
+    Monitor monitor(folder_, kRun);
+    await_check(line, exit_code);
+    const std::string shown = status("");
+    EXPECT_EQ(shown.find(first), shown.find("FOR\n") + 4) << shown;
+    const Json body = Json::parse(status("--json"));
+    EXPECT_EQ(body["watches"][0]["name"], "fine") << "in the order of the configuration";
+    if (exit_code != 2) continue;
+    const std::string check = status("--check", 2);
+    EXPECT_NE(check.find(" 'a / ''b''_c'=0"), std::string::npos) << check;
+    EXPECT_EQ(std::count(check.begin(), check.end(), '|'), 1);
+    Monitor(other_, "mirt-monitor silence 'a*' --for 1h --socket " + socket_).end(0);
+    await_check("UNKNOWN: failed", 3);
+    EXPECT_NE(status("").find("silenced until "), std::string::npos);
+  }
+  EXPECT_EQ(status("--check", 3).find("UNKNOWN: no monitor answers at "), 0U);
+  EXPECT_EQ(status("", 1), "");
+  EXPECT_NE(errors_.find("no monitor answers at " + socket_), std::string::npos);
+}
+
+TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
+  const std::string hostile = "nobody\033[2J";
+  configure_watches(instance("gone/\xC3\xA4?", "GetProcessMemory", {{"n", hostile}}) +
+                    instance("memory", "GetSysFreeMemory"));
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"state", "absent"}});
+  monitor.await({{"instance", "memory"}, {"state", "ok"}});
+  const std::string text = status("'gone/\xC3\xA4?'");
+  EXPECT_EQ(text.find("watch       gone/\xC3\xA4?\n"), 0U) << text;
+  EXPECT_NE(text.find("nobody?[2J"), std::string::npos) << text;
+  EXPECT_NE(text.find("\nhistory     2"), std::string::npos) << text;
+  EXPECT_EQ(text.find('\033'), std::string::npos);
+  const std::string check = status("--check memory");
+  EXPECT_EQ(check.find("OK: memory ok "), 0U) << check;
+  EXPECT_NE(check.find("B\n"), std::string::npos) << "MiB are given in bytes: " << check;
+  EXPECT_EQ(status("nobody", 1), "");
+  EXPECT_NE(errors_.find("there is no watch \"nobody\""), std::string::npos) << errors_;
+  EXPECT_EQ(status("--check nobody", 3).find("UNKNOWN: "), 0U);
+  status("--check --json", 2);
+  status(">/dev/full", 1);
+  status("--watch >/dev/full", 1);
+}
+
+TEST_F(StatusTest, WatchingGoesOnWhileTheMonitorIsAway) {
+  configure_watches(instance("memory", "GetSysFreeMemory"));
+  std::optional<Monitor> monitor(std::in_place, folder_, kRun);
+  monitor->await({{"state", "ok"}});
+  Monitor watching(other_, "mirt-monitor status --watch --json --socket " + socket_);
+  const auto started = [&] {
+    return Json::parse(watching.line().value_or("{}")).value("started", "");
+  };
+  const std::string first = started();
+  EXPECT_EQ(started(), first);
+  monitor.emplace(folder_, kRun);
+  std::string second = started();
+  while (second == first) second = started();
+  EXPECT_FALSE(second.empty());
+}
+
+}  // namespace
