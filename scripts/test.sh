@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # test.sh [CTEST-ARGUMENT...]: installs missing packages, builds and runs all tests: in the release
 # build, with AddressSanitizer and UndefinedBehaviorSanitizer, and the tests with several threads
-# with ThreadSanitizer. After a suite that fails the next one still runs. The summary at the end has
-# one line a suite; the exit status is 1 if a suite has failed.
+# with ThreadSanitizer; then checks the sources with scripts/lint.sh. After a suite that fails the next
+# one still runs. The summary at the end has one line for each suite; the exit status is 1 if a suite
+# has failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -46,6 +47,14 @@ suite "address and undefined-behaviour sanitizers" build-asan -DCMAKE_BUILD_TYPE
   -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined -- "$@"
 suite "thread sanitizer" build-tsan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
   -DMIRT_SANITIZE=thread -- -L threads "$@"
+
+echo "== lint"
+if scripts/lint.sh 2>&1 | tee "$log"; then
+  outcome "lint" "no findings"
+else
+  outcome "lint" "FAILED: $(tail -n 1 "$log")"
+  failed=1
+fi
 
 echo "== summary"
 printf '%s\n' "${summary[@]}"

@@ -177,7 +177,8 @@ TEST(Bounded, PrintCutsAndTerminates) {
   EXPECT_STREQ(text, "(null)|");
   EXPECT_EQ(snprintf_s(nullptr, 1, 1, "%s", "x"), -1);
   EXPECT_EQ(snprintf_s(text, 0, 1, "%s", "x"), -1);
-  EXPECT_EQ(snprintf_s(text, 1, 1, none), -1);
+  const auto print = snprintf_s;  // the compiler does not check its format
+  EXPECT_EQ(print(text, 1, 1, none), -1);
   EXPECT_STREQ(text, "(null)|") << "nothing was written";
 }
 

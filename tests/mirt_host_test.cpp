@@ -167,6 +167,15 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
     EXPECT_EQ(MIRT_InitShareMem(&address, name, 8, &created), -1) << name;
   }
   EXPECT_EQ(MIRT_InitShareMem(&address, long_name.c_str() + 1, 8, &created), 0);
+  static std::string logged;
+  kelvlog_set_sink([](const KELV_LOG_RECORD_S* record) { logged = record->text; });
+  std::filesystem::create_directory("/dev/shm/folder");
+  EXPECT_EQ(MIRT_InitShareMem(&address, "folder", 8, &created), -1);
+  EXPECT_EQ(logged, "Shared memory '/folder': cannot be opened: Invalid argument.");
+  kelvlog_set_sink(nullptr);
+  close(STDIN_FILENO);  // 0 is a descriptor like any other
+  EXPECT_EQ(MIRT_InitShareMem(&address, "zero", 8, &created), 0);
+  EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed again";
   EXPECT_EQ(MIRT_InitShareMem(nullptr, "x", 8, &created), -1);
   EXPECT_EQ(MIRT_InitShareMem(&address, nullptr, 8, &created), -1);
   EXPECT_EQ(MIRT_InitShareMem(&address, "x", 0, &created), -1);

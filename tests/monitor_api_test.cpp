@@ -254,7 +254,8 @@ TEST_F(HttpTest, SlowAndHostileClientsHoldNobodyUp) {
       "\r\n\r\n"};
   std::vector<UniqueFd> clients;
   for (int i = 0; i < 270; ++i) {
-    clients.push_back(client_that_sends(port_, requests[i % std::size(requests)]));
+    clients.push_back(
+        client_that_sends(port_, requests[static_cast<size_t>(i) % std::size(requests)]));
     if (i % 30 == 0) {
       EXPECT_EQ(get("/api/watch/m" + std::to_string(i / 30)), 200) << i;
     }

@@ -102,7 +102,7 @@ TEST_F(HungThreads, TheFirstOfTheFirstProcessIsTheVerdictAndAllAreLogged) {
   for (int tid = 1000; tid < 1300; ++tid) put_thread(pids[0], tid);
   age(1);
   EXPECT_EQ(call_.table()->thread_info_unused, kMaxThreadInfos);
-  for (const size_t other : {2, 3, 4, 5}) EXPECT_EQ(entry(other).times, 12);
+  for (const size_t other : {2U, 3U, 4U, 5U}) EXPECT_EQ(entry(other).times, 12);
 }
 
 TEST_F(HungThreads, DyingProcessesArePassedOverAndSaidSoOnceInAWhile) {

@@ -10,7 +10,7 @@ std::string read_status_socket(TomlFields& fields) {
   const toml::table* const table = fields.table("status", "a table [status]");
   if (!table) return "";
   TomlFields own = fields.within(*table, "[status]");
-  const std::string path = own.text("socket", TomlFields::Presence::kRequired).value_or("");
+  std::string path = own.text("socket", TomlFields::Presence::kRequired).value_or("");
   if (own.has("socket") && (path.empty() || path.front() != '/' || path.size() > kMostBytes)) {
     own.mistake(own.line("socket"), "socket is " + in_quotes(path) + ", expected " + kPathForm +
                                         " of at most " + std::to_string(kMostBytes) + " bytes");

@@ -68,7 +68,8 @@ void MetricsFile::work() noexcept {
 std::string MetricsFile::write() noexcept try {
   const std::shared_ptr<const Snapshot> snapshot = publisher_.fresh(kToAnswer);
   if (!snapshot) return publisher_.closed() ? error_ : "the monitor does not answer";
-  std::string error = replace_file(plan_.path, metrics_file_text(*snapshot), kMode, Durability::kNone);
+  std::string error =
+      replace_file(plan_.path, metrics_file_text(*snapshot), kMode, Durability::kNone);
   is_written_ = is_written_ || error.empty();
   return error;
 } catch (const std::exception&) {
