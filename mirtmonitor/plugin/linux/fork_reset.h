@@ -48,15 +48,12 @@ class RobustMutex {
     pthread_mutex_init(&mutex_, &attributes);
     pthread_mutexattr_destroy(&attributes);
   }
-  // Returns false if another thread holds the mutex for 100 ms.
+  // Returns false if another thread holds the mutex for a second.
   bool lock() noexcept {
     if (try_lock()) return true;
-    constexpr long kPatienceNs = 100000000, kNsPerSecond = 1000000000;
     timespec limit{};
     clock_gettime(CLOCK_REALTIME, &limit);
-    limit.tv_nsec += kPatienceNs;
-    limit.tv_sec += limit.tv_nsec / kNsPerSecond;
-    limit.tv_nsec %= kNsPerSecond;
+    ++limit.tv_sec;
     return is_ours(pthread_mutex_timedlock(&mutex_, &limit));
   }
   bool try_lock() noexcept { return is_ours(pthread_mutex_trylock(&mutex_)); }

@@ -80,20 +80,37 @@ void wake(std::atomic<uint32_t>& state, int threads) {
   syscall(SYS_futex, &state, FUTEX_WAKE_PRIVATE, threads, nullptr, nullptr, 0);
 }
 
-// Ends the running walk with this outcome for its round, and wakes one of the waiting searches. Its
-// state changes first, because a member may be just about to sleep. The caller holds the mutex.
-void settle_running_walk(WalkRound::State outcome) {
-  if (g_meeting.served != nullptr) {
-    g_meeting.served->state.store(outcome, std::memory_order_release);
-    wake(g_meeting.served->state, INT_MAX);
+// Whom to wake after the mutex is released: the woken threads may need it, or take the processor
+// from the thread that holds it. A round can be gone by then; the call then wakes nobody, or a
+// thread that checks its state and sleeps again.
+class Wakes {
+ public:
+  Wakes() = default;
+  Wakes& operator=(Wakes&&) = delete;
+  ~Wakes() {
+    if (served_ != nullptr) wake(*served_, INT_MAX);
+    if (waiting_ != nullptr) wake(*waiting_, 1);
   }
-  g_meeting.served = nullptr;
-  g_meeting.running.store(0, std::memory_order_relaxed);
-  if (g_meeting.waiting != nullptr) {
-    g_meeting.waiting->state.store(WalkRound::kNoWalk, std::memory_order_relaxed);
-    wake(g_meeting.waiting->state, 1);
+
+  // Ends the running walk with this outcome for its round, and lets one of the waiting searches
+  // walk. Its state changes first, because a member may be just about to sleep. The caller holds
+  // the mutex.
+  void settle_running_walk(WalkRound::State outcome) {
+    if (g_meeting.served != nullptr) set(served_, *g_meeting.served, outcome);
+    if (g_meeting.waiting != nullptr) set(waiting_, *g_meeting.waiting, WalkRound::kNoWalk);
+    g_meeting.served = nullptr;
+    g_meeting.running.store(0, std::memory_order_relaxed);
   }
-}
+
+ private:
+  static void set(std::atomic<uint32_t>*& target, WalkRound& round, WalkRound::State state) {
+    round.state.store(state, std::memory_order_release);
+    target = &round.state;
+  }
+
+  std::atomic<uint32_t>* served_ = nullptr;
+  std::atomic<uint32_t>* waiting_ = nullptr;
+};
 
 WalkRound* join_waiting() {
   if (g_meeting.waiting == nullptr) g_meeting.waiting = new (std::nothrow) WalkRound;
@@ -168,9 +185,10 @@ void SharedWalk::wait_for_walk() {
       default:
         break;
     }
+    Wakes wakes;
     const MeetingLock lock;
     if (!lock.held()) continue;
-    if (patience.is_over()) settle_running_walk(WalkRound::kGivenUp);
+    if (patience.is_over()) wakes.settle_running_walk(WalkRound::kGivenUp);
     if (g_meeting.waiting == round_ && g_meeting.running.load(std::memory_order_relaxed) == 0) {
       return begin_walk();
     }
@@ -257,9 +275,10 @@ void SharedWalk::read_for_all() {
 
 // A walk that has been replaced has no other members left to inform.
 void SharedWalk::end_walk(uint32_t outcome) noexcept {
+  Wakes wakes;
   const MeetingLock lock;
   if (lock.held() && g_meeting.running.load(std::memory_order_relaxed) == number_) {
-    settle_running_walk(static_cast<WalkRound::State>(outcome));
+    wakes.settle_running_walk(static_cast<WalkRound::State>(outcome));
   }
 }
 
