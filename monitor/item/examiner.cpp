@@ -99,11 +99,6 @@ const std::string* value_of(const std::vector<Param>& params, const char* name) 
   return nullptr;
 }
 
-// Root with all its rights may read the open files of every process, also those of process 1.
-bool may_read_all_files() {
-  return geteuid() == 0 && open_error("/proc/1/fd") == 0;
-}
-
 // "Max open files            unlimited            unlimited            files"
 bool has_unlimited_handles(int pid) {
   const std::string limits = read_proc_file(proc_path(pid, "limits")).value_or("");
@@ -122,7 +117,7 @@ void Examiner::before(const FI_CONTEXT_S& context, bool end_is_known) {
   forget_pre_command();
   const Subject subject = item_.source.subject;
   trouble_before_ = subject == Subject::kMachine         ? open_trouble(item_.source.file)
-                    : item_.source.match != Match::kNone ? proc_trouble()
+                    : item_.source.match != Match::kNone ? recent_proc_trouble()
                                                          : "";
 }
 

@@ -7,7 +7,7 @@ namespace {
 // Repeats the search with more room until all processes fit.
 template <typename Search>
 std::optional<std::vector<pid_t>> find_all(Search* search, const std::string& name) {
-  std::vector<pid_t> pids(1024);
+  std::vector<pid_t> pids(64);  // hundreds of threads search at once
   for (;;) {
     unsigned int used = 0;
     const auto room = static_cast<unsigned int>(pids.size());
@@ -16,7 +16,7 @@ std::optional<std::vector<pid_t>> find_all(Search* search, const std::string& na
       pids.resize(used);
       return pids;
     }
-    pids.resize(pids.size() * 4);
+    pids.resize(pids.size() * 8);
   }
 }
 

@@ -1,11 +1,40 @@
 #include "proc/proc_access.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <mutex>
 
 #include "proc/unique_fd.h"
+
+namespace {
+
+// For so long an answer "no trouble" also serves other threads that ask: the calls of one beat.
+constexpr std::chrono::milliseconds kRecent{20};
+
+// A question that many threads ask at the same time. Only the answer "yes" is kept.
+class Recently {
+ public:
+  template <typename Ask>
+  bool is_true(Ask ask) {
+    const std::lock_guard lock(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    if (confirmed_ && now - asked_ < kRecent) return true;
+    asked_ = now;
+    confirmed_ = ask();
+    return confirmed_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::chrono::steady_clock::time_point asked_{};
+  bool confirmed_ = false;
+};
+
+}  // namespace
 
 int open_error(const std::string& path) {
   const UniqueFd file = open_to_read(path.c_str());
@@ -29,4 +58,19 @@ std::string proc_trouble() {
   const bool hidden = error == ENOENT || error == EACCES || error == EPERM;
   return hidden ? "/proc hides the processes of other users (hidepid)"
                 : std::string("/proc/1/cmdline: ") + std::strerror(error);
+}
+
+std::string recent_proc_trouble() {
+  static Recently readable;
+  std::string trouble;
+  readable.is_true([&trouble] {
+    trouble = proc_trouble();
+    return trouble.empty();
+  });
+  return trouble;
+}
+
+bool may_read_all_files() {
+  static Recently permitted;
+  return permitted.is_true([] { return geteuid() == 0 && open_error("/proc/1/fd") == 0; });
 }

@@ -38,6 +38,10 @@ constexpr std::chrono::seconds kLongGap{1};
 // For so long after a gap or a late call the schedule counts as not kept.
 constexpr std::chrono::seconds kRecently{10};
 
+// While more calls than these are under way, the answers of a millisecond are handled together.
+constexpr size_t kFewCalls = 8;
+constexpr timespec kGatherAnswers{0, 1000000};
+
 constexpr Clock::duration kForever = std::chrono::hours(24);
 
 constexpr char kHeartbeatLock[] = "/tmp/mirt_agent_lock";
@@ -662,6 +666,12 @@ void Scheduler::wait() {
   const timespec timeout = remaining(until);
   if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {
     throw std::runtime_error(std::string("cannot wait: ") + std::strerror(errno));
+  }
+  const bool an_end =
+      std::any_of(fds.begin() + 1, fds.end(), [](const pollfd& fd) { return fd.revents != 0; });
+  if (fds.front().revents != 0 && !an_end && !StopSignal::asked() &&
+      pool_.under_way() > kFewCalls) {
+    nanosleep(&kGatherAnswers, nullptr);
   }
   notice_gap(gaps_.after_wait(Clock::now()));
 }

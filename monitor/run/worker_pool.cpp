@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <system_error>
 #include <utility>
 
@@ -33,67 +31,102 @@ void run(Call& call) {
 
 }  // namespace
 
-bool WorkerPool::start(Call& call) {
-  const std::lock_guard lock(mutex_);
-  join_ended();
-  const auto usable = std::count_if(workers_.begin(), workers_.end(),
-                                    [](const Worker& worker) { return !worker.abandoned; });
-  const auto idle = std::count_if(workers_.begin(), workers_.end(), [](const Worker& worker) {
-    return !worker.abandoned && !worker.call;
-  });
-  if (static_cast<size_t>(idle) <= ready_.size()) {
-    if (static_cast<size_t>(usable) >= limit_ || !start_worker()) return false;
+WorkerPool::Worker::Worker() {
+  sem_init(&handed, 0, 0);
+}
+
+WorkerPool::Worker::~Worker() {
+  sem_destroy(&handed);
+}
+
+void WorkerPool::Worker::wait_for_call() {
+  while (sem_wait(&handed) != 0) {  // a signal
   }
-  ready_.push_back(&call);
-  wake_.notify_one();
+}
+
+bool WorkerPool::start(Call& call) {
+  Worker* worker = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    join_ended();
+    if (idle_.empty() && (usable_ >= limit_ || !start_worker())) return false;
+    finished_.reserve(finished_.size() + under_way_ + 1);  // so that workers need no memory
+    worker = idle_.back();
+    idle_.pop_back();
+    worker->call = &call;
+    worker->phase = Phase::kHanded;
+    ++under_way_;
+  }
+  sem_post(&worker->handed);
   return true;
 }
 
 bool WorkerPool::start_worker() {
+  idle_.reserve(workers_.size() + 1);
   Worker& worker = workers_.emplace_back();
   try {
     worker.thread = std::thread([this, &worker] { work(worker); });
-    lacks_threads_ = false;
-    return true;
   } catch (const std::system_error&) {  // the system's limit on threads
     workers_.pop_back();
     lacks_threads_ = true;
     return false;
   }
+  lacks_threads_ = false;
+  ++usable_;
+  idle_.push_back(&worker);
+  return true;
 }
 
 void WorkerPool::work(Worker& worker) {
-  std::unique_lock lock(mutex_);
   worker.tid = gettid();
-  while (!worker.abandoned) {
-    wake_.wait(lock, [&] { return stopping_ || !ready_.empty(); });
-    if (stopping_) break;
-    worker.call = ready_.front();
-    ready_.pop_front();
-    lock.unlock();
+  for (bool goes_on = true; goes_on;) {
+    worker.wait_for_call();
+    Phase handed = Phase::kHanded;
+    if (!worker.phase.compare_exchange_strong(handed, Phase::kInside)) break;  // stop()
     run(*worker.call);
-    lock.lock();
-    tell_finished(*worker.call);
-    worker.call = nullptr;
+    goes_on = finish(worker);
   }
-  worker.ended = true;
 }
 
-void WorkerPool::tell_finished(Call& call) {
-  finished_.push_back(&call);
-  wake_owner_.set();
+// Returns false if the worker must end.
+bool WorkerPool::finish(Worker& worker) {
+  bool is_first = false;
+  bool goes_on = true;
+  {
+    const std::lock_guard lock(mutex_);
+    is_first = finished_.empty();
+    finished_.push_back(worker.call);
+    worker.call = nullptr;
+    worker.phase = Phase::kIdle;
+    --under_way_;
+    goes_on = !worker.abandoned && !stopping_;
+    if (goes_on) idle_.push_back(&worker);
+    if (worker.abandoned) ++ended_;
+  }
+  if (is_first) wake_owner_.set();  // else it has been woken and has not taken them yet
+  return goes_on;
 }
 
 std::vector<Call*> WorkerPool::take_finished() {
+  std::vector<Call*> taken;
   const std::lock_guard lock(mutex_);
-  return std::exchange(finished_, {});
+  taken.reserve(finished_.capacity());
+  taken.swap(finished_);
+  return taken;
+}
+
+size_t WorkerPool::under_way() {
+  const std::lock_guard lock(mutex_);
+  return under_way_;
 }
 
 bool WorkerPool::abandon(Call& call) {
   const std::lock_guard lock(mutex_);
   for (Worker& worker : workers_) {
     if (worker.call != &call) continue;
+    if (worker.phase != Phase::kInside) return false;
     worker.abandoned = true;
+    --usable_;
     return true;
   }
   return false;
@@ -102,20 +135,21 @@ bool WorkerPool::abandon(Call& call) {
 int WorkerPool::thread_of(const Call& call) {
   const std::lock_guard lock(mutex_);
   for (const Worker& worker : workers_) {
-    if (worker.call == &call) return worker.tid;
+    if (worker.call == &call && worker.phase == Phase::kInside) return worker.tid;
   }
   return 0;
 }
 
-// Joins abandoned workers whose call has returned. They hold no lock after `ended` is set.
+// Joins abandoned workers whose call has returned. They hold no lock after that.
 void WorkerPool::join_ended() {
-  for (auto worker = workers_.begin(); worker != workers_.end();) {
-    if (!worker->ended) {
+  for (auto worker = workers_.begin(); ended_ > 0 && worker != workers_.end();) {
+    if (!worker->abandoned || worker->call) {
       ++worker;
       continue;
     }
     worker->thread.join();
     worker = workers_.erase(worker);
+    --ended_;
   }
 }
 
@@ -125,17 +159,17 @@ bool WorkerPool::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
-    ready_.clear();  // calls that no worker has begun are never begun
     for (Worker& worker : workers_) {
-      if (worker.call) {
+      // A call that was handed over and has not begun never begins.
+      if (worker.phase.exchange(Phase::kStopped) == Phase::kInside) {
         worker.thread.detach();
         all_free = false;
       } else {
         free.push_back(std::move(worker.thread));
+        sem_post(&worker.handed);
       }
     }
   }
-  wake_.notify_all();
   for (std::thread& thread : free) thread.join();
   return all_free;
 }

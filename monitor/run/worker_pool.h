@@ -2,9 +2,11 @@
 #ifndef MONITOR_WORKER_POOL_H
 #define MONITOR_WORKER_POOL_H
 
+#include <semaphore.h>
+
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
+#include <cstddef>
 #include <list>
 #include <mutex>
 #include <optional>
@@ -78,28 +80,43 @@ class WorkerPool {
   // The process must then call _exit() and must not destroy anything that they use.
   bool stop();
 
+  // How many calls have been started and have not returned.
+  size_t under_way();
+
  private:
+  enum class Phase { kIdle, kHanded, kInside, kStopped };
+
+  // Waits on a semaphore of its own, so that workers that wake up at the same time need no lock.
   struct Worker {
-    std::thread thread;
-    int tid = 0;
+    Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker();
+    void wait_for_call();
+
+    std::thread thread{};
+    sem_t handed{};
+    std::atomic<int> tid{0};
+    std::atomic<Phase> phase{Phase::kIdle};
     Call* call = nullptr;
     bool abandoned = false;
-    bool ended = false;
   };
 
   void work(Worker& worker);
+  bool finish(Worker& worker);
   bool start_worker();
   void join_ended();
-  void tell_finished(Call& call);
 
   size_t limit_ = 1;
   bool lacks_threads_ = false;
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
-  std::condition_variable wake_;
-  std::deque<Call*> ready_;
+  std::vector<Worker*> idle_;
   std::vector<Call*> finished_;
   std::list<Worker> workers_;  // a list: threads hold references
+  size_t usable_ = 0;          // workers that are not abandoned
+  size_t under_way_ = 0;
+  size_t ended_ = 0;  // abandoned workers that can be joined
   bool stopping_ = false;
 };
 

@@ -85,10 +85,31 @@ std::string LineQueue::next_line() {
       if (ordinary_.lines.empty() && lasting_.lines.empty()) return "";
     }
   }
-  if (ordinary_.lines.empty()) return take_first(lasting_);
-  if (lasting_.lines.empty()) return take_first(ordinary_);
-  const bool lasting_first = lasting_.lines.front().number < ordinary_.lines.front().number;
-  return take_first(lasting_first ? lasting_ : ordinary_);
+  return take_first(next_lane());
+}
+
+// The lane with the older first line. One of the two has a line.
+LineQueue::Lane& LineQueue::next_lane() {
+  if (ordinary_.lines.empty()) return lasting_;
+  if (lasting_.lines.empty()) return ordinary_;
+  return lasting_.lines.front().number < ordinary_.lines.front().number ? lasting_ : ordinary_;
+}
+
+// Returns as many lines as one write takes: many lines often arrive at the same time.
+std::string LineQueue::next_lines() {
+  std::string lines = next_line();
+  in_flight_ = 1;
+  try {
+    if (!is_empty()) lines.reserve(PIPE_BUF);
+  } catch (...) {
+    return lines;  // memory is short: one line at a time
+  }
+  while (!is_empty() && !loss_.any() &&
+         lines.size() + next_lane().lines.front().text.size() <= PIPE_BUF) {
+    lines += take_first(next_lane());
+    ++in_flight_;
+  }
+  return lines;
 }
 
 void LineQueue::write_lines() {
@@ -96,9 +117,9 @@ void LineQueue::write_lines() {
   for (;;) {
     wake_.wait(lock, [&] { return finishing_ || !is_empty(); });
     if (is_empty() || closed_) break;
-    const std::string line = next_line();
+    const std::string lines = next_lines();
     lock.unlock();
-    const bool written = write_whole(line);
+    const bool written = write_whole(lines);
     lock.lock();
     if (!written) break;
   }
@@ -107,12 +128,12 @@ void LineQueue::write_lines() {
 }
 
 // False if nothing more can be written, or after the request to give up.
-bool LineQueue::write_whole(const std::string& line) {
-  for (size_t written = 0; written < line.size();) {
+bool LineQueue::write_whole(const std::string& lines) {
+  for (size_t written = 0; written < lines.size();) {
     if (!wait_until_writable()) return false;
     // If poll() reports a pipe as writable, a write of PIPE_BUF bytes does not block.
-    const size_t chunk = std::min<size_t>(line.size() - written, PIPE_BUF);
-    const ssize_t got = write(fd_, line.data() + written, chunk);
+    const size_t chunk = std::min<size_t>(lines.size() - written, PIPE_BUF);
+    const ssize_t got = write(fd_, lines.data() + written, chunk);
     if (got > 0) {
       written += static_cast<size_t>(got);
     } else if (errno != EINTR && errno != EAGAIN) {
@@ -160,7 +181,7 @@ unsigned long LineQueue::finish(std::chrono::milliseconds limit) {
   if (!has_ended) {
     give_up_ = true;
     has_ended = ended_.wait_for(lock, kToGiveUp, [&] { return has_ended_; });
-    lost = 1;  // the line that the thread is writing
+    lost = in_flight_;
   }
   if (!closed_) {
     lost += ordinary_.lines.size() + lasting_.lines.size() + loss_.ordinary + loss_.lasting;

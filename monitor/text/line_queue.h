@@ -67,12 +67,14 @@ class LineQueue {
   };
 
   void write_lines();
-  bool write_whole(const std::string& line);
+  bool write_whole(const std::string& lines);
   bool wait_until_writable() const;
   void close(int error);
   void keep(Lane& lane, std::string line);
   std::string take_first(Lane& lane);
   std::string next_line();
+  std::string next_lines();
+  Lane& next_lane();
   bool is_empty() const;
 
   const int fd_;
@@ -85,6 +87,7 @@ class LineQueue {
   Lane ordinary_, lasting_;
   Loss loss_;
   unsigned long next_number_ = 0;
+  unsigned long in_flight_ = 0;  // lines that the thread is writing
   bool finishing_ = false, has_ended_ = false, closed_ = false, stuck_ = false;
   int error_ = 0;
   std::thread thread_;

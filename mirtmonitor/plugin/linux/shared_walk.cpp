@@ -228,7 +228,7 @@ bool SharedWalk::move_on() noexcept {
 
 void SharedWalk::gather() noexcept {
   constexpr timespec kQuiet{0, 1000000};
-  constexpr int kMostPauses = 10;
+  constexpr int kMostPauses = 40;
   uint32_t arrivals = arrivals_seen_;
   for (int pauses = 0; pauses < kMostPauses; ++pauses) {
     const uint32_t now = g_meeting.arrivals.load(std::memory_order_relaxed);
