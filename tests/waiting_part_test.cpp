@@ -73,7 +73,7 @@ TEST(LineQueue, KeepsTheNewestValuesAndTheFirstOfWhatLastsAndSaysWhatIsLost) {
   FullPipe pipe;
   LineQueue queue(pipe.writer(), loss_text, wake);
   ASSERT_TRUE(queue.ready());
-  queue.push("first", Weight::kOrdinary);
+  queue.push(std::string(PIPE_BUF, 'f'), Weight::kOrdinary);  // nothing else joins its write
   const size_t ordinary = LineQueue::kMostOrdinary + 7, lasting = LineQueue::kMostLasting + 3;
   for (size_t i = 0; i < ordinary; ++i) queue.push("o" + std::to_string(i), Weight::kOrdinary);
   for (size_t i = 0; i < lasting; ++i) queue.push("l" + std::to_string(i), Weight::kLasting);
