@@ -8,11 +8,11 @@ namespace {
 
 // Plain static data: the handler may run at any time, on any thread.
 const Wake* stop_wake = nullptr;
-volatile std::sig_atomic_t stop_asked = 0;
+std::atomic<bool> stop_asked{false};
 std::atomic<unsigned> hangup_count{0};
 
 extern "C" void ask_to_stop(int) {
-  stop_asked = 1;
+  stop_asked = true;
   stop_wake->set();
 }
 
@@ -58,7 +58,7 @@ bool StopSignal::catch_pipe() {
 }
 
 bool StopSignal::asked() {
-  return stop_asked != 0;
+  return stop_asked;
 }
 
 unsigned StopSignal::hangups() {
