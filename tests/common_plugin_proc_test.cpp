@@ -95,6 +95,7 @@ TEST(RealProcess, IsReadWhileItLivesAndVanishes) {
   char cmdline[64] = "", name[16] = "";
   EXPECT_EQ(Plugin::get_cmdline_bypid(pid, cmdline, sizeof cmdline), 0);
   EXPECT_STREQ(cmdline, "/QAV/bin/./app data -u");
+  EXPECT_EQ(Plugin::get_cmdline_bypid(pid, nullptr, 9), -1);
   child.kill_unreaped(SIGKILL);
   EXPECT_EQ(Plugin::get_cmdline_bypid(pid, cmdline, sizeof cmdline), -1) << "a zombie has none";
   EXPECT_EQ(Plugin::get_procname_bypid(pid, name, sizeof name), 0);

@@ -64,11 +64,11 @@ TEST(PreCommandStart, FailsWithoutScriptKeywordsOrShell) {
 TEST(Period, IsClampedForEveryNumberOfSeconds) {
   using Row = std::pair<const char*, int>;
   for (const auto& [text, period_us] :
-       {Row("", 500000), Row("0", 500000), Row("-3", 500000), Row("x5", 500000),
-        Row("1.9", 1000000), Row(" \t5", 5000000), Row("+7", 7000000), Row("10s", 10000000),
-        Row("241", 240000000), Row("4294967297", 240000000), Row("99999999999999999999", 240000000),
-        Row("-99999999999999999999", 500000)}) {
-    EXPECT_EQ(ConvertStr2PeriodUS(text), period_us) << text;
+       {Row(nullptr, 500000), Row("", 500000), Row("0", 500000), Row("-3", 500000),
+        Row("x5", 500000), Row("1.9", 1000000), Row(" \t5", 5000000), Row("+7", 7000000),
+        Row("10s", 10000000), Row("241", 240000000), Row("4294967297", 240000000),
+        Row("99999999999999999999", 240000000), Row("-99999999999999999999", 500000)}) {
+    EXPECT_EQ(ConvertStr2PeriodUS(text), period_us) << (text ? text : "null");
   }
 }
 

@@ -84,6 +84,11 @@ TEST(LongestWait, IsThatOfOneThreadAndOneThatStillWaitsMayHaveWaitedAllTheTime) 
   EXPECT_EQ(longest_wait({}, now, {1, 2}, seconds(1)), milliseconds(0));
 }
 
+char mark_of(Alarm::Change change) {
+  if (change == Alarm::Change::kNone) return '-';
+  return change == Alarm::Change::kRaised ? '^' : 'v';
+}
+
 // Each answer as a letter: o(k), a(bsent), u(njudged), f(ailed), b(lind), and for values h(igh),
 // l(ow), n(ot a number). The changes: ^ raised, v cleared, - none.
 std::string changes(const AlarmRule& rule, const std::string& answers) {
@@ -97,10 +102,7 @@ std::string changes(const AlarmRule& rule, const std::string& answers) {
                                          : answer == 'u' ? std::pair(State::kUnjudged, 99.0)
                                          : answer == 'f' ? std::pair(State::kFailed, 99.0)
                                                          : std::pair(State::kBlind, 99.0);
-    const Alarm::Change change = alarm.judge(row.first, row.second, Alarm::Clock::time_point{});
-    changes += change == Alarm::Change::kRaised    ? '^'
-               : change == Alarm::Change::kCleared ? 'v'
-                                                   : '-';
+    changes += mark_of(alarm.judge(row.first, row.second, Alarm::Clock::time_point{}));
   }
   return changes;
 }
@@ -129,6 +131,46 @@ TEST(Alarm, IsMovedByMeasuredValuesAndByTheStatesItAsksForAlone) {
   for (const auto& [name, rule, answers, expected] : rows) {
     EXPECT_EQ(changes(rule, answers), expected) << name;
   }
+}
+
+// Values each a second apart; the changes as above.
+std::string changes_of(const AlarmRule& rule, const std::vector<double>& values) {
+  Alarm alarm(rule);
+  std::string changes;
+  Alarm::Clock::time_point now{};
+  for (const double value : values) {
+    changes += mark_of(alarm.judge(State::kOk, value, now));
+    now += seconds(1);
+  }
+  return changes;
+}
+
+TEST(Alarm, ComparesInTheItemsPrecisionWithABoundOfItsOwnForTheEnd) {
+  AlarmRule rule;
+  rule.condition = AlarmRule::Condition::kAbove;
+  rule.bound = 12.3;
+  EXPECT_EQ(changes_of(rule, {12.3F, 12.31, 12.3F}), "-^v");
+  rule.clear_bound = 10;
+  EXPECT_EQ(changes_of(rule, {12.4, 11, 10.1, 10, 11, 12.4}), "^--v-^");
+  rule.condition = AlarmRule::Condition::kBelow;
+  rule.clear_bound = 20;
+  EXPECT_EQ(changes_of(rule, {12.3F, 12.2, 19, 20, 19}), "-^-v-");
+  rule.condition = AlarmRule::Condition::kEquals;
+  rule.clear_bound.reset();
+  EXPECT_EQ(changes_of(rule, {12.2, 12.3F, 12.4}), "-^v");
+  rule.condition = AlarmRule::Condition::kNone;
+  EXPECT_EQ(changes_of(rule, {12.3F, 0}), "--");
+}
+
+TEST(Alarm, LastsForItsTimeFromTheFirstAnswerOfARow) {
+  AlarmRule rule;
+  rule.condition = AlarmRule::Condition::kAbove;
+  rule.raise_after.seconds = 3.0;
+  rule.clear_after.seconds = 1.5;
+  EXPECT_EQ(changes_of(rule, {1, 1, 1, 0, 1, 1, 1, 1, 0, 0, 1, 0, 0, 0}), "-------^-----v");
+  Alarm restored(rule);
+  restored.restore();
+  EXPECT_TRUE(restored.raised());
 }
 
 }  // namespace

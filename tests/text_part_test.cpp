@@ -1,0 +1,216 @@
+// Text for people and programs: terminals, times, wording, placeholders.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "item/item_table.h"
+#include "item/params.h"
+#include "item/placeholders.h"
+#include "item/value_check.h"
+#include "item/web_address.h"
+#include "text/clock_text.h"
+#include "text/end_text.h"
+#include "text/mistake.h"
+#include "text/number_text.h"
+#include "text/terminal_text.h"
+#include "text/wording.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Controls are C0, DEL and C1. Not UTF-8: single, overlong, surrogate, above U+10FFFF, cut off.
+TEST(TerminalText, ReplacesControlsAndWhatIsNotUtf8) {
+  const std::tuple<std::string, std::string, size_t> rows[] = {
+      {"plain ~", "plain ~", std::string::npos},
+      {"a\033[1mb\x7f\n", "a?[1mb??", std::string::npos},
+      {std::string("\0x", 2), "?x", std::string::npos},
+      {"\u0080\u009f\u00a0", "??\u00a0", std::string::npos},
+      {"\u00fc\u20ac\U0010ffff", "\u00fc\u20ac\U0010ffff", std::string::npos},
+      {"\xc3", "?", 0},
+      {"ab\x80z", "ab?z", 2},
+      {"\xc0\xaf", "??", 0},
+      {"\xc1\xbf\xc2\x80", "???", 0},
+      {"\xe0\x9f\xbf\u0800", "???\u0800", 0},
+      {"\xed\x9f\xbf\xed\xa0\x80", "\xed\x9f\xbf???", 3},
+      {"\xf0\x8f\xbf\xbf\U00010000", "????\U00010000", 0},
+      {"\xf4\x90\x80\x80\xf5", "?????", 0},
+      {"\xe2\x82x", "??x", 0},
+      {"\xe2x\xac", "?x?", 0},
+      {"x\xf0\x9f\x98", "x???", 1}};
+  for (const auto& [text, shown, malformed] : rows) {
+    EXPECT_EQ(printable(text), shown);
+    EXPECT_EQ(first_malformed(text), malformed) << shown;
+  }
+}
+
+TEST(TerminalText, IsAlignedByCharactersNotBytes) {
+  EXPECT_EQ(width_of("\u00fc\u20acx"), 3U);
+  EXPECT_EQ(left("\u00fc", 3) + "|" + right("\u00fc", 3) + "|" + left("long", 2),
+            "\u00fc  |  \u00fc|long");
+  EXPECT_EQ(cut("\u00fc\u20acx", 2), "\u00fc\u20ac");
+  EXPECT_EQ(cut("abc", 3) + cut("abc", 0) + cut("", 2), "abc");
+  EXPECT_EQ(joined_cells({"a ", "", "b", "  "}), "a     b");
+}
+
+TEST(ClockText, ShowsLocalTimeWithItsOffset) {
+  const WallTime time{milliseconds(1772352930007)};  // 2026-03-01 08:15:30.007 UTC
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"UTC0", "2026-03-01 08:15:30", "2026-03-01T08:15:30.007+00:00"},
+      {"AAA-5:45", "2026-03-01 14:00:30", "2026-03-01T14:00:30.007+05:45"},
+      {"BBB9:30", "2026-02-28 22:45:30", "2026-02-28T22:45:30.007-09:30"},
+      {"CCC0:15", "2026-03-01 08:00:30", "2026-03-01T08:00:30.007-00:15"}};
+  for (const auto& [zone, people, iso] : rows) {
+    setenv("TZ", zone, 1);
+    tzset();
+    EXPECT_EQ(for_people(time), people);
+    EXPECT_EQ(iso8601(time), iso);
+    EXPECT_EQ(read_iso8601(iso), time) << iso;
+  }
+  unsetenv("TZ");
+  tzset();
+}
+
+TEST(ClockText, ReadsOnlyItsOwnForm) {
+  const std::string good = "2026-03-01T08:15:30.250+01:00";
+  ASSERT_TRUE(read_iso8601(good));
+  EXPECT_TRUE(read_iso8601("2200-12-31T23:59:60.999-23:59"));
+  EXPECT_TRUE(read_iso8601("1970-01-01T00:00:00.000+00:00"));
+  for (size_t i = 0; i < good.size(); ++i) {
+    std::string other = good;
+    other[i] = 'x';
+    EXPECT_FALSE(read_iso8601(other)) << other;
+  }
+  // The place of a two-digit field, and values that it cannot have.
+  for (const auto& [place, field] : std::vector<std::pair<size_t, const char*>>{{0, "19"},
+                                                                                {0, "23"},
+                                                                                {5, "00"},
+                                                                                {5, "13"},
+                                                                                {8, "00"},
+                                                                                {8, "32"},
+                                                                                {11, "24"},
+                                                                                {14, "60"},
+                                                                                {17, "61"},
+                                                                                {24, "24"},
+                                                                                {27, "60"}}) {
+    std::string other = good;
+    EXPECT_FALSE(read_iso8601(other.replace(place, 2, field))) << other;
+  }
+  EXPECT_FALSE(read_iso8601(good + "0"));
+  EXPECT_FALSE(read_iso8601(good.substr(0, good.size() - 1)));
+  EXPECT_FALSE(read_iso8601(""));
+}
+
+TEST(Wording, GuessesWordsOfWhichTwoThirdsAreRight) {
+  const std::vector<std::string_view> words{"period", "params", "item", "unit"};
+  for (const auto& [word, expected] :
+       std::vector<std::pair<const char*, const char*>>{{"perod", "period"},
+                                                        {"PERIOD", "period"},
+                                                        {"pereoid", "period"},
+                                                        {"peirod", "period"},
+                                                        {"prm", ""},
+                                                        {"pxrxmx", ""},
+                                                        {"parasm", "params"},
+                                                        {"itme", "item"},
+                                                        {"iXeX", ""},
+                                                        {"unti", "unit"},
+                                                        {"", ""},
+                                                        {"zzzzzz", ""}}) {
+    EXPECT_EQ(nearest(word, words), expected) << word;
+  }
+  EXPECT_EQ(nearest(std::string(65, 'x'), {std::string(65, 'x')}), "") << "no misspelt name";
+  EXPECT_EQ(expected_one_of("itme", words), ", did you mean \"item\"?");
+  EXPECT_EQ(expected_one_of("z", words), ", expected one of period, params, item, unit");
+  EXPECT_EQ(did_you_mean("z", words), "");
+}
+
+TEST(NumberText, IsAsShortAsItCanBe) {
+  EXPECT_EQ(number_text(10) + " " + number_text(0.5) + " " + number_text(-1e7 / 3),
+            "10 0.5 -3333333.333");
+  EXPECT_EQ(value_text(1) + " " + value_text(12.3F) + " " + value_text(-2) + " " + value_text(0.25),
+            "1 12.3 -2 0.25");
+  EXPECT_EQ(value_text(1e14) + " " + value_text(1e15), "100000000000000 1e+15");
+  EXPECT_EQ(seconds_text(milliseconds(3249)), "3.2 s");
+}
+
+TEST(Mistakes, HaveTheirPlaceAndAreInItsOrder) {
+  Findings findings;
+  findings.mistakes = {{7, "b\n"}, {3, "c", "other"}, {0, "a"}};
+  findings.warnings = {{7, "w"}, {2, "v"}};
+  EXPECT_EQ(findings_text("main", findings),
+            (std::vector<std::string>{"main: a", "main:2: warning: v", "main:7: b?",
+                                      "main:7: warning: w", "other:3: c"}));
+}
+
+TEST(Placeholders, AreFilledInIfTheItemReportsThem) {
+  const PlaceholderTexts texts{"1.5", "77", "9", "db"};
+  for (const auto& [text, filled, mistakes] :
+       std::vector<std::tuple<const char*, const char*, size_t>>{
+           {"cpu {value} of {instance}", "cpu 1.5 of db", 0},
+           {"", "", 0},
+           {"{{value}}", "{value}}", 0},
+           {"{pid}{flowid}", "779", 1},
+           {"}{{{value}", "}{1.5", 0},
+           {"{Value}", "{Value}", 1},
+           {"{", "{", 1},
+           {"{value", "{value", 1},
+           {"a{b{value}", "a{b1.5", 1},
+           {"{}", "{}", 1}}) {
+    EXPECT_EQ(fill_placeholders(text, texts), filled);
+    EXPECT_EQ(check_placeholders(text, find_item("GetProcessMemoryExtern")).size(), mistakes)
+        << text;
+  }
+  const auto fits = [](const char* text, const char* item) {
+    return check_placeholders(text, find_item(item)).empty();
+  };
+  EXPECT_TRUE(fits("{flowid}", "ProcessHeartBeat") && fits("{pid}", "CheckProcessStatusIsD"));
+  EXPECT_FALSE(fits("{pid}", "ProcessHeartBeat") || fits("{pid}", "GetSysCPU"));
+  EXPECT_TRUE(check_placeholders("{pid} {flowid}", nullptr).empty()) << "any item";
+}
+
+TEST(Interval, IsTheTimeForWhichTheItemSleeps) {
+  const auto of = [](const char* item, const std::vector<Param>& params) {
+    return interval_seconds(*find_item(item), params);
+  };
+  EXPECT_EQ(of("GetSysCPU", {}), 0.0);
+  EXPECT_EQ(of("GetProcessSysCPUExtern", {{"p", "x"}}), 0.5);
+  const char* const item = "GetProcessCoreCPUFuzzyMatchCfgPeriod";
+  const std::vector<Param> params{{"ProcessName", "x"}, {"Period", "3"}};
+  EXPECT_EQ(of(item, params), 3.0);
+  EXPECT_TRUE(check_period(*find_item(item), params, 3.0));
+  EXPECT_FALSE(check_period(*find_item(item), params, 3.1));
+}
+
+TEST(WebAddress, HasSchemeHostPortAndPath) {
+  const auto parts = [](const std::string& text) -> std::string {
+    const auto address = read_web_address(text);
+    return address ? address->host + " " + std::to_string(address->port) + " " + address->path
+                   : "-";
+  };
+  for (const auto& [text, expected] :
+       std::vector<std::pair<const char*, const char*>>{{"http://a.b-c", "a.b-c 80 /"},
+                                                        {"http://h:8080/p?q=1", "h 8080 /p?q=1"},
+                                                        {"http://h?x", "h 80 /?x"},
+                                                        {"http://[::1]:9/", "::1 9 /"},
+                                                        {"http://[::1", "-"},
+                                                        {"https://h/", "-"},
+                                                        {"http://", "-"},
+                                                        {"http://h:", "-"},
+                                                        {"http://h:0", "-"},
+                                                        {"http://h:65535", "h 65535 /"},
+                                                        {"http://h:65536", "-"},
+                                                        {"http://u@h/", "-"},
+                                                        {"http://h/#f", "-"},
+                                                        {"http://h/a b", "-"},
+                                                        {"http://h/\xc3\xbc", "-"},
+                                                        {"http://h/\x7f", "-"}}) {
+    EXPECT_EQ(parts(text), expected) << text;
+  }
+}
+
+}  // namespace
