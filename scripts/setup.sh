@@ -5,9 +5,10 @@ set -euo pipefail
 
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
                 nlohmann-json3-dev pkg-config prometheus-cpp-dev)
+browser_packages=(chromium chromium-driver python3-selenium)
 fleet_packages=(prometheus prometheus-alertmanager)
 test_packages=(libgtest-dev libbenchmark-dev procps devscripts fish man-db pandoc python3
-               python3-jsonschema systemd zsh "${fleet_packages[@]}")
+               python3-jsonschema systemd zsh "${browser_packages[@]}" "${fleet_packages[@]}")
 package_packages=(debhelper dpkg-dev fakeroot lintian pandoc)
 service_packages=(debootstrap systemd-container)
 fuzz_packages=(clang libclang-rt-14-dev)

@@ -179,8 +179,8 @@ TEST_F(HttpTest, OtherMachinesReadNothingOfProcessesUnlessExposed) {
     for (const char* const path : {"/healthz", "/metrics"}) {
       EXPECT_EQ(get(path, {{"Host", "machine.example.org"}}), 200) << path;
     }
-    for (const char* const path :
-         {"/api/status", "/api/watch/memory", "/api/hung", "/api/silences", "/api/heartbeats"}) {
+    for (const char* const path : {"/", "/page/page.js", "/api/status", "/api/watch/memory",
+                                   "/api/hung", "/api/silences", "/api/heartbeats"}) {
       EXPECT_EQ(get(path), exposed ? 200 : 403) << path;
     }
     EXPECT_EQ(status_of("DELETE", "/api/silences?pattern=x"), exposed ? 405 : 403);

@@ -14,8 +14,6 @@ struct Resource {
   const char* content_type;
   std::string (*text)(const Snapshot& snapshot, const httplib::Request& request);
   bool is_public = false;  // also for other machines
-  // What a browser lets the content do.
-  const char* security_policy = "default-src 'none'; frame-ancestors 'none'";
 };
 
 // The resource at this path; null if there is none.

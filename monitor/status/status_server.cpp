@@ -10,6 +10,7 @@
 #include "item/instance.h"
 #include "status/api.h"
 #include "status/host_header.h"
+#include "status/page_files.h"
 #include "status/resources.h"
 #include "text/clock_text.h"
 #include "text/wording.h"
@@ -21,6 +22,9 @@ constexpr std::chrono::seconds kToAnswer{2};  // the scheduler's thread: it neve
 constexpr char kNoAnswer[] = "the scheduler does not answer";
 constexpr char kSilencesPath[] = "/api/silences", kHeartbeatsPath[] = "/api/heartbeats",
                kHealthPath[] = "/healthz", kWatchPath[] = "/api/watch/";
+
+// A browser shows data, but does nothing with it.
+constexpr char kDataPolicy[] = "default-src 'none'; frame-ancestors 'none'";
 
 void answer_with(httplib::Response& response, int status, const Json& body) {
   response.status = status;
@@ -69,6 +73,7 @@ void StatusRoutes::answer(const Request& request, Response& response, Audience a
 
 void StatusRoutes::read(const Request& request, Response& response) {
   const std::string& path = request.path;
+  if (answer_with_page_file(path, response)) return;
   if (path == kHealthPath) return tell_health(response);
   if (path == kSilencesPath) return list_silences(response);
   if (path == kHeartbeatsPath) return answer_with(response, 200, heartbeats_.read());
@@ -79,7 +84,7 @@ void StatusRoutes::read(const Request& request, Response& response) {
   const std::shared_ptr<const Snapshot> now = snapshot();
   if (!now) return refuse(response, 503, kNoAnswer);
   response.status = 200;
-  response.set_header("Content-Security-Policy", resource->security_policy);
+  response.set_header("Content-Security-Policy", kDataPolicy);
   response.set_content(resource->text(*now, request), resource->content_type);
 }
 
