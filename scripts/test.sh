@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # test.sh [CTEST-ARGUMENT...]: installs missing packages, builds and runs all tests: in the release
 # build, with AddressSanitizer and UndefinedBehaviorSanitizer, and the tests with several threads
-# with ThreadSanitizer; then checks the sources with scripts/lint.sh. After a suite that fails the next
-# one still runs. The summary at the end has one line for each suite; the exit status is 1 if a suite
-# has failed.
+# with ThreadSanitizer; then checks the sources with scripts/lint.sh. The release build also tests the
+# Debian packages (scripts/test-service.sh). After a suite that fails the next one still runs. The
+# summary at the end has one line for each suite; the exit status is 1 if a suite has failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh

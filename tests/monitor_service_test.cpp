@@ -94,6 +94,17 @@ TEST_F(ServiceTest, CommandsInheritOnlyWhatIsDocumented) {
   monitor.end(0);
 }
 
+TEST_F(ServiceTest, TheSocketIsNotMadeBehindALinkThatOthersCouldHaveMade) {
+  configure(kSick);
+  fs::create_directory(folder_ / "open");
+  fs::create_directory(folder_ / "elsewhere");
+  chmod((folder_ / "open").c_str(), 01777);
+  fs::create_symlink(folder_ / "elsewhere", folder_ / "open/link");
+  Monitor monitor(folder_, kRun + "--socket open/link/socket");
+  EXPECT_NE(monitor.end(1).find("cannot answer at open/link/socket"), std::string::npos);
+  EXPECT_TRUE(fs::is_empty(folder_ / "elsewhere"));
+}
+
 TEST(ProcessHandle, NoSignalReachesAnotherProcessWithThePid) {
   const pid_t child = fork();
   if (child == 0) {

@@ -23,8 +23,11 @@ struct Listener {
 };
 
 // Listens at `path` with mode 0660. Replaces a socket on which nobody listens; refuses any other
-// existing file. Nothing, with the reason in `error`, on failure.
+// existing file, and a link to the folder that others could have made. Nothing, with the reason in
+// `error`, on failure.
 std::optional<Listener> listen_at_path(const std::string& path, std::string& error);
+// Removes the socket at the end.
+void remove_socket(const std::string& path);
 
 // Listens at this address. Nothing, with the reason in `error`, on failure.
 std::optional<Listener> listen_at_address(const HttpAddress& address, std::string& error);

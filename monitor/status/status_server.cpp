@@ -184,7 +184,7 @@ StatusServer::~StatusServer() {
   publisher_.close();
   mailbox_.close();
   server_.reset();
-  if (!path_.empty()) unlink(path_.c_str());
+  if (!path_.empty()) remove_socket(path_);
 }
 
 bool StatusServer::start(const Plan& plan, Silences& silences, StatusRoutes::Changed changed,
