@@ -64,6 +64,10 @@ std::string replace_file(const std::string& path, const std::string& text, mode_
   return !lasts || fsync(folder) == 0 ? "" : system_error("cannot sync its folder", errno);
 }
 
+void remove_file(const FilePlace& place) {
+  if (place.folder.get() >= 0) unlinkat(place.folder.get(), place.name.c_str(), 0);
+}
+
 void remove_unfinished(const FilePlace& place) {
   const std::string beginning = place.name + kNew;
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(

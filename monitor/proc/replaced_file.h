@@ -25,6 +25,9 @@ enum class Durability { kOnDisk, kNone };
 std::string replace_file(const std::string& path, const std::string& text, mode_t mode,
                          Durability durability);
 
+// Removes the file or socket.
+void remove_file(const FilePlace& place);
+
 // Removes the temporary files of processes that were killed while they replaced the file.
 void remove_unfinished(const FilePlace& place);
 

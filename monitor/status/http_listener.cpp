@@ -5,11 +5,12 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "proc/trusted_folder.h"
+#include "proc/replaced_file.h"
 
 namespace {
 
@@ -39,16 +40,6 @@ void set_option(const UniqueFd& socket, int level, int option) {
   setsockopt(socket.get(), level, option, &on, sizeof on);
 }
 
-// The folder of a path, unless it is reached through a link that others could have made.
-UniqueFd folder_of(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return open_trusted_folder(slash == std::string::npos ? "." : path.substr(0, slash + 1));
-}
-
-std::string name_of(const std::string& path) {
-  return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
-}
-
 // Removes a socket on which nobody listens. False, with errno set, if the path is still in use.
 bool clear_place(const std::string& path, const sockaddr_un& address) {
   struct stat about {};
@@ -69,10 +60,11 @@ bool clear_place(const std::string& path, const sockaddr_un& address) {
 
 bool bind_to_path(const UniqueFd& socket, const std::string& path) {
   sockaddr_un address{};
-  const UniqueFd folder = folder_of(path);
-  if (folder.get() < 0 || !address_of(path, address)) return false;
-  const std::string place = "/proc/self/fd/" + std::to_string(folder.get()) + '/' + name_of(path);
-  if (!address_of(place, address) || !clear_place(place, address)) return false;
+  const FilePlace place(path);
+  if (place.folder.get() < 0 || !address_of(path, address)) return false;
+  const std::string in_folder =
+      "/proc/self/fd/" + std::to_string(place.folder.get()) + '/' + place.name;
+  if (!address_of(in_folder, address) || !clear_place(in_folder, address)) return false;
   // From the beginning only owner and group may write to the socket.
   const mode_t mask = umask(0117);
   const bool is_bound = bind(socket.get(), general(address), sizeof address) == 0;
@@ -101,11 +93,6 @@ std::optional<Listener> listen_at_path(const std::string& path, std::string& err
   UniqueFd socket = stream_socket(AF_UNIX, SOCK_NONBLOCK);
   const bool is_bound = socket.get() >= 0 && bind_to_path(socket, path);
   return finish(std::move(socket), is_bound, Audience::kOwner, path, error);
-}
-
-void remove_socket(const std::string& path) {
-  const UniqueFd folder = folder_of(path);
-  if (folder.get() >= 0) unlinkat(folder.get(), name_of(path).c_str(), 0);
 }
 
 std::optional<Listener> listen_at_address(const HttpAddress& address, std::string& error) {

@@ -26,8 +26,6 @@ struct Listener {
 // existing file, and a link to the folder that others could have made. Nothing, with the reason in
 // `error`, on failure.
 std::optional<Listener> listen_at_path(const std::string& path, std::string& error);
-// Removes the socket at the end.
-void remove_socket(const std::string& path);
 
 // Listens at this address. Nothing, with the reason in `error`, on failure.
 std::optional<Listener> listen_at_address(const HttpAddress& address, std::string& error);

@@ -58,7 +58,7 @@ void MetricsFile::work() noexcept {
     wake_.wait_for(lock, every, [&] { return ending_; });
   }
   lock.unlock();
-  if (is_written_) unlink(plan_.path.c_str());
+  if (is_written_) remove_file(FilePlace(plan_.path));
   lock.lock();
   has_ended_ = true;
   ended_.notify_all();

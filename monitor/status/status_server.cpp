@@ -1,13 +1,12 @@
 #include "status/status_server.h"
 
-#include <unistd.h>
-
 #include <chrono>
 #include <cstring>
 #include <future>
 #include <utility>
 
 #include "item/instance.h"
+#include "proc/replaced_file.h"
 #include "status/api.h"
 #include "status/host_header.h"
 #include "status/page_files.h"
@@ -184,7 +183,7 @@ StatusServer::~StatusServer() {
   publisher_.close();
   mailbox_.close();
   server_.reset();
-  if (!path_.empty()) remove_socket(path_);
+  if (!path_.empty()) remove_file(FilePlace(path_));
 }
 
 bool StatusServer::start(const Plan& plan, Silences& silences, StatusRoutes::Changed changed,
