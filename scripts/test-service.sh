@@ -127,6 +127,14 @@ await "the alert" grep -q raised "$root/var/lib/mirt-monitor/told"
 start_sleeper
 await "the end of the alarm" has_record "An alarm was cleared" sleeper.running
 
+step "commands ask it, and bash completes the names of its watches"
+inside mirt-monitor status --check | grep -q . || fault "status --check says nothing"
+# shellcheck disable=SC2016 # the shell inside expands it
+inside bash -c '. /usr/share/bash-completion/completions/mirt-monitor
+  COMP_WORDS=(mirt-monitor silence sleep) COMP_CWORD=2
+  _mirt_monitor
+  [ "${COMPREPLY[*]}" = sleeper.running ]' || fault "the name of a watch is not completed"
+
 step "a reload with mistakes fails, and the configuration before stays in force"
 echo 'name = 7' >"$root/etc/mirt-monitor/conf.d/bad.toml"
 ! inside systemctl reload mirt-monitor 2>/dev/null || fault "a reload with mistakes was accepted"

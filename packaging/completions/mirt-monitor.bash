@@ -12,7 +12,7 @@ _mirt_monitor_items() {
 }
 # Of the running monitor; nothing if none answers.
 _mirt_monitor_watches() {
-  mirt-monitor status --json 2>/dev/null | grep -oE '"(name|instance)": ?"[^"]*"' | cut -d'"' -f4 |
+  mirt-monitor status --json 2>/dev/null | grep -oE '"name":"[^"]*","item"' | cut -d'"' -f4 |
     sort -u
 }
 

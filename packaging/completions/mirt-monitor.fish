@@ -16,7 +16,7 @@ end
 
 function __mirt_monitor_watches
     mirt-monitor status --json 2>/dev/null |
-        string match -rag '"(?:name|instance)": ?"([^"]*)"' | sort -u
+        string match -rag '"name":"([^"]*)","item"' | sort -u
 end
 
 complete -c mirt-monitor -n 'test (count (commandline -opc)) -eq 1' -f \

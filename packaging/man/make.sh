@@ -30,6 +30,7 @@ page() {
     -M date="" "$@" --output="$folder/man$section/$name.$section"
 }
 
+# shellcheck disable=SC2016 # they are backquotes of the manual
 commands=$(sed -n 's/^| \[`\(.*\)`\].*/\1/p' docs/commands.md)
 pages=$(while read -r command; do echo "mirt-monitor-${command// /-}(1)"; done <<<"$commands")
 configuration="mirt-monitor.toml(5)"
