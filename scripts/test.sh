@@ -11,6 +11,9 @@ help_if_asked "$@"
 
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 
+# Most tests wait most of the time.
+export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-3}
+
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 summary=()

@@ -16,7 +16,7 @@ constexpr int kLookMs = 50;
 
 // The time in which the thread must end after the request to give up. It never ends in a blocked
 // write().
-constexpr std::chrono::milliseconds kToGiveUp{200};
+constexpr std::chrono::milliseconds kToGiveUp{1000};
 
 }  // namespace
 
