@@ -108,7 +108,7 @@ uint16_t free_port() {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   socklen_t length = sizeof address;
-  bind(probe, reinterpret_cast<sockaddr*>(&address), length);
+  EXPECT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&address), length), 0);
   getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
   close(probe);
   return ntohs(address.sin_port);

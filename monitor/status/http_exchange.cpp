@@ -103,7 +103,7 @@ HttpExchange::HttpExchange() {
     return HandlerResponse::Handled;
   });
   set_exception_handler([](const httplib::Request&, httplib::Response& response,
-                           std::exception_ptr) { response.status = 500; });
+                           const std::exception_ptr&) { response.status = 500; });
 }
 
 std::string HttpExchange::respond(std::string_view head, std::string_view body,
