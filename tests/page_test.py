@@ -47,7 +47,7 @@ except ImportError as error:
 def start_browser():
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu"):
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1200,900"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     try:
@@ -135,19 +135,25 @@ def check_semantics(page):
 
 def check_troubles(page, job):
     until("a warning is there", lambda: len(page.rows("wrong")) >= 1)
-    until("the hung thread is there", lambda: page.row("wrong", "weird"))
+    until("the hung thread is there", lambda: "critical" in page.row("wrong", "weird"))
+    until("the failing alert is there", lambda: "ops (command) fails" in page.row("wrong", "the monitor itself"))
     assert "job.running" not in "".join(page.rows("wrong"))
     before = page.line_of("job.running")
     until("values move", lambda: page.line_of("job.running") != before)
     assert page.row("watches", "job.running").split()[:3] == ["ok", "job.running", "1"]
+    page.run("window.news = [];"
+             "new MutationObserver(() => news.push(document.getElementById('news').innerText))"
+             ".observe(document.getElementById('news'), { childList: true })")
     job.kill()
     job.wait()
     until("the alarm is there", lambda: page.row("wrong", "job.running"))
-    row = page.row("wrong", "job.running")
+    rows = page.rows("wrong")
+    row = next(row for row in rows if "job.running" in row)
     assert "critical" in row and "killed by signal 9" in row and "\t0\t" in row, row
-    assert page.rows("wrong").index(row) < page.rows("wrong").index(page.row("wrong", "warning"))
+    assert rows.index(row) < min(i for i, each in enumerate(rows) if "warning" in each), rows
     assert page.row("watches", "job.running").split()[:3] == ["alarm", "job.running", "0"]
-    assert page.text("#news").startswith("New: critical: job.running"), page.text("#news")
+    news = page.run("return news")
+    assert any(each.startswith("New: critical: job.running") for each in news), news
     assert page.text("#summary").startswith("2 critical, 1 warning."), page.text("#summary")
     assert page.row("heartbeats", "\t77\t").split()[-2:] == ["9", "no"], page.rows("heartbeats")
 
@@ -228,7 +234,9 @@ def main(monitor_path, hung_thread_path):
                   {{ name = "job", exact = "job 100000", running = true, memory = true }},
                 ]
                 [machine]
-                memory = {{ above = 0, severity = "warning" }}
+                memory = {{ above = 0, severity = "warning", alert = ["ops"] }}
+                [alert.ops]
+                command = ["false"]
                 """)
 
         def started(*command, **options):

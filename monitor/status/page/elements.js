@@ -39,7 +39,7 @@ export class Children {
     this.shown = new Map();
   }
 
-  // Shows these pairs of key and item in this order; update(child, item) fills each child. Returns
+  // Shows these pairs of key and item, each key once, in this order; update(child, item) fills each child. Returns
   // the keys that are new.
   show(pairs, update) {
     const before = this.shown;

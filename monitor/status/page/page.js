@@ -130,7 +130,7 @@ function in_word(value) {
 }
 
 function show_heartbeats(answer) {
-  heartbeats.show(answer.entries.map((entry) => [`${entry.module} ${entry.process}`, entry]),
+  heartbeats.show(answer.entries.map((entry, i) => [i, entry]),
                   (row, entry) => {
                     for (const key of Object.keys(entry)) say(row[key], in_word(entry[key]));
                   });
@@ -142,8 +142,10 @@ function show_heartbeats(answer) {
 function show_summary(status, list) {
   const number_of = (rank) => list.filter((trouble) => trouble.rank === rank).length;
   const states = Object.entries(status.counts).filter(([, count]) => count > 0);
+  const silenced = number_of("silenced");
   const wrong = list.length === 0 ? "Nothing is wrong."
-    : `${number_of("critical")} critical, ${counted(number_of("warning"), "warning")}.`;
+    : `${number_of("critical")} critical, ${counted(number_of("warning"), "warning")}` +
+      (silenced > 0 ? `, ${silenced} silenced.` : ".");
   say(by_id("summary"), `${wrong} ${counted(status.watches.length, "watch", "watches")}: ` +
                         states.map(([state, count]) => `${count} ${state}`).join(", "));
   document.title = (list.length > 0 ? `(${list.length}) ` : "") + visible(status.host);

@@ -34,17 +34,18 @@ function of_state(watch) {
 }
 
 function of_monitor(status) {
-  const texts = [];
-  if (!status.schedule.kept) texts.push(`the schedule is not kept: ${status.schedule.trouble}`);
+  const found = [];
+  const add = (key, text) => found.push({
+    key: `monitor ${key}`, word: "warning", rank: "monitor", watch: null, text: joined(text), since: null,
+  });
+  if (!status.schedule.kept) add("schedule", `the schedule is not kept: ${status.schedule.trouble}`);
   if (!status.reload.ok) {
-    texts.push(`the configuration was not accepted at ${clock(status.reload.time, status.time)}`);
+    add("reload", `the configuration was not accepted at ${clock(status.reload.time, status.time)}`);
   }
   for (const alert of status.alerts.filter((each) => each.failing)) {
-    texts.push(`the alert ${alert.name} (${alert.way}) fails: ${alert.last_error}`);
+    add(`${alert.name} ${alert.way}`, `the alert ${alert.name} (${alert.way}) fails: ${alert.last_error}`);
   }
-  return texts.map((text) => ({
-    key: text, word: "warning", rank: "monitor", watch: null, text: joined(text), since: null,
-  }));
+  return found;
 }
 
 export function troubles_of(status) {
