@@ -39,8 +39,10 @@ install(FILES ${PROJECT_BINARY_DIR}/mirt_linux_plugin.pc
 # In one folder, as in the tree, so that the manual's references to examples hold.
 set(share ${CMAKE_INSTALL_DATADIR}/mirt)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${share})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${share}
-        FILES_MATCHING PATTERN *.md PATTERN *.png PATTERN *.toml PATTERN *.c PATTERN *.cpp PATTERN *.h)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
+                  ${PROJECT_SOURCE_DIR}/fleet DESTINATION ${share}
+        FILES_MATCHING PATTERN *.md PATTERN *.png PATTERN *.toml PATTERN *.c PATTERN *.cpp PATTERN *.h
+                       PATTERN *.yml PATTERN *.json)
 
 # Manual pages, made from the manual, and completions for shells.
 find_program(MIRT_PANDOC pandoc)

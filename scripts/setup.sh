@@ -6,7 +6,7 @@ set -euo pipefail
 build_packages=(cmake g++ make libcli11-dev libcpp-httplib-dev libsystemd-dev libtomlplusplus-dev
                 nlohmann-json3-dev pkg-config prometheus-cpp-dev)
 browser_packages=(chromium chromium-driver python3-selenium)
-fleet_packages=(prometheus prometheus-alertmanager)
+fleet_packages=(prometheus prometheus-alertmanager iproute2 python3)
 test_packages=(libgtest-dev libbenchmark-dev procps devscripts fish man-db pandoc python3
                python3-jsonschema systemd zsh "${browser_packages[@]}" "${fleet_packages[@]}")
 package_packages=(debhelper dpkg-dev fakeroot lintian pandoc)
@@ -60,7 +60,7 @@ install_without_services() {
   [ ${#made[@]} -eq 0 ] || "${as_root[@]}" rm -f "${made[@]}"
   local package
   for package in "$@"; do
-    [[ " ${fleet_packages[*]} " != *" $package "* ]] ||
+    [[ $package != prometheus* ]] ||
       "${as_root[@]}" systemctl disable "$package" >/dev/null 2>&1 || true
   done
   return $status
