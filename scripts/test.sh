@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # test.sh [CTEST-ARGUMENT...]: installs missing packages, builds and runs all tests: in the release
 # build, with AddressSanitizer and UndefinedBehaviorSanitizer, and the tests with several threads
-# with ThreadSanitizer; then checks the sources with scripts/lint.sh. The release build also tests the
-# Debian packages (scripts/test-service.sh). After a suite that fails the next one still runs. The
-# summary at the end has one line for each suite; the exit status is 1 if a suite has failed.
+# with ThreadSanitizer. The release build also tests the Debian packages (scripts/test-service.sh).
+# After a suite that fails the next one still runs. The summary at the end has one line for each suite;
+# the exit status is 1 if a suite has failed. scripts/lint.sh checks the sources.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -50,14 +50,6 @@ suite "address and undefined-behaviour sanitizers" build-asan -DCMAKE_BUILD_TYPE
   -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined -- "$@"
 suite "thread sanitizer" build-tsan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
   -DMIRT_SANITIZE=thread -- -L threads "$@"
-
-echo "== lint"
-if scripts/lint.sh --quick 2>&1 | tee "$log"; then
-  outcome "lint" "no findings"
-else
-  outcome "lint" "FAILED: $(tail -n 1 "$log")"
-  failed=1
-fi
 
 echo "== summary"
 printf '%s\n' "${summary[@]}"
