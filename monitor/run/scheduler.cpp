@@ -264,7 +264,7 @@ void Scheduler::tell_service() {
   if (!service.listens()) return;
   const Clock::time_point now = Clock::now();
   if (!service.is_ready() && all_called()) service.ready();
-  service.status(service_status(), now);
+  service.status([this] { return service_status(); }, now);
   // Calls that wait because "workers" allows no more at one time do not count as a fault of the
   // monitor.
   const bool lacks_workers = pool_.lacks_threads() && waits_for_worker(now) != nullptr;

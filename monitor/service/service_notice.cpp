@@ -61,12 +61,14 @@ void ServiceNotice::stopping() {
   send("STOPPING=1");
 }
 
-void ServiceNotice::status(const std::string& text, Clock::time_point now) {
-  status_waits_ = listens_ && text != status_ && now < next_status_;
-  if (!listens_ || text == status_ || status_waits_) return;
-  send("STATUS=" + text);
-  status_ = text;
+void ServiceNotice::status(const std::function<std::string()>& text, Clock::time_point now) {
+  status_waits_ = listens_ && now < next_status_;
+  if (!listens_ || status_waits_) return;
   next_status_ = now + kStatusPause;
+  std::string fresh = text();
+  if (fresh == status_) return;
+  send("STATUS=" + fresh);
+  status_ = std::move(fresh);
 }
 
 void ServiceNotice::beat(bool well, Clock::time_point now) {

@@ -3,6 +3,7 @@
 #define MONITOR_SERVICE_NOTICE_H
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 #include "service/courier.h"
@@ -30,8 +31,8 @@ class ServiceNotice {
   // STOPPING=1.
   void stopping();
 
-  // STATUS=, if it is another text than before, at most once a second.
-  void status(const std::string& text, Clock::time_point now);
+  // STATUS=, if it is another text than before. Asks for the text at most once a second.
+  void status(const std::function<std::string()>& text, Clock::time_point now);
 
   // WATCHDOG=1, four times in the manager's limit, if `well`.
   void beat(bool well, Clock::time_point now);
@@ -48,7 +49,7 @@ class ServiceNotice {
 
   bool listens_ = false, ready_ = false;
   std::string status_;                                    // as it was sent
-  bool status_waits_ = false;                             // another one is to be sent
+  bool status_waits_ = false;                             // it may have changed since
   Clock::time_point next_status_{};                       // not before
   Clock::duration beat_pause_ = Clock::duration::zero();  // zero: no beats are expected
   Clock::time_point next_beat_ = Clock::time_point::max();

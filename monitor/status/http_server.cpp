@@ -22,8 +22,8 @@ constexpr int kNice = 5;
 // The share of the free descriptors that the connections of one listener can use.
 constexpr size_t kShare = 8, kLeastConnections = 4;
 
-// How long no connection is accepted after there was no descriptor for one.
-constexpr std::chrono::milliseconds kPauseWithoutDescriptors{100};
+// The server pauses for so long when the system has no descriptor or no memory for it.
+constexpr std::chrono::milliseconds kPauseWhenShort{100};
 
 bool would_wait() {
   return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
@@ -157,7 +157,9 @@ bool HttpServer::wait() {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     timeout_ms = static_cast<int>(std::max<long>(left.count(), 0));
   }
-  poll(fds.data(), fds.size(), timeout_ms);
+  if (poll(fds.data(), fds.size(), timeout_ms) < 0 && errno != EINTR) {
+    std::this_thread::sleep_for(kPauseWhenShort);
+  }
   for (size_t i = 0; i < listeners_.size(); ++i) is_readable_[i] = fds[1 + i].revents != 0;
   return fds[0].revents == 0;
 }
@@ -168,7 +170,7 @@ void HttpServer::accept_from(size_t listener) {
         accept4(listeners_[listener].socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket.get() < 0) {
       if (!would_wait() && errno != ECONNABORTED) {
-        std::this_thread::sleep_for(kPauseWithoutDescriptors);
+        std::this_thread::sleep_for(kPauseWhenShort);
       }
       return;
     }
