@@ -10,6 +10,7 @@
 #include <exception>
 
 #include "proc/descendants.h"
+#include "proc/resident_memory.h"
 #include "run/recovery_answer.h"
 #include "run/stop_signal.h"
 #include "service/service_notice.h"
@@ -124,6 +125,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
 
   log_as_lines();
   use_small_stacks();
+  use_one_heap();
   static const Wake wake;  // the signal handler uses it until the process ends
   const std::optional<ProcessLibrary> library = ProcessLibrary::of(*plugin);
   ReportQueue reports(wake);
@@ -173,6 +175,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   reports.connect();
   scheduler.apply(plan);
   scheduler.take_up(memory.state);
+  return_unused_memory();
   int code = run_to_the_end(scheduler, request);
   publisher.close();
   status.reset();

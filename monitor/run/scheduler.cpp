@@ -12,6 +12,7 @@
 
 #include "proc/descriptors.h"
 #include "proc/lock_holder.h"
+#include "proc/resident_memory.h"
 #include "proc/wait_place.h"
 #include "run/memory.h"
 #include "run/recovery_answer.h"
@@ -336,6 +337,7 @@ void Scheduler::reload() {
   if (!plan) return;
   surface_.reporter.happened("configuration reloaded: " + std::to_string(plan->instances.size()) +
                              " instances");
+  return_unused_memory();
 }
 
 void Scheduler::tell_lost_output() {
