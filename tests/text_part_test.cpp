@@ -15,6 +15,7 @@
 #include "item/web_address.h"
 #include "text/clock_text.h"
 #include "text/end_text.h"
+#include "text/json_text.h"
 #include "text/mistake.h"
 #include "text/number_text.h"
 #include "text/terminal_text.h"
@@ -24,7 +25,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Controls are C0, DEL and C1. Not UTF-8: single, overlong, surrogate, above U+10FFFF, cut off.
+// Controls are C0, DEL, C1 and marks of direction. Not UTF-8: single, overlong, surrogate, above
+// U+10FFFF, cut off.
 TEST(TerminalText, ReplacesControlsAndWhatIsNotUtf8) {
   const std::tuple<std::string, std::string, size_t> rows[] = {
       {"plain ~", "plain ~", std::string::npos},
@@ -32,6 +34,8 @@ TEST(TerminalText, ReplacesControlsAndWhatIsNotUtf8) {
       {std::string("\0x", 2), "?x", std::string::npos},
       {"\u0080\u009f\u00a0", "??\u00a0", std::string::npos},
       {"\u00fc\u20ac\U0010ffff", "\u00fc\u20ac\U0010ffff", std::string::npos},
+      {"\u061c\u200e\u202a\u202e\u2066\u2069", "??????", std::string::npos},
+      {"\u200d\u2029\u202f\u2065\u206a", "\u200d\u2029\u202f\u2065\u206a", std::string::npos},
       {"\xc3", "?", 0},
       {"ab\x80z", "ab?z", 2},
       {"\xc0\xaf", "??", 0},
@@ -47,6 +51,12 @@ TEST(TerminalText, ReplacesControlsAndWhatIsNotUtf8) {
     EXPECT_EQ(printable(text), shown);
     EXPECT_EQ(first_malformed(text), malformed) << shown;
   }
+}
+
+TEST(JsonText, EscapesWhatWouldControlATerminal) {
+  const std::string text = "\x7f\u009b\u061c\u202e\u2066\u00fc\u2014\\";
+  EXPECT_EQ(json_text(text), "\"\\u007f\\u009b\\u061c\\u202e\\u2066\u00fc\u2014\\\\\"");
+  EXPECT_EQ(Json::parse(json_text(text)), text);
 }
 
 TEST(TerminalText, IsAlignedByCharactersNotBytes) {

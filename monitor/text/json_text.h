@@ -10,10 +10,9 @@
 
 using Json = nlohmann::ordered_json;
 
-// JSON on one line. Names and reasons can contain any bytes; invalid UTF-8 becomes U+FFFD.
-inline std::string json_text(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
+// JSON on one line. Names and reasons can contain any bytes; invalid UTF-8 becomes U+FFFD, and
+// control characters are escaped, because the reader can be a terminal.
+std::string json_text(const Json& value);
 
 // A measured value; null if it is not finite. Items measure in float: 12.3F must be written
 // as 12.3, not 12.300000190734863.

@@ -53,14 +53,27 @@ size_t character_length(std::string_view text) {
              : 0;
 }
 
-// C0, DEL, and C1 in its two-byte form.
-bool is_control(std::string_view character) {
-  const char first = character.front();
-  return within(first, 0x00, 0x1F) || first == 0x7F ||
-         (first == '\xC2' && within(character[1], 0x80, 0x9F));
+// ALM, LRM, RLM, and the embeddings, overrides and isolates, in UTF-8.
+bool is_direction_mark(std::string_view character) {
+  if (character == "\xD8\x9C") return true;
+  if (character.size() != 3 || character[0] != '\xE2') return false;
+  if (character[1] == '\x81') return within(character[2], 0xA6, 0xA9);
+  return character[1] == '\x80' &&
+         (within(character[2], 0x8E, 0x8F) || within(character[2], 0xAA, 0xAE));
 }
 
 }  // namespace
+
+size_t first_character(std::string_view text) {
+  return std::max<size_t>(character_length(text), 1);
+}
+
+bool is_control(std::string_view character) {
+  const char first = character.front();
+  return within(first, 0x00, 0x1F) || first == 0x7F ||
+         (first == '\xC2' && character.size() == 2 && within(character[1], 0x80, 0x9F)) ||
+         is_direction_mark(character);
+}
 
 std::string printable(const std::string& text) {
   std::string fit;

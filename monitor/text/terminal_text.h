@@ -4,11 +4,19 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Replaces each control character and each byte that is not valid UTF-8 by "?". Names, reasons and
 // files can contain text chosen by other users, which must not control the terminal.
 std::string printable(const std::string& text);
+
+// The length of the first character of a text that is not empty; 1 if it is not valid UTF-8.
+size_t first_character(std::string_view text);
+
+// True for C0, DEL, C1, and for the marks that change the direction of text: with them a name can
+// look like another one.
+bool is_control(std::string_view character);
 
 // The position of the first byte that is not valid UTF-8; npos if there is none.
 size_t first_malformed(const std::string& text);
