@@ -6,12 +6,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
 
 #include "command/command_line.h"
 #include "command/commands.h"
+#include "proc/process_one.h"
+#include "proc/program_path.h"
 #include "text/complaint.h"
 
 namespace {
@@ -22,6 +25,15 @@ void fill_standard_descriptors() {
   do fd = open("/dev/null", O_RDWR);  // NOLINT(android-cloexec-open): pre-commands need them too
   while (fd >= 0 && fd <= STDERR_FILENO);
   if (fd >= 0) close(fd);
+}
+
+// A write past the limit on the size of files must fail, not end the program. A handler, because
+// commands would inherit that the signal is ignored.
+void catch_file_size_signal() {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGXFSZ, &action, nullptr);
 }
 
 // Returns code, or 1 if output could not be written. A closed pipe is not an error.
@@ -42,6 +54,12 @@ int main(int argc, char** argv) {
     complain(std::string("commands will inherit open descriptors: ") + std::strerror(errno));
   }
   std::signal(SIGCHLD, SIG_DFL);  // if it is ignored, the exit statuses of our children are lost
+  if (!continue_below_process_one()) {
+    complain(std::string("orphans will stay as zombies: ") + std::strerror(errno));
+  }
+  catch_file_size_signal();
+  // Items start commands too, and programs in the folders of another user's PATH must not run.
+  setenv("PATH", kProgramPath, 1);
   try {
     return flush_output(run_command_line(argc, argv));
   } catch (const std::exception& error) {  // probably out of memory

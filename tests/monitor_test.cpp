@@ -296,6 +296,26 @@ void await_calls(const fs::path& folder, size_t more) {
   while (read_file(folder / "calls").size() < before + more) usleep(1000);
 }
 
+std::vector<pid_t> children_of(pid_t pid) {
+  const std::string id = std::to_string(pid);
+  std::istringstream pids(read_file("/proc/" + id + "/task/" + id + "/children"));
+  return {std::istream_iterator<pid_t>(pids), {}};
+}
+
+TEST_F(MonitorTest, ProcessOneTakesOrphansAndPassesSignalsAndTheStatusOn) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, for a PID namespace";
+  configure(instance("a", "GetSysMemory"));
+  // The shell, which then runs the monitor as process 1, leaves a child that ends later.
+  Monitor monitor(folder_,
+                  "unshare --mount-proc --pid --fork sh -c '(sleep 0.2 &); exec " + kRun + "'");
+  monitor.await({{"state", "ok"}});
+  const pid_t process_one = children_of(monitor.pid()).at(0);
+  while (children_of(process_one).size() != 1) usleep(1000);  // until only the monitor is left
+  kill(process_one, SIGTERM);
+  monitor.end(0);
+  Monitor(folder_, "unshare --mount-proc --pid --fork mirt-monitor run --config missing").end(2);
+}
+
 TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
   configure(counted_instance("[instance.alarm]\nequals = 0\nfor = 20\n") +
             instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
