@@ -40,8 +40,7 @@ std::optional<std::vector<Found>> matches(const ProcessLibrary& library,
                                           const MatchOptions& options) {
   const auto pids = search_processes(library, options.mode, options.text);
   if (!pids) return std::nullopt;
-  const auto listing = library.list(false);
-  if (!listing) complain("cannot list the processes");
+  const auto listing = list_processes(library, false);
   if (!listing) return std::nullopt;
   std::vector<Found> found;
   for (const ProcessRow& row : listing->processes) {

@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "command/commands.h"
+#include "command/process_search.h"
 #include "item/process_library.h"
 #include "text/complaint.h"
 #include "text/json_text.h"
@@ -48,14 +49,14 @@ class Countdown {
 };
 
 std::optional<Listing> list(const ProcessLibrary& library, bool with_cpu) {
-  if (!with_cpu) return library.list(false);
+  if (!with_cpu) return list_processes(library, false);
   const Countdown countdown;
-  return library.list(true);
+  return list_processes(library, true);
 }
 
 // Keeps the processes whose command line matches.
 bool keep_matches(const ProcessLibrary& library, const std::string& pattern, Listing& listing) {
-  const auto found = library.find_wildcard(pattern);
+  const auto found = find_processes(library, "wildcard", pattern);
   if (!found) return false;
   const std::unordered_set<pid_t> pids(found->begin(), found->end());
   auto& rows = listing.processes;
@@ -126,7 +127,6 @@ int command_ps(const PsOptions& options) {
   if (!library) return kExitUsage;
   std::optional<Listing> listing = list(*library, options.cpu);
   if (!listing || (options.pattern && !keep_matches(*library, *options.pattern, *listing))) {
-    complain("cannot list the processes");
     return kExitFailed;
   }
   // A pattern that begins with a star also matches this program's command line.

@@ -1,4 +1,5 @@
-// Searches processes for several commands.
+// Lists and searches processes for several commands. Each function prints the reason and returns
+// nothing if it cannot give the whole answer.
 #ifndef MONITOR_PROCESS_SEARCH_H
 #define MONITOR_PROCESS_SEARCH_H
 
@@ -8,8 +9,14 @@
 
 #include "item/process_library.h"
 
-// The processes that match `text`, except this one. `mode` is "exact", "prefix" or "wildcard". If
-// the search fails, prints the reason and returns nothing.
+// Every user process; with CPU usage this takes 60 seconds.
+std::optional<Listing> list_processes(const ProcessLibrary& library, bool with_cpu);
+
+// The processes that match `text`. `mode` is "exact", "prefix" or "wildcard".
+std::optional<std::vector<pid_t>> find_processes(const ProcessLibrary& library,
+                                                 const std::string& mode, const std::string& text);
+
+// The same without this process.
 std::optional<std::vector<pid_t>> search_processes(const ProcessLibrary& library,
                                                    const std::string& mode,
                                                    const std::string& text);
