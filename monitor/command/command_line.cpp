@@ -465,7 +465,12 @@ std::string parse_mistake(const CLI::App& app, const CLI::ParseError& error) {
 
 // Prints help or the mistake, and returns the exit status.
 int explain(const CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return app.exit(error);
+  if (error.get_exit_code() == 0) {
+    std::ostringstream text;
+    const int code = app.exit(error, text, text);
+    std::fputs(text.str().c_str(), stdout);  // a stream would hide why a write fails
+    return code;
+  }
   complain(parse_mistake(app, error));
   std::fprintf(stderr, "Run \"mirt-monitor%s --help\" for more.\n",
                words_of(command_of(app)).c_str());

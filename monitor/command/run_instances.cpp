@@ -110,6 +110,11 @@ void use_small_stacks() {
   pthread_attr_destroy(&attributes);
 }
 
+int cannot_start(int error) {
+  complain(std::string("cannot start: ") + std::strerror(error));
+  return kExitFailed;
+}
+
 }  // namespace
 
 int run_instances(const Plan& plan, const RunRequest& request) {
@@ -127,9 +132,11 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   use_small_stacks();
   use_one_heap();
   static const Wake wake;  // the signal handler uses it until the process ends
+  if (!wake.ready() || !StopSignal::install(wake, request.hangup_ends)) {
+    return cannot_start(wake.ready() ? errno : wake.error());
+  }
   const std::optional<ProcessLibrary> library = ProcessLibrary::of(*plugin);
   ReportQueue reports(wake);
-  const bool can_stop = wake.ready() && StopSignal::install(wake, request.hangup_ends);
   LineQueue log(STDERR_FILENO, log_loss_text, wake);
   LineQueue out(STDOUT_FILENO, request.json ? loss_as_json : loss_for_people, wake);
   Journal journal;
@@ -153,10 +160,8 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   Scheduler scheduler(request.schedule, *plugin, library ? &*library : nullptr,
                       {*reporter, reports, out, log, desk, sender, reloader ? &*reloader : nullptr,
                        mailbox, publisher, store ? &*store : nullptr, service, wake});
-  if (!can_stop || !out.ready() || !log.ready() || !answer_redundancy(plan.recovery)) {
-    complain(std::string("cannot start: ") + std::strerror(errno));
-    return kExitFailed;
-  }
+  if (!out.ready() || !log.ready()) return cannot_start(EAGAIN);
+  if (!answer_redundancy(plan.recovery)) return cannot_start(errno);
   std::optional<StatusServer> status;
   if (!plan.status_socket.empty() || plan.http) {
     status.emplace(publisher, mailbox);

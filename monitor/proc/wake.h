@@ -14,10 +14,11 @@
 // descriptor, because a monitor must work when descriptors are short.
 class Wake {
  public:
-  Wake() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  Wake() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), error_(fd_.get() >= 0 ? 0 : errno) {}
 
-  // False, with errno set, if no descriptor is available.
-  bool ready() const { return fd_.get() >= 0; }
+  // Why there is no event, as an errno; 0 if there is one.
+  int error() const { return error_; }
+  bool ready() const { return error_ == 0; }
 
   // Readable after set() until clear().
   int fd() const { return fd_.get(); }
@@ -38,6 +39,7 @@ class Wake {
 
  private:
   UniqueFd fd_;
+  int error_;
 };
 
 #endif

@@ -118,7 +118,10 @@ HttpServer::HttpServer(std::vector<Listener> listeners, Handler handler,
       begin_round_(std::move(begin_round)),
       most_(most_connections()),
       is_readable_(listeners_.size()) {
-  if (!ending_.ready()) return;
+  if (!ending_.ready()) {
+    errno = ending_.error();
+    return;
+  }
   try {
     thread_ = std::thread([this] { serve(); });
   } catch (const std::system_error& error) {

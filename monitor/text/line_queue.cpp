@@ -18,14 +18,19 @@ constexpr int kLookMs = 50;
 // write().
 constexpr std::chrono::milliseconds kToGiveUp{1000};
 
+// A terminal whose user has gone. A disk also fails with EIO, but never hangs up.
+bool has_hung_up(int fd) {
+  pollfd terminal{fd, 0, 0};
+  return poll(&terminal, 1, 0) > 0 && (terminal.revents & POLLHUP) != 0;
+}
+
 }  // namespace
 
 LineQueue::LineQueue(int fd, LossText loss_text, const Wake& wake)
-    : fd_(fd), is_terminal_(isatty(fd) != 0), loss_text_(loss_text), wake_owner_(wake) {
+    : fd_(fd), loss_text_(loss_text), wake_owner_(wake) {
   try {
     thread_ = std::thread([this] { write_lines(); });
-  } catch (const std::system_error&) {
-    errno = EAGAIN;
+  } catch (const std::system_error&) {  // ready() tells it
   }
 }
 
@@ -157,7 +162,7 @@ bool LineQueue::wait_until_writable() const {
 void LineQueue::close(int error) {
   const std::lock_guard lock(mutex_);
   closed_ = true;
-  const bool reader_has_gone = error == EPIPE || (error == EIO && is_terminal_);
+  const bool reader_has_gone = error == EPIPE || (error == EIO && has_hung_up(fd_));
   if (!reader_has_gone) error_ = error;
   wake_owner_.set();
 }

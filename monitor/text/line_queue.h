@@ -38,7 +38,7 @@ class LineQueue {
   LineQueue(const LineQueue&) = delete;
   LineQueue& operator=(const LineQueue&) = delete;
 
-  // False, with errno set, if the thread could not be started.
+  // False if the thread could not be started.
   bool ready() const { return thread_.joinable(); }
 
   // On any thread. Adds the newline. If memory is short, the line counts as lost.
@@ -78,7 +78,6 @@ class LineQueue {
   bool is_empty() const;
 
   const int fd_;
-  const bool is_terminal_;
   const LossText loss_text_;
   const Wake& wake_owner_;
   std::atomic<bool> give_up_{false};
