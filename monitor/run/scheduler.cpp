@@ -1,6 +1,7 @@
 #include "run/scheduler.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -98,6 +99,17 @@ size_t most_at_once(size_t reserved) {
   constexpr size_t kEach = 4;
   const size_t free = free_descriptors();
   return std::max<size_t>(1, (free - std::min(free, reserved)) / kEach);
+}
+
+// Like ppoll(). The kernel refuses more descriptors than this process may open now, and the limit
+// can be lowered while it runs. Then it waits for the first of them, and the next calls see the
+// ends.
+int wait_for(std::vector<pollfd>& fds, const timespec& timeout) {
+  const int ready = ppoll(fds.data(), fds.size(), &timeout, nullptr);
+  if (ready >= 0 || errno != EINVAL) return ready;
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  return ppoll(fds.data(), std::min<size_t>(fds.size(), limit.rlim_cur), &timeout, nullptr);
 }
 
 }  // namespace
@@ -666,7 +678,7 @@ void Scheduler::wait() {
   if (surface_.publisher.wanted()) until = std::min(until, next_publication_);
   notice_gap(gaps_.before_wait(now, until));
   const timespec timeout = remaining(until);
-  if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {
+  if (wait_for(fds, timeout) < 0 && errno != EINTR) {
     throw std::runtime_error(std::string("cannot wait: ") + std::strerror(errno));
   }
   const bool an_end =
