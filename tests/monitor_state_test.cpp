@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "heart_fixture.h"
+#include "walk_actors.h"
 
 namespace {
 
@@ -147,6 +148,37 @@ TEST_F(MonitorTest, LimitsAndCountersThatSayNothingAreToldApartFromZero) {
   const Json record = monitor.await({{"state", "unjudged"}, {"answer", 50000.0}});
   EXPECT_EQ(record["detail"].get<std::string>().find("50000 % is more than possible"), 0U);
   monitor.end(1);
+}
+
+// The thread that reads the command line of the stuck process is lost; its instance continues.
+TEST_F(MonitorTest, AStuckProcessBlindsNoInstanceAndIsNotReportedAsEnded) {
+  const StuckProcess stuck;
+  if (!stuck.started()) GTEST_SKIP() << "this kernel allows no file system of our own";
+  const Child child({kCommandLine});
+  const std::string times = "period = 0.2\ndeadline = 1000\n";
+  std::string text =
+      instance("stuck", "IsExistProcessExtern", {{"ProcessName", stuck.name()}}, times) +
+      alarm("equals = 0");
+  std::map<std::string, int> left;
+  for (const std::string name : {"a", "b", "c", "d"}) {
+    const Params process{{"ProcessName", std::string("*") + kCommandLine}};
+    text += instance(name, "GetProcessMemoryFuzzyMatch", process, times);
+    left[name] = 5;
+  }
+  configure(text);
+  Monitor monitor(folder_, kRun);
+  while (!left.empty()) {
+    const Json record = monitor.await({{"kind", "item"}});
+    const std::string name = record["instance"];
+    if (name == "stuck") {
+      EXPECT_EQ(record["state"], "unjudged") << record;
+    }
+    if (left.count(name) != 0 && --left[name] == 0) left.erase(name);
+    if (HasFailure()) break;
+  }
+  kill(monitor.pid(), SIGTERM);
+  for (const Json& record : monitor.records(nullptr)) EXPECT_NE(record["kind"], "alarm") << record;
+  monitor.end(0);
 }
 
 TEST_F(MonitorTest, AKilledProcessIsAbsentAndKeepsItsAlarm) {

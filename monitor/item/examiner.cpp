@@ -112,6 +112,7 @@ bool has_unlimited_handles(int pid) {
 
 void Examiner::before(const FI_CONTEXT_S& context, bool end_is_known) {
   end_is_known_ = end_is_known;
+  found_nothing_ = false;
   std::memcpy(context_before_, context.contextbuff, sizeof context_before_);
   begun_[calls_++ % begun_.size()] = std::chrono::steady_clock::now();
   forget_pre_command();
@@ -187,7 +188,7 @@ Finding Examiner::machine(const FI_CONTEXT_S& context, double value) const {
                   (counts_ticks ? " shows no ticks since the previous call" : " shows no memory"));
 }
 
-Finding Examiner::existence(double value) const {
+Finding Examiner::existence(double value) {
   if (value != 0.0) return params_.size() > 1 ? pre_command() : ok();
   const Finding finding = nothing_found();
   return finding.state == State::kAbsent ? ok() : finding;
@@ -261,6 +262,7 @@ Finding Examiner::hung_threads(const FI_RESULT_S& result, double value) {
   if (result.pid != 0) {
     return unjudged("thread " + std::to_string(result.pid) + " hangs, but recovery was refused");
   }
+  found_nothing_ = true;
   const std::string trouble = search_trouble();
   if (!trouble.empty()) return unjudged(trouble);
   if (still_matches()) return ok();
@@ -342,7 +344,8 @@ bool Examiner::read_entry(MIRT_AGENT_HEART_INFO_S& entry, std::string& why) cons
 }
 
 // The item found no process. Decides whether there is none or the search was incomplete.
-Finding Examiner::nothing_found() const {
+Finding Examiner::nothing_found() {
+  found_nothing_ = true;
   const std::string trouble = search_trouble();
   if (!trouble.empty()) return unjudged(trouble);
   if (!end_is_known_ && !matches().empty())
@@ -353,8 +356,9 @@ Finding Examiner::nothing_found() const {
 std::string Examiner::search_trouble() const {
   if (!trouble_before_.empty()) return trouble_before_;
   std::string trouble = proc_trouble();
-  if (!trouble.empty()) return trouble;
-  return around_.stuck ? around_.stuck->text() : "";
+  if (!trouble.empty() || !around_.stuck) return trouble;
+  constexpr std::chrono::seconds kRecent{3};  // the scheduler looks once per second
+  return around_.stuck->text(std::chrono::steady_clock::now() - kRecent);
 }
 
 std::vector<int> Examiner::matches() const {

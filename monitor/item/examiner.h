@@ -56,6 +56,9 @@ class Examiner {
   // highest value, or the owner of the heartbeat. 0 if there was none.
   int pid() const { return pid_; }
 
+  // The item searched all processes and found nothing. It may have skipped a stuck one.
+  bool found_nothing() const { return found_nothing_; }
+
   // For how long a thread that the last answer says hangs has stood still, in seconds.
   double standing_s() const;
 
@@ -63,7 +66,7 @@ class Examiner {
   Finding look(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
   int process_of(const FI_CONTEXT_S& context, const FI_RESULT_S& result) const;
   Finding machine(const FI_CONTEXT_S& context, double value) const;
-  Finding existence(double value) const;
+  Finding existence(double value);
   Finding pre_command() const;
   Finding process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
   Finding processes(const std::vector<int>& pids) const;
@@ -76,7 +79,7 @@ class Examiner {
   std::vector<ThreadTimes> times_of_owner() const;
   bool read_entry(MIRT_AGENT_HEART_INFO_S& entry, std::string& why) const;
   bool context_changed(const FI_CONTEXT_S& context, size_t length) const;
-  Finding nothing_found() const;
+  Finding nothing_found();
   void note_standing(int tid);
   std::string search_trouble() const;
   std::vector<int> matches() const;
@@ -94,6 +97,7 @@ class Examiner {
   char context_before_[16] = {};
   int pid_ = 0;
   bool end_is_known_ = false;
+  bool found_nothing_ = false;
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
   uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check

@@ -14,7 +14,6 @@
 #include "proc/descriptors.h"
 #include "proc/lock_holder.h"
 #include "proc/resident_memory.h"
-#include "proc/wait_place.h"
 #include "run/memory.h"
 #include "run/recovery_answer.h"
 #include "run/start_time.h"
@@ -164,7 +163,7 @@ void Scheduler::dismiss(std::list<Slot>& old) {
     slot.gone = true;
     ends_.follow(slot, 0, Clock::now());
     if (!slot.of_alarm) surface_.desk.leave(slot);
-    if (slot.phase == Phase::kRunning && !slot.of_alarm && pool_.abandon(slot.call)) {
+    if (slot.phase == Phase::kRunning && !slot.of_alarm && pool_.abandon(*slot.call)) {
       slot.phase = Phase::kBlind;
     }
   }
@@ -386,11 +385,11 @@ void Scheduler::start_due() {
 
 void Scheduler::start(Slot& slot) {
   if (slot.order) {
-    slot.call.params = slot.order->params;
-    slot.call.origin.alarm = slot.order->alarm;
+    slot.call->params = slot.order->params;
+    slot.call->origin.alarm = slot.order->alarm;
   }
-  slot.call.end_is_known = slot.call_at_once;
-  slot.refused = !pool_.start(slot.call);
+  slot.call->end_is_known = slot.call_at_once;
+  slot.refused = !pool_.start(*slot.call);
   if (slot.refused) return;
   slot.order.reset();
   slot.call_at_once = false;
@@ -405,12 +404,21 @@ void Scheduler::start(Slot& slot) {
 void Scheduler::collect() {
   const std::vector<Call*> finished = pool_.take_finished();
   pass_on_reports();  // the queue already contains the reports of these calls
-  for (const Call* call : finished) take_back(*call->slot);
+  const bool may_have_skipped = std::any_of(finished.begin(), finished.end(), [](const Call* call) {
+    return call->examiner.found_nothing();
+  });
+  if (may_have_skipped) look_at_waiting(Clock::now());
+  for (const Call* call : finished) {
+    if (call->slot)
+      take_back(*call->slot);
+    else
+      lost_.remove_if([&](const LostCall& lost) { return lost.call.get() == call; });
+  }
   if (!finished.empty()) remove_gone();
 }
 
 void Scheduler::take_back(Slot& slot) {
-  const Call& call = slot.call;
+  const Call& call = *slot.call;
   const bool was_blind = slot.phase == Phase::kBlind;
   slot.phase = Phase::kIdle;
   if (slot.gone && !slot.of_alarm) return;
@@ -440,7 +448,7 @@ void Scheduler::tell(Slot& slot, Answer& answer) {
 
 // Adds to the answer how the process ended, or that another process runs now.
 Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
-  const int pid = slot.call.examiner.pid();
+  const int pid = slot.call->examiner.pid();
   const bool is_there = pid > 0 && answer.finding.measured();
   Cause cause;
   if (!slot.ended.empty() && !is_there) {
@@ -457,8 +465,8 @@ Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
 
 void Scheduler::follow(Slot& slot) {
   if (slot.of_alarm || !depends_on_end(slot.instance)) return;
-  const int pid = slot.call.examiner.pid();
-  if (ends_.follow(slot, pid, slot.call.ended) || pid == slot.ended_pid) return;
+  const int pid = slot.call->examiner.pid();
+  if (ends_.follow(slot, pid, slot.call->ended) || pid == slot.ended_pid) return;
   // The process ended after the call. One extra call is enough: the item may name it again.
   slot.ended_pid = pid;
   slot.ended = "process " + std::to_string(pid) + " has ended";
@@ -479,25 +487,29 @@ void Scheduler::look_at_ends() {
 
 // Returns the examiner's finding, except if an unchanged heartbeat does not prove a hang.
 Finding Scheduler::finding_of(Slot& slot) const {
-  const Finding& found = slot.call.finding;
+  const Finding& found = slot.call->finding;
+  if (slot.call->examiner.found_nothing()) {  // perhaps because it skipped a process
+    const std::string stuck = stuck_.text(slot.call->began);
+    if (!stuck.empty()) return {State::kUnjudged, stuck};
+  }
   const bool stands_still =
-      is_heartbeat(slot.instance) && found.measured() && slot.call.value == 0.0;
+      is_heartbeat(slot.instance) && found.measured() && slot.call->value == 0.0;
   if (stands_still) return standstill_of(slot);
   slot.standstill.reset();
   return found;
 }
 
 Finding Scheduler::standstill_of(Slot& slot) const {
-  const OwnerLook& owner = slot.call.examiner.owner_look();
+  const OwnerLook& owner = slot.call->examiner.owner_look();
   if (owner.has_moved || owner.has_beaten) {
-    if (slot.standstill.excuse()) return slot.call.finding;
+    if (slot.standstill.excuse()) return slot.call->finding;
     return {State::kUnjudged, owner.has_beaten
                                   ? "it moved just after this call"
                                   : "its owner or flow id changed since the previous call"};
   }
   const Clock::duration missed = missed_by(slot);
   const Clock::duration lost = std::max<Clock::duration>(missed, owner.waited);
-  if (slot.standstill.judge(slot.call.began - slot.previous_end, lost)) return slot.call.finding;
+  if (slot.standstill.judge(slot.call->began - slot.previous_end, lost)) return slot.call->finding;
   return {State::kUnjudged,
           missed >= owner.waited
               ? "the monitor did not run for " + seconds_text(missed) + " since the previous call"
@@ -507,7 +519,7 @@ Finding Scheduler::standstill_of(Slot& slot) const {
 
 // The time for which the monitor, or this call, could not run since the previous call.
 Scheduler::Clock::duration Scheduler::missed_by(const Slot& slot) const {
-  const Call& call = slot.call;
+  const Call& call = *slot.call;
   return std::max(
       {gaps_.total_since(slot.previous_end), call.began - slot.started, call.ended - call.began});
 }
@@ -530,7 +542,7 @@ void Scheduler::plan_next(Slot& slot) {
 // A heartbeat is compared with that of the previous call, so for heartbeats the end of the call
 // counts.
 Scheduler::Clock::time_point Scheduler::earliest_next(const Slot& slot) const {
-  const Call& call = slot.call;
+  const Call& call = *slot.call;
   const Clock::time_point from = is_heartbeat(slot.instance) ? call.ended : call.began;
   return from + period_of(slot.instance) / 10 * 9;
 }
@@ -592,8 +604,8 @@ void Scheduler::expire() {
 }
 
 void Scheduler::go_blind(Slot& slot, Clock::time_point now) {
-  const int thread = pool_.thread_of(slot.call);
-  if (!pool_.abandon(slot.call)) {
+  const int thread = pool_.thread_of(*slot.call);
+  if (!pool_.abandon(*slot.call)) {
     slot.deadline = now + kRetry;
     return;
   }
@@ -619,18 +631,41 @@ void Scheduler::count_blind_starts(Clock::time_point now) {
   }
 }
 
-// Once per second: finds the processes whose files block calls, and the process that holds the
-// lock of the heartbeat table.
+// Once per second, and when a search found nothing: finds the processes whose files block calls,
+// and the process that holds the lock of the heartbeat table.
 void Scheduler::look_at_waiting(Clock::time_point now) {
   next_look_ = now + kLongCall;
-  std::vector<StuckProcess> stuck;
+  for (const LostCall& lost : lost_)
+    note_stuck(wait_place_of(pool_.thread_of(*lost.call)), lost.since, now);
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kIdle || now - slot.started < kLongCall) continue;
-    const std::optional<WaitPlace> place = wait_place_of(pool_.thread_of(slot.call));
-    if (place && place->pid) stuck.push_back({*place->pid, place->text(), slot.called});
+    const std::optional<WaitPlace> place = wait_place_of(pool_.thread_of(*slot.call));
     if (place && place->path == kHeartbeatLock && !slot.lock_is_told) tell_lock(slot);
+    if (note_stuck(place, slot.called, now)) replace_call(slot, now);
   }
-  stuck_.set(std::move(stuck));
+}
+
+bool Scheduler::note_stuck(const std::optional<WaitPlace>& place, WallTime since,
+                           Clock::time_point now) {
+  if (!place || !place->pid) return false;
+  stuck_.note({*place->pid, place->text(), since, now});
+  return true;
+}
+
+// The thread of this call is stuck in the file of a process, perhaps for ever. Searches skip this
+// process now, so the next call of this instance, on another thread, is not blocked.
+void Scheduler::replace_call(Slot& slot, Clock::time_point now) {
+  constexpr size_t kMostLost = 8;
+  if (slot.of_alarm || slot.gone || lost_.size() == kMostLost) return;
+  if (slot.phase == Phase::kRunning && !pool_.abandon(*slot.call)) return;
+  const Item item = slot.call->item;
+  slot.call->slot = nullptr;
+  lost_.push_back({std::move(slot.call), slot.called});
+  slot.renew_call(item, surroundings_);
+  slot.phase = Phase::kIdle;
+  if (slot.calls > 0) --slot.calls;
+  const Clock::duration period = period_of(slot.instance);
+  slot.due = next_start(std::max(now, slot.started + period / 10 * 9), period);
 }
 
 void Scheduler::tell_lock(Slot& slot) {
@@ -658,7 +693,7 @@ bool Scheduler::finished() const {
 
 Scheduler::Clock::time_point Scheduler::next_event() const {
   Clock::time_point next = Clock::time_point::max();
-  bool any_running = false;
+  bool any_running = !lost_.empty();
   for (const Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning) next = std::min(next, slot.deadline);
     if (slot.phase == Phase::kBlind && !slot.alarms.empty()) next = std::min(next, slot.due);

@@ -16,6 +16,7 @@
 #include "output/report_queue.h"
 #include "output/reporter.h"
 #include "proc/stuck_processes.h"
+#include "proc/wait_place.h"
 #include "proc/wake.h"
 #include "run/alarm_desk.h"
 #include "run/clock_watch.h"
@@ -82,6 +83,11 @@ class Scheduler {
   void take_up(const SavedState& state);
 
  private:
+  struct LostCall {
+    std::unique_ptr<Call> call;
+    WallTime since;
+  };
+
   using Clock = std::chrono::steady_clock;
   using Phase = Slot::Phase;
 
@@ -114,6 +120,8 @@ class Scheduler {
   void go_blind(Slot& slot, Clock::time_point now);
   void count_blind_starts(Clock::time_point now);
   void look_at_waiting(Clock::time_point now);
+  bool note_stuck(const std::optional<WaitPlace>& place, WallTime since, Clock::time_point now);
+  void replace_call(Slot& slot, Clock::time_point now);
   void tell_lock(Slot& slot);
   void tell_lost_output();
   void reload();
@@ -141,7 +149,8 @@ class Scheduler {
   EndWatch ends_;
   Clock::duration pulse_;  // the longest sleep, so that gaps are noticed in time
   WorkerPool pool_;
-  std::list<Slot> slots_;  // workers hold references: never moved
+  std::list<Slot> slots_;     // workers hold references: never moved
+  std::list<LostCall> lost_;  // calls that were replaced and have not returned
   Clock::time_point next_look_;
   unsigned hangups_seen_ = 0;
   const WallTime started_ = std::chrono::system_clock::now();

@@ -1,0 +1,389 @@
+#!/usr/bin/env python3
+"""chaos.py PROGRAMS SECONDS KILLS: attacks running monitors, for scripts/chaos.sh.
+
+PROGRAMS is the folder of the built programs. It must run as root in a PID and mount namespace of its
+own with an own /tmp and /dev/shm, because it fills both and expects to know all processes. Prints
+one line for each area; exits with 1 if one has a failure.
+"""
+import fcntl
+import json
+import os
+import random
+import re
+import resource
+import signal
+import subprocess
+import sys
+import threading
+import time
+import urllib.request
+
+PROGRAMS, SECONDS, KILLS = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+MONITOR = os.path.join(PROGRAMS, "mirt-monitor")
+STEADY = 40
+PATIENCE = 30  # seconds until something that must happen counts as missed
+ODD_NAMES = ["blank in name", "(paren) 1 (", "line\nbreak", "\x1b[2J\x1b]0;t\x07", b"\xff\xfe\xc3(",
+             "*", "?", "\u202egnp", ""]
+failures = 0
+
+
+def tell(area, cases, faults, note=""):
+    global failures
+    failures += len(faults)
+    print(f"{area:<34} {cases:>8} {len(faults):>8}  {note}", flush=True)
+    for fault in faults[:5]:
+        print(f"    {fault}", flush=True)
+
+
+def named(name):
+    """A process with this command line, which waits."""
+    return subprocess.Popen([name], executable="/bin/cat", stdin=subprocess.PIPE)
+
+
+def write_config(path, text):
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+    os.chmod(path, 0o644)
+
+
+class Monitor:
+    """A running monitor with JSON lines, read by a thread."""
+
+    def __init__(self, config, *options, output=None, **more):
+        self.lines, self.log = [], []
+        self.process = subprocess.Popen(
+            [MONITOR, "run", "--json", "--config", config, *options],
+            stdout=output or subprocess.PIPE, stderr=subprocess.PIPE, **more)
+        self.readers = [threading.Thread(target=self.read, args=(self.process.stderr, self.log))]
+        if output is None:
+            self.readers.append(
+                threading.Thread(target=self.read, args=(self.process.stdout, self.lines)))
+        for reader in self.readers:
+            reader.start()
+
+    @staticmethod
+    def read(pipe, lines):
+        for line in pipe:
+            lines.append(line)
+
+    def records(self, **keys):
+        found = []
+        for line in list(self.lines):
+            record = json.loads(line)
+            if all(record.get(key) == value for key, value in keys.items()):
+                found.append(record)
+        return found
+
+    def end(self, signal_number=signal.SIGTERM):
+        """The exit status. None if it does not end: it is then killed."""
+        self.process.send_signal(signal_number)
+        try:
+            status = self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            status = None
+            self.process.kill()
+        for reader in self.readers:
+            reader.join()
+        return status
+
+
+def wait_for(condition):
+    until = time.monotonic() + PATIENCE
+    while time.monotonic() < until:
+        if condition():
+            return True
+        time.sleep(0.02)
+    return False
+
+
+# Restless processes.
+
+def storm(kind):
+    """Does one kind of mischief until it is killed."""
+    while True:
+        pid = os.fork()
+        if pid == 0:
+            if kind == "exec":
+                os.execv("/bin/true", [random.choice(ODD_NAMES) or "x", "argument"])
+            if kind == "rename":
+                with open("/proc/self/comm", "wb") as comm:
+                    comm.write(b"steady-1\n(")
+                os.execv("/bin/sleep", ["steady-1 not", "0.05"])
+            os._exit(0)
+        if kind != "zombie":
+            os.waitpid(pid, 0)
+        time.sleep(1 if kind == "zombie" else 0.002)
+
+
+def many_threads():
+    threading.stack_size(65536)
+    for _ in range(2000):
+        threading.Thread(target=threading.Event().wait, daemon=True).start()
+    threading.Event().wait()
+
+
+def in_child(function, *arguments):
+    pid = os.fork()
+    if pid == 0:
+        try:
+            function(*arguments)
+        finally:
+            os._exit(1)
+    return pid
+
+
+def restless_config(port, stuck):
+    text = f'every = 1\n[http]\nlisten = "127.0.0.1:{port}"\n'
+    for i in range(STEADY):
+        text += f'[[process]]\nname = "s{i}"\nexact = "steady-{i}"\n'
+        text += 'running = true\nmemory = true\nhandles = true\ncpu = true\n'
+    for i in range(10):
+        text += f'[[process]]\nname = "p{i}"\nmatch = "*teady-{i}"\nrunning = true\nmemory = true\n'
+        text += f'[[process]]\nname = "v{i}"\nprefix = "victim-{i}"\nrunning = true\n'
+    if stuck:
+        text += '[[process]]\nname = "stuck"\nprefix = "stuck-one"\nrunning = true\nmemory = true\n'
+    text += '[machine]\ncpu = true\nmemory = true\ndisk = { "/" = true }\n'
+    write_config("/tmp/restless.toml", text)
+
+
+def lateness(port):
+    """The share of calls that began at most 20 ms late, in percent; their number; the others."""
+    url = f"http://127.0.0.1:{port}/metrics"
+    text = urllib.request.urlopen(url, timeout=PATIENCE).read().decode()
+    name = "mirt_schedule_lateness_seconds_"
+    within = float(re.search(rf'{name}bucket{{le="0.02"}} (\S+)', text).group(1))
+    calls = float(re.search(rf"{name}count (\S+)", text).group(1))
+    skipped = re.findall(r"^mirt_\w*skipped\w*_total\S* (\S+)$", text, re.M)
+    return 100 * within / calls, int(calls), sum(float(count) for count in skipped)
+
+
+def restless():
+    faults = []
+    crowd = subprocess.Popen([os.path.join(PROGRAMS, "mirt_idle_crowd"), "5000"],
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    crowd.stdout.readline()
+    steady = [named(f"steady-{i}") for i in range(STEADY)]
+    victims = [named(f"victim-{i}") for i in range(10)]
+    odd = [named(name) for name in ODD_NAMES]
+    stopped = [named(f"stopped-{i}") for i in range(50)]
+    for process in stopped:
+        process.send_signal(signal.SIGSTOP)
+    with open("/tmp/stuck-file", "wb") as file:
+        file.write(b"0" * 4096)
+    stuck = subprocess.Popen([os.path.join(PROGRAMS, "stuck_process"), "/tmp/stuck-file", "stuck-one"],
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    has_stuck = stuck.stdout.readline() != b""  # its PID, when it is stuck
+    storms = [in_child(storm, kind) for kind in ("fork", "fork", "exec", "rename", "zombie")]
+    storms.append(in_child(many_threads))
+    restless_config(19300, has_stuck)
+    monitor = Monitor("/tmp/restless.toml")
+    if not wait_for(lambda: monitor.records(instance="s0.running", kind="item")):
+        faults.append(f"no answer: {monitor.log[-3:]}")
+    ends, kills = time.monotonic() + SECONDS, 0
+    while time.monotonic() < ends and not faults:
+        time.sleep(random.uniform(1, 3))
+        i = random.randrange(len(victims))
+        name, before = f"v{i}.running", len(monitor.records(instance=f"v{i}.running", kind="alarm"))
+        victims[i].kill()
+        victims[i].wait()
+        kills += 1
+
+        def heard(count, name=name):
+            return len(monitor.records(instance=name, kind="alarm")) >= count
+        if not wait_for(lambda: heard(before + 1)):
+            faults.append(f"{name}: the end was not reported")
+        victims[i] = named(f"victim-{i}")
+        if not wait_for(lambda: heard(before + 2)):
+            faults.append(f"{name}: the alarm was not cleared")
+    share, calls, skipped = lateness(19300) if not faults else (0, 0, 0)
+    # That the stuck process could not be checked for three periods is a true alarm.
+    false_alarms = [r for r in monitor.records(kind="alarm") if not r["instance"].startswith("v")
+                    and (r["instance"] != "stuck.running" or r["condition"] == "equals 0")]
+    faults += [f"alarm of a healthy process: {r}" for r in false_alarms]
+    for r in monitor.records(instance="stuck.running")[:8]: print({k:r.get(k) for k in ("time","seq","kind","state","value","detail","reason","result","since","late","condition")})
+    for r in [r for r in monitor.records() if r["kind"] in ("item","event") and r.get("state") in ("blind",None)][:10]: print({k:r.get(k) for k in ("time","instance","state","detail","reason","text","since")})
+    print(monitor.log[:6])
+    status = monitor.end()
+    if status != 0:
+        faults.append(f"exit status {status}: {monitor.log[-3:]}")
+    tell("restless processes: ends", kills, faults)
+    late = [] if share >= 95 else [f"only {share:.1f} % within 20 ms"]
+    tell("restless processes: calls", calls, late,
+         f"{share:.1f} % began at most 20 ms late; skipped {skipped:.0f}; "
+         f"stuck process: {'yes' if has_stuck else 'no'}")
+    for pid in storms:
+        os.kill(pid, signal.SIGKILL)
+        os.waitpid(pid, 0)
+    for process in [crowd, stuck, *steady, *victims, *odd, *stopped]:
+        process.kill()
+        process.wait()
+
+
+# Kills.
+
+def children_left():
+    """The processes of this namespace but this one."""
+    return [pid for pid in os.listdir("/proc") if pid.isdigit() and int(pid) not in (1, os.getpid())]
+
+
+def kills_of_the_monitor():
+    faults = []
+    write_config("/tmp/kills.toml", 'every = 0.1\nstate = "/tmp/state.json"\n'
+                 '[alert.a]\ncommand = ["/bin/cat"]\n'
+                 '[[process]]\nname = "gone"\nexact = "no such process"\n'
+                 'running = { alert = "a" }\n')
+    for _ in range(KILLS):
+        monitor = Monitor("/tmp/kills.toml")
+        time.sleep(random.uniform(0.01, 0.4))
+        monitor.end(signal.SIGKILL)
+        faults += [line for line in monitor.log if b"cannot" in line or b"terminate" in line]
+        if not wait_for(lambda: not children_left()):
+            faults.append(f"processes are left: {children_left()}")
+    monitor = Monitor("/tmp/kills.toml")
+    if not wait_for(lambda: monitor.records(instance="gone.running", state="alarm")):
+        faults.append(f"no alarm after the kills: {monitor.log[-3:]}")
+    if monitor.records(kind="alarm", state="raised"):
+        faults.append("the alarm was raised again: the state was lost")
+    status = monitor.end()
+    if status != 0:
+        faults.append(f"exit status {status}")
+    set_aside = [name for name in os.listdir("/tmp") if "damaged" in name]
+    tell("kill -9 of the monitor", KILLS, faults, f"state files set aside: {len(set_aside)}")
+
+
+def kills_of_attachers():
+    faults = []
+    for i in range(KILLS):
+        process = subprocess.Popen(
+            [os.path.join(PROGRAMS, "supervised-process"), str(1 + i % 20), "7"],
+            stdout=subprocess.DEVNULL)
+        time.sleep(random.uniform(0, 0.02))
+        process.kill()
+        process.wait()
+        if os.path.exists("/tmp/mirt_agent_lock"):
+            with open("/tmp/mirt_agent_lock", "rb") as lock:
+                try:
+                    fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                except OSError:
+                    faults.append("the lock is still held")
+    process = subprocess.Popen([os.path.join(PROGRAMS, "supervised-process"), "3", "7"],
+                               stdout=subprocess.DEVNULL)
+    time.sleep(1)
+    shown = subprocess.run([MONITOR, "heartbeats", "--json"], capture_output=True, check=False)
+    entries = [json.loads(line) for line in shown.stdout.splitlines()]
+    if shown.returncode != 0 or not any(e["module"] == 3 and e["moved"] for e in entries):
+        faults.append(f"the table: {shown.returncode} {shown.stdout[-300:]} {shown.stderr}")
+    process.kill()
+    process.wait()
+    tell("kill -9 of attaching processes", KILLS, faults)
+
+
+# What runs out.
+
+def limited(*limits, user=None):
+    def prepare():
+        if user is not None:
+            os.setgid(user)
+            os.setuid(user)
+        for kind, value in limits:
+            resource.setrlimit(kind, (value, value))
+    return prepare
+
+
+def judge(name, monitor, faults, must_go_on=True):
+    """The monitor still answers and ends with 0, or it has said why it ended and ended with 1."""
+    before = len(monitor.lines)
+    goes_on = wait_for(lambda: monitor.process.poll() is not None or len(monitor.lines) > before + 3)
+    ended = monitor.process.poll()
+    status = monitor.end() if ended is None else ended
+    if ended is not None:
+        monitor.end()
+    if ended is None and (status not in (0, 1) or not goes_on):
+        faults.append(f"{name}: goes on: {goes_on}, status {status}, {monitor.log[-2:]}")
+    if ended is not None and (must_go_on or status != 1 or not monitor.log):
+        faults.append(f"{name}: ended with {status}, {monitor.log[-2:]}")
+
+
+def shortages():
+    steady = [named(f"steady-{i}") for i in range(8)]
+    write_config("/tmp/shortage.toml",
+                 'every = 0.2\nstate = "/tmp/full/state.json"\n[machine]\ncpu = true\nmemory = true\n'
+                 'disk = { "/" = true }\n' + "".join(
+                     f'[[process]]\nname = "s{i}"\nexact = "steady-{i}"\nrunning = true\n'
+                     'memory = true\n' for i in range(8)) +
+                 '[[heartbeat]]\nname = "h"\nprocess = "supervised-proc"\nmodule = 3\n')
+    os.makedirs("/tmp/full", exist_ok=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "tmpfs", "/tmp/full"], check=True)
+    with open("/tmp/full/filler", "wb") as file:
+        try:
+            file.write(b"0" * (1 << 20))
+        except OSError:
+            pass
+    shortage = [
+        ("disk of the state full", {}, True),
+        ("six descriptors", {"preexec_fn": limited((resource.RLIMIT_NOFILE, 6))}, False),
+        ("twelve descriptors", {"preexec_fn": limited((resource.RLIMIT_NOFILE, 12))}, True),
+        ("no threads", {"preexec_fn": limited((resource.RLIMIT_NPROC, 1), user=65534)}, False),
+        ("few threads", {"preexec_fn": limited((resource.RLIMIT_NPROC, 8), user=65534)}, False),
+    ]
+    faults = []
+    for name, more, must_go_on in shortage:
+        judge(name, Monitor("/tmp/shortage.toml", **more), faults, must_go_on)
+    tell("shortages from the start", len(shortage), faults)
+
+    faults = []
+    with open("/tmp/full/output", "wb") as output:
+        monitor = Monitor("/tmp/shortage.toml", output=output)
+        if not wait_for(lambda: monitor.process.poll() is not None):
+            monitor.end()
+            faults.append("output on a full disk: it goes on although nobody can hear it")
+        elif monitor.process.poll() != 1 or not monitor.log:
+            faults.append(f"output on a full disk: {monitor.process.poll()} {monitor.log[-2:]}")
+    tell("output on a full disk", 1, faults)
+
+    faults = []
+    tries = max(5, KILLS // 5)
+    for _ in range(tries):
+        monitor = Monitor("/tmp/shortage.toml")
+        time.sleep(random.uniform(0.02, 0.5))
+        if monitor.process.poll() is not None:
+            faults.append(f"it did not start: {monitor.log}")
+            monitor.end()
+            continue
+        with open(f"/proc/{monitor.process.pid}/statm", encoding="ascii") as file:
+            used = int(file.read().split()[0]) * resource.getpagesize()
+        more = random.randrange(0, 1 << 18)
+        resource.prlimit(monitor.process.pid, resource.RLIMIT_AS, (used + more, used + more))
+        judge("memory", monitor, faults, must_go_on=False)
+    tell("memory limited while it runs", tries, faults)
+
+    faults = []
+    for limit in range(5, 5 + tries):
+        monitor = Monitor("/tmp/shortage.toml")
+        wait_for(lambda: len(monitor.lines) > 2)
+        resource.prlimit(monitor.process.pid, resource.RLIMIT_NOFILE, (limit, limit))
+        judge(f"{limit} descriptors", monitor, faults)
+    tell("descriptors limited while it runs", tries, faults)
+
+    faults = []
+    monitor = Monitor("/tmp/shortage.toml")
+    wait_for(lambda: len(monitor.lines) > 20)
+    for _ in range(5):
+        for process in [monitor.process, *steady]:
+            process.send_signal(signal.SIGSTOP)
+        time.sleep(random.uniform(0.5, 3))
+        for process in [*steady, monitor.process]:
+            process.send_signal(signal.SIGCONT)
+        time.sleep(1)
+    faults += [f"false alarm: {r}" for r in monitor.records(kind="alarm")]
+    judge("all stopped", monitor, faults)
+    tell("all processes stopped for a time", 5, faults)
+    for process in steady:
+        process.kill()
+        process.wait()
+
+
+print(f"{'area':<34} {'cases':>8} {'failures':>8}", flush=True)
+restless()
+print("no failures" if failures == 0 else f"{failures} failures")
+sys.exit(1 if failures else 0)
