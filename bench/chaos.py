@@ -380,10 +380,58 @@ def shortages():
         process.wait()
 
 
+# Reloads.
+
+def reloads():
+    """Watches come and go; what is left of them must not grow."""
+    faults, used = [], []
+    steady = [named(f"steady-{i}") for i in range(20)]
+
+    def configure(turn):
+        text = "every = 0.05\n"
+        for i in range(20):
+            text += f'[[process]]\nname = "s{i}"\nexact = "steady-{i}"\nrunning = true\n'
+            text += "memory = true\n" if (i + turn) % 3 else ""
+        if turn % 2:
+            text += "[machine]\ncpu = true\nnonsense = 1\n"
+        write_config("/tmp/reloads.toml", text)
+
+    configure(0)
+    monitor = Monitor("/tmp/reloads.toml")
+    wait_for(lambda: len(monitor.lines) > 40)
+    turns = KILLS * 10
+    for turn in range(turns):
+        configure(turn)
+        monitor.process.send_signal(signal.SIGHUP)
+        time.sleep(0.05)
+        if turn in (turns // 2, turns - 1):
+            time.sleep(1)
+            pid = monitor.process.pid
+            with open(f"/proc/{pid}/statm", encoding="ascii") as file:
+                resident = int(file.read().split()[1]) * resource.getpagesize() >> 10
+            used.append((resident, len(os.listdir(f"/proc/{pid}/fd")),
+                         len(os.listdir(f"/proc/{pid}/task"))))
+            monitor.lines.clear()
+    # Histories of 60 watches fill 0.7 MiB in the first half minute.
+    (half, files, threads), (whole, files_after, threads_after) = used
+    if whole > half + 2048 or files_after != files or threads_after > threads + 2:
+        faults.append(f"resident KiB, files, threads: {used[0]}, at the end {used[1]}")
+    faults += [f"false alarm: {r}" for r in monitor.records(kind="alarm")]
+    status = monitor.end()
+    if status != 0:
+        faults.append(f"exit status {status}: {monitor.log[-3:]}")
+    tell("reloads, every second refused", turns, faults,
+         f"resident: {half} KiB after half of them, {whole} KiB at the end")
+    for process in steady:
+        process.kill()
+        process.wait()
+
+
 print(f"{'area':<34} {'cases':>8} {'failures':>8}", flush=True)
 kills_of_the_monitor()
 kills_of_attachers()
 shortages()
+reloads()
 restless()
 print("no failures" if failures == 0 else f"{failures} failures")
 sys.exit(1 if failures else 0)
