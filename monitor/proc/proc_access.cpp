@@ -1,5 +1,6 @@
 #include "proc/proc_access.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -48,7 +49,11 @@ std::string open_trouble(const std::string& path) {
 
 std::string proc_trouble() {
   const UniqueFd proc = open_to_read("/proc");
-  if (proc.get() < 0) return std::string("/proc: ") + std::strerror(errno);
+  // Opens, and cannot be listed: then every search finds nothing.
+  char entries[1024];
+  if (proc.get() < 0 || getdents64(proc.get(), entries, sizeof entries) < 0) {
+    return std::string("/proc: ") + std::strerror(errno);
+  }
   std::string own = open_trouble("/proc/self/cmdline");
   if (!own.empty()) return own;
   // Process 1 always runs, and every user may read its command line, unless /proc is mounted with
