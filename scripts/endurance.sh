@@ -9,10 +9,10 @@ cd "$(dirname "$0")/.."
 help_if_asked "$@"
 
 for number in "$@"; do
-  [[ $number =~ ^[1-9][0-9]{0,9}$ ]] && [ $# -le 2 ] || {
+  if [[ ! $number =~ ^[1-9][0-9]{0,9}$ ]] || [ $# -gt 2 ]; then
     echo "usage: scripts/endurance.sh [CHEAP [SCANS]]; found '$*'" >&2
     exit 2
-  }
+  fi
 done
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 build_in build-test -DMIRT_BUILD_BENCH=ON
