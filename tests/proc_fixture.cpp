@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "child.h"
 
@@ -116,4 +117,11 @@ std::vector<int> ProcFixture::in_listing_order(const std::vector<int>& pids) {
     if (std::find(pids.begin(), pids.end(), pid) != pids.end()) listed.push_back(pid);
   }
   return listed;
+}
+
+bool is_machines_root() {
+  std::ifstream map("/proc/self/uid_map");
+  uint64_t first = 1, outside = 1, count = 0;
+  map >> first >> outside >> count;
+  return geteuid() == 0 && outside == 0 && count == UINT32_MAX;
 }

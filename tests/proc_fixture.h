@@ -74,4 +74,7 @@ class ProcFixture : public testing::Test {
   std::optional<TmpfsMount> proc_;
 };
 
+// True for root outside a user namespace, who can become any user.
+bool is_machines_root();
+
 #endif
