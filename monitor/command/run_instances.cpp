@@ -88,10 +88,14 @@ std::string alarm_prefix() {
 // The time for writing the remaining output at the end.
 constexpr std::chrono::milliseconds kToWriteTheRest{1000};
 
-// Writes the remaining lines of both queues. Returns `code`, or a failure if lines were lost.
-int finish_output(LineQueue& out, LineQueue& log, int code) {
+// Writes the remaining lines of both queues. Returns `code`, or a failure if lines were lost. An
+// error of the output can come after the scheduler's end, which then has not told it.
+int finish_output(LineQueue& out, LineQueue& log, bool error_is_told, int code) {
   const unsigned long lost = out.finish(kToWriteTheRest);
-  if (out.error() != 0) code = kExitFailed;
+  if (out.error() != 0) {
+    if (!error_is_told) log_line("error", output_trouble(out.error()));
+    code = kExitFailed;
+  }
   if (lost > 0) {
     log_line("error", std::to_string(lost) + " lines lost: the output was not read");
     code = kExitFailed;
@@ -193,7 +197,7 @@ int run_instances(const Plan& plan, const RunRequest& request) {
   }
   const bool metrics_ended = !metrics || metrics->finish(kToWriteTheRest);
   const bool reading_ended = !reloader || reloader->finish(kToWriteTheRest);
-  code = finish_output(out, log, code);
+  code = finish_output(out, log, scheduler.lost_output_is_told(), code);
   const bool system_ended = journal.finish(kToWriteTheRest) && service.finish(kToWriteTheRest);
   // A thread that is still inside an item or a write uses the records and the library until the
   // process ends, so nothing may be destroyed.

@@ -79,6 +79,9 @@ class Scheduler {
   // True if at least one call returned in time and did not fail.
   bool any_worked() const { return any_worked_; }
 
+  // True if it was logged that the output is closed or has failed.
+  bool lost_output_is_told() const { return lost_output_is_told_; }
+
   // Restores the state from before a restart. Call it after the first apply().
   void take_up(const SavedState& state);
 
