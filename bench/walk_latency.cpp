@@ -53,6 +53,7 @@ void measure(std::vector<double>& times) {
 void measure_among(int others, std::vector<double>& times) {
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<size_t>(others));
   for (int number = 0; number < others; ++number) {
     threads.emplace_back([&done, number] {
       std::vector<process_cpu_context_t> found(kRoom);

@@ -71,13 +71,13 @@ clang_tidy() {
     xargs -P "$(nproc)" -I{} bash -c 'tidy_file {}'
 }
 
-# Not enabled: what this version gets wrong about emplace_back(), placement new and functions that are
-# try blocks. The compilers and clang-tidy check the same.
+# Not enabled: what this version gets wrong about emplace_back(), placement new, functions that are
+# try blocks, and text that an #include inserts into an initialiser. The compilers and clang-tidy check the same.
 cpp_check() {
   cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
     --std=c++17 --language=c++ --suppress=missingInclude --suppress=danglingTempReference \
     --suppress=returnTempReference --suppress=legacyUninitvar \
-    --suppress=syntaxError \
+    --suppress=syntaxError --suppress=internalAstError:monitor/status/page_files.cpp \
     -Iinclude -Iplatform -Ihost -Imonitor -Imirtmonitor/plugin/linux \
     -Iplugins/libmirt_agent/heart "${shipped[@]}"
 }

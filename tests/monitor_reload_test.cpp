@@ -89,13 +89,12 @@ TEST_F(ReloadTest, ABlockedCallIsLetGo) {
 TEST_F(ReloadTest, AStormLosesNoAlarmAndCallsNothingTwiceAtOnce) {
   std::string text;
   for (int i = 0; i < 10; ++i) {
-    const std::string folder = "in-" + std::to_string(i);
-    text += instance("watch-" + std::to_string(i), "IsExistProcessPreCmd",
-                     {{"ProcessName", "nobody"},
-                      {"PreCmd", "mkdir " + folder + " && echo ok && rmdir " + folder +
-                                     " || echo " + folder + " >>twice"},
-                      {"RetKeyWords", "ok"}}) +
-            kAlarm;
+    const std::string number = std::to_string(i);
+    std::string command = "f=in-" + number;
+    command += "; mkdir $f && echo ok && rmdir $f || echo $f >>twice";
+    text += instance("watch-" + number, "IsExistProcessPreCmd",
+                     {{"ProcessName", "nobody"}, {"PreCmd", command}, {"RetKeyWords", "ok"}});
+    text += kAlarm;
   }
   configure(text);
   Monitor monitor(folder_, kRun);

@@ -38,6 +38,7 @@ TEST(Tables, HaveEveryExportedItemAndNoOther) {
 
 std::vector<Param> as_params(const std::vector<FI_PARAM_S>& records) {
   std::vector<Param> params;
+  params.reserve(records.size());
   for (const FI_PARAM_S& record : records) params.push_back({record.name, record.value});
   return params;
 }

@@ -122,7 +122,7 @@ class Rig {
     const std::string config = config_path();
     monitor_ = fork_child([&] {
       dup2(ends[1], STDOUT_FILENO);
-      const int log = open("/dev/null", O_WRONLY);
+      const int log = open("/dev/null", O_WRONLY | O_CLOEXEC);
       dup2(log, STDERR_FILENO);
       execl(MIRT_MONITOR_PATH, "mirt-monitor", "run", "--json", "--config", config.c_str(),
             nullptr);

@@ -9,6 +9,7 @@
  * is the wait for it. After a byte on standard input the file system answers, and everything
  * continues. At the end of the input the process is killed. Exit code 2: the kernel does not allow
  * the mount. */
+#define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fuse.h>
@@ -132,8 +133,7 @@ int main(int argc, char** argv) {
   if (argc != 3) return 1;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const int fuse = mount_on(argv[1]);
-  if (pipe(go) != 0) return 1;
-  fcntl(go[1], F_SETFD, FD_CLOEXEC);
+  if (pipe2(go, O_CLOEXEC) != 0) return 1;
   const pid_t pid = fork();
   if (pid == 0) {
     dup2(go[0], STDIN_FILENO);

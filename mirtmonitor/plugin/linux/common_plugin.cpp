@@ -41,7 +41,7 @@ int MIRT_Linux_Plugin::exec_pre_cmd(char* script, char* checkRet) {
   char output[32];
   memset_s(output, sizeof output, 0, sizeof output);
   // The number of bytes read does not matter: the rest stays zero.
-  fread(output, 1, sizeof output, pipe);
+  [[maybe_unused]] const size_t size = fread(output, 1, sizeof output, pipe);
   pclose(pipe);
   output[sizeof output - 1] = '\0';
   return strncmp(output, checkRet, strlen(checkRet)) == 0 ? 0 : -1;

@@ -100,7 +100,8 @@ void MIRT_AgentSetLockFileOwner(int32_t fd) {
   } else if (found == nullptr) {
     KELV_LOG(MY_PID, DBG_LOG_ERROR, "Not found user.");
   } else {
-    static_cast<void>(fchown(fd, found->pw_uid, static_cast<gid_t>(-1)));
+    // Not everybody may give files away; the lock works all the same.
+    [[maybe_unused]] const int given = fchown(fd, found->pw_uid, static_cast<gid_t>(-1));
   }
   free(buffer);
 }
