@@ -318,6 +318,16 @@ const Row kFunctions[] = {
              sprintf(outcome, "%d", KillProcess("x", 10)), "0", "0", "-1", ""),
     FUNCTION("MIRT_AgentShmInit", nullptr, kMapping, unlink(MIRT_AGENT_LOCK_FILE);
              sprintf(outcome, "%d", MIRT_AgentShmInit(7) != nullptr), "1", "0", "0", ""),
+    FUNCTION("MIRT_InitShareMem", nullptr, kMapping, void* address = nullptr; bool made = false;
+             const int result = MIRT_InitShareMem(&address, "MIRT_TEST", 64, &made);
+             sprintf(outcome, "%d %d", result, address != nullptr), "0 1", "-1 0", "-1 0", ""),
+    FUNCTION("Report", nullptr, 0, MIRT_PRIMARY_KEY_S key{}; char text[] = "x";
+             const auto* report = MIRT_CreateErrRptSub(&key);
+             const int added = MIRT_AddParamToErrRptSub(report, text, text);
+             const int sent = MIRT_SendErrReportSub(report, nullptr, nullptr);
+             MIRT_DestoryErrRptSub(report);
+             sprintf(outcome, "%d %d %d", report != nullptr, added, sent),
+             "1 0 0", "0 -1 -1", "1 0 0", "1 -1 0|1 0 -1"),
     FUNCTION("MIRT_GetDStatusCheckRedundancy", nullptr, 0, bool status = false;
              const int result = MIRT_GetDStatusCheckRedundancy(&status);
              sprintf(outcome, "%d %d", result, status), "0 1", "1 0", "0 1", ""),

@@ -3,6 +3,7 @@
 
 #include "schema_check.h"
 #include "status/api.h"
+#include "status/heartbeat_json.h"
 #include "status/status_server.h"
 
 namespace {
@@ -39,6 +40,18 @@ TEST(ApiJson, OddValuesAndHostileTextAreValidJson) {
   char folder[] = "/tmp/api-test-XXXXXX";
   answers.expect_valid(mkdtemp(folder));
   std::filesystem::remove_all(folder);
+}
+
+TEST(HeartbeatJson, HasMovedIfTheSameModuleHasAnotherHeartbeat) {
+  const auto moved = [](const MIRT_AGENT_HEART_INFO_S* before, MIRT_AGENT_HEART_INFO_S now) {
+    return heartbeat_json(before, now)["moved"];
+  };
+  const MIRT_AGENT_HEART_INFO_S before{1, 7, 5, 0, 0};
+  EXPECT_EQ(moved(&before, {1, 7, 6, 0, 0}), true);
+  EXPECT_EQ(moved(&before, {1, 7, 4, 0, 0}), true) << "it starts again after the greatest number";
+  EXPECT_EQ(moved(&before, {2, 7, 5, 9, 0}), false);
+  EXPECT_EQ(moved(&before, {1, 8, 6, 0, 0}), false) << "the entry has another owner";
+  EXPECT_EQ(moved(nullptr, before), nullptr);
 }
 
 TEST(StatusRoutes, ASchedulerThatDoesNotAnswerIsNotHealthy) {

@@ -64,7 +64,10 @@ int open(const char* path, int flags, ...) {
   va_end(arguments);
   EXPECT_NE(flags & O_CLOEXEC, 0) << path;
   if (g_hooks->open) g_hooks->open(path);
-  return real_open(path, flags, mode);
+  const int refusal = g_hooks->refuse_open ? g_hooks->refuse_open(flags) : 0;
+  if (refusal == 0) return real_open(path, flags, mode);
+  errno = refusal;
+  return -1;
 }
 
 DIR* opendir(const char* path) {

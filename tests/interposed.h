@@ -16,7 +16,8 @@ struct Hooks {
   std::function<FILE*()> popen;
   std::function<size_t()> read_at_most;  // maximum bytes of one read()
   std::function<void(unsigned int)> sleep;
-  std::function<void(const char*)> open;  // observes only; the C library opens
+  std::function<void(const char*)> open;  // observes only
+  std::function<int(int)> refuse_open;    // takes the flags; returns the errno, or 0
   std::function<bool(const char*)> opendir_fails;
 };
 

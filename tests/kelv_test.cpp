@@ -11,6 +11,7 @@
 
 #include "kelv_cmd.h"
 #include "kelv_jiffies.h"
+#include "kelv_list.h"
 #include "kelv_log.h"
 #include "kelv_process.h"
 #include "kelv_securec.h"
@@ -148,6 +149,20 @@ TEST(Jiffies, CountSleepAndCompareAcrossAWrap) {
   EXPECT_GT(kelv_get_jiffies(), first) << "30 ms are at least three ticks of any kernel";
   EXPECT_EQ(time_after_eq(5, 6), 0);
   EXPECT_EQ(time_after_eq(3, UINT64_MAX - 3), 1);
+}
+
+TEST(List, IsLinkedBothWaysAndWhatWasTakenOutLeadsNowhere) {
+  list_head list, nodes[3];
+  kelv_list_init(&list);
+  for (list_head& node : nodes) kelv_list_add_tail(&node, &list);
+  kelv_list_del(&nodes[1]);
+  const list_head* const circle[] = {&list, &nodes[0], &nodes[2], &list};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(circle[i]->next, circle[i + 1]) << i;
+    EXPECT_EQ(circle[i + 1]->prev, circle[i]) << i;
+  }
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(nodes[1].next), KELV_LIST_POISON_NEXT);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(nodes[1].prev), KELV_LIST_POISON_PREV);
 }
 
 TEST(Bounded, SetAndCopyKeepToTheirSize) {

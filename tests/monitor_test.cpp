@@ -1,5 +1,6 @@
 // mirt-monitor run, once and check-config.
 #include <poll.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -353,6 +354,21 @@ TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
   kill(monitor.pid(), SIGTERM);
   EXPECT_NE(monitor.end(1).find("lines lost: the output was not read"), std::string::npos);
   EXPECT_GT(monitor.records().size(), 100U) << "whole lines to the end";
+}
+
+// Only another thread than the one that waits for the next call has the signal. Nothing else ends
+// that wait.
+TEST_F(MonitorTest, SignalThatAnotherThreadTakesEndsItAtOnce) {
+  configure(instance("rare", "GetSysMemory", {}, "period = 1000000\n"));
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"instance", "rare"}});
+  const std::string process = "/proc/" + std::to_string(monitor.pid());
+  while (read_file(process + "/stat").find(") S ") == std::string::npos) usleep(1000);
+  for (const fs::directory_entry& thread : fs::directory_iterator(process + "/task")) {
+    const pid_t id = std::stoi(thread.path().filename());
+    if (id != monitor.pid()) tgkill(monitor.pid(), id, SIGTERM);
+  }
+  EXPECT_EQ(monitor.end(0), "");
 }
 
 TEST_F(MonitorTest, ALostReaderEndsWhatNobodyElseHears) {

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "child.h"
 
@@ -69,6 +70,16 @@ TEST(MonitorPs, MatchesSortsAndLetsNoEscapeReachTheTerminal) {
   EXPECT_EQ(at_first < at_second, first.pid() < second.pid()) << matched;
   EXPECT_LT(std::max(at_first, at_second), matched.size()) << matched;
   EXPECT_EQ(monitor("ps --sort cpu"), "exit 2\n");
+  for (const std::string key : {"pid", "rss"}) {
+    std::istringstream lines(run(MIRT_MONITOR_PATH " ps --json --sort " + key));
+    std::vector<long> values;
+    for (std::string line; std::getline(lines, line);) {
+      const auto row = nlohmann::json::parse(line);
+      values.push_back(key == "pid" ? row["pid"].get<long>() : -row["rss_mib"].get<long>());
+    }
+    EXPECT_GT(values.size(), 2U);
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end())) << key;
+  }
 }
 
 TEST(MonitorFindAndKill, HaveExitCodesForScripts) {
@@ -112,6 +123,21 @@ TEST(MonitorMatch, ShowsWhatAWatchMeansAsItIsCompared) {
   EXPECT_NE(people.find("x  [only the first 1022 of 2014 bytes are compared]\n"),
             std::string::npos);
   EXPECT_EQ(monitor("match exact 'mirt match'"), "exit 1\n");
+}
+
+TEST(MonitorItems, HaveUnitsParametersAndWhatTheyReportAndNeed) {
+  const std::string items = monitor("items");
+  for (
+      const char* text :
+      {"\nGetDiskUsage                         [%]  used share",
+       "\n    Directory (or any other name): a directory of the file system\n    needs a context\n",
+       "\n    reports a pid, takes 0.5 s, needs a context\n",
+       "\n    reports a flow id, needs a context\nSendErrRpt                           [-]  sends",
+       "\n    ProcessName (optional): process whose heartbeat was lost; the third code needs it\n",
+       "\n    and any others\n    needs no context\nCheckProcessStatusIsD                [-]  1 if",
+       "\n    reports a thread id, needs a context\n"}) {
+    EXPECT_NE(items.find(text), std::string::npos) << text;
+  }
 }
 
 TEST(MonitorInit, WritesAConfigurationThatIsRightAlsoWithItsCommentsTakenAway) {
