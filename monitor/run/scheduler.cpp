@@ -280,7 +280,7 @@ void Scheduler::tell_service() {
   // Calls that wait because "workers" allows no more at one time do not count as a fault of the
   // monitor.
   const bool lacks_workers = pool_.lacks_threads() && waits_for_worker(now) != nullptr;
-  service.beat(!lacks_workers && recent_gaps(now) < kLongGap, now);
+  service.watchdog(!lacks_workers && recent_gaps(now) < kLongGap, now);
 }
 
 bool Scheduler::all_called() const {

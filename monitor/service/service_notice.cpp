@@ -14,7 +14,7 @@ using Clock = ServiceNotice::Clock;
 
 constexpr std::chrono::seconds kStatusPause{1};
 
-// How soon to look again after a beat that was held back.
+// How soon to look again after a watchdog message was held back.
 constexpr std::chrono::seconds kLookAgain{1};
 
 // What the manager compares with its own clock.
@@ -25,7 +25,7 @@ std::string monotonic_us() {
                         static_cast<uint64_t>(now.tv_nsec) / 1000U);
 }
 
-Clock::duration pause_between_beats() {
+Clock::duration pause_between_watchdog_messages() {
   uint64_t limit_us = 0;
   if (sd_watchdog_enabled(0, &limit_us) <= 0) return Clock::duration::zero();
   return std::chrono::microseconds(limit_us / 4);
@@ -35,8 +35,8 @@ Clock::duration pause_between_beats() {
 
 ServiceNotice::ServiceNotice() : listens_(std::getenv("NOTIFY_SOCKET") != nullptr) {
   if (!listens_) return;
-  beat_pause_ = pause_between_beats();
-  if (beat_pause_ > Clock::duration::zero()) next_beat_ = Clock::now();
+  watchdog_pause_ = pause_between_watchdog_messages();
+  if (watchdog_pause_ > Clock::duration::zero()) next_watchdog_ = Clock::now();
 }
 
 void ServiceNotice::send(std::string text) {
@@ -71,12 +71,13 @@ void ServiceNotice::status(const std::function<std::string()>& text, Clock::time
   status_ = std::move(fresh);
 }
 
-void ServiceNotice::beat(bool well, Clock::time_point now) {
-  if (now < next_beat_) return;
+void ServiceNotice::watchdog(bool well, Clock::time_point now) {
+  if (now < next_watchdog_) return;
   if (well) send("WATCHDOG=1");
-  next_beat_ = now + (well ? beat_pause_ : std::min<Clock::duration>(beat_pause_, kLookAgain));
+  next_watchdog_ =
+      now + (well ? watchdog_pause_ : std::min<Clock::duration>(watchdog_pause_, kLookAgain));
 }
 
 Clock::time_point ServiceNotice::next_due() const {
-  return status_waits_ ? std::min(next_beat_, next_status_) : next_beat_;
+  return status_waits_ ? std::min(next_watchdog_, next_status_) : next_watchdog_;
 }

@@ -35,9 +35,9 @@ class ServiceNotice {
   void status(const std::function<std::string()>& text, Clock::time_point now);
 
   // WATCHDOG=1, four times in the manager's limit, if `well`.
-  void beat(bool well, Clock::time_point now);
+  void watchdog(bool well, Clock::time_point now);
 
-  // When to call status() or beat() again at the latest.
+  // When to call status() or watchdog() again at the latest.
   Clock::time_point next_due() const;
 
   // Sends what is left, for at most `limit`. False if the manager does not take it: the process
@@ -48,11 +48,11 @@ class ServiceNotice {
   void send(std::string text);
 
   bool listens_ = false, ready_ = false;
-  std::string status_;                                    // as it was sent
-  bool status_waits_ = false;                             // it may have changed since
-  Clock::time_point next_status_{};                       // not before
-  Clock::duration beat_pause_ = Clock::duration::zero();  // zero: no beats are expected
-  Clock::time_point next_beat_ = Clock::time_point::max();
+  std::string status_;                                        // as it was sent
+  bool status_waits_ = false;                                 // it may have changed since
+  Clock::time_point next_status_{};                           // not before
+  Clock::duration watchdog_pause_ = Clock::duration::zero();  // zero: the manager expects none
+  Clock::time_point next_watchdog_ = Clock::time_point::max();
   Courier courier_;
 };
 
