@@ -15,6 +15,7 @@
 #include "command/commands.h"
 #include "proc/process_one.h"
 #include "proc/program_path.h"
+#include "proc/spare_memory.h"
 #include "text/complaint.h"
 
 namespace {
@@ -56,6 +57,10 @@ int main(int argc, char** argv) {
   std::signal(SIGCHLD, SIG_DFL);  // if it is ignored, the exit statuses of our children are lost
   if (!continue_below_process_one()) {
     complain(std::string("orphans will stay as zombies: ") + std::strerror(errno));
+  }
+  if (!set_memory_aside()) {
+    std::fputs("mirt-monitor: cannot start: out of memory\n", stderr);
+    return kExitFailed;
   }
   catch_file_size_signal();
   // Items start commands too, and programs in the folders of another user's PATH must not run.

@@ -10,6 +10,7 @@
 #include <exception>
 #include <utility>
 
+#include "proc/spare_memory.h"
 #include "text/log_lines.h"
 
 namespace {
@@ -128,6 +129,7 @@ void AlertChannel::abandon() {
 
 // If memory is short, only the current message fails.
 void AlertChannel::work() noexcept {
+  const SpareMemoryRight right(true);
   if (!prepare_thread()) {
     log("warning", {"commands use the umask of the monitor: ", std::strerror(errno)});
   }

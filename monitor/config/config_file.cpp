@@ -5,13 +5,18 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
+#include "proc/spare_memory.h"
 #include "proc/unique_fd.h"
 
 namespace {
 
 // No configuration is this large. The limit keeps an endless device from filling the memory.
 constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
+
+// What the reader of TOML needs, estimated generously.
+constexpr size_t kMemoryForReading = size_t{1} << 20, kMemoryForByte = 64;
 
 const char* kind_of_file(mode_t mode) {
   switch (mode & S_IFMT) {
@@ -77,6 +82,10 @@ std::optional<ConfigFile> read_config_file(const std::string& path, Trust trust,
   if (!text) {
     error = system_error();
     return std::nullopt;
+  }
+  // The reader of TOML ends the program if it gets no memory in the middle of its work.
+  if (!memory_is_there_for(kMemoryForReading + text->size() * kMemoryForByte)) {
+    throw std::bad_alloc();
   }
   return ConfigFile{std::move(*text), {about.st_dev, about.st_ino}};
 }

@@ -33,7 +33,7 @@ std::string change_text(const AlarmChange& change) {
 
 Json evidence_json(const Answer& answer) {
   const ThreadEvidence& evidence = *answer.evidence;
-  Json json;
+  Json json = Json::object();
   json["tid"] = evidence.tid;
   json["name"] = evidence.name;
   json["state"] = evidence.state;

@@ -121,7 +121,7 @@ class JsonReporter final : public Reporter {
   }
 
   Json numbered(WallTime time, const char* kind) {
-    Json line;
+    Json line = Json::object();
     line["time"] = iso8601(time);
     line["seq"] = ++written_;
     line["kind"] = kind;
@@ -137,7 +137,7 @@ class JsonReporter final : public Reporter {
 }  // namespace
 
 std::string loss_as_json(const LineQueue::Loss& loss) {
-  Json line;
+  Json line = Json::object();
   line["time"] = iso8601(std::chrono::system_clock::now());
   line["kind"] = "lost";
   line["lines"] = loss.ordinary + loss.lasting;

@@ -161,7 +161,7 @@ void AlarmDesk::tell(const char* event, const Slot& slot, AlarmSlot& alarm, cons
     log_line("event", slot.instance.name + ": alarm " + event + ", silenced");
     return;
   }
-  Json body;
+  Json body = Json::object();
   body["time"] = iso8601(time);
   body["event"] = event;
   body["alarm"] = alarm.id;

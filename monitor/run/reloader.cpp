@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "proc/spare_memory.h"
 #include "text/log_lines.h"
 
 Reloader::~Reloader() {
@@ -27,6 +28,7 @@ void Reloader::ask() {
 }
 
 void Reloader::read_all() {
+  const SpareMemoryRight right(true);  // a library it uses ends the program where memory fails
   for (bool again = true; again;) {
     std::optional<Plan> plan;
     try {

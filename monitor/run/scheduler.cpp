@@ -14,6 +14,7 @@
 #include "proc/descriptors.h"
 #include "proc/lock_holder.h"
 #include "proc/resident_memory.h"
+#include "proc/spare_memory.h"
 #include "run/memory.h"
 #include "run/recovery_answer.h"
 #include "run/start_time.h"
@@ -124,36 +125,77 @@ Scheduler::Scheduler(const Schedule& schedule, const Plugin& plugin, const Proce
       pool_(surface.wake),
       next_look_(Clock::now() + kLongCall) {}
 
+// The slots of a new plan, made before anything is changed, so that a plan for which there is no
+// memory changes nothing.
+struct Scheduler::Draft {
+  // An instance with the reports of each of its alarms.
+  struct Row {
+    std::list<Slot>::iterator slot;
+    bool is_kept;
+    std::vector<std::vector<Slot*>> reports;
+  };
+  std::list<Slot> fresh, reports;
+  std::vector<Row> rows;
+};
+
 void Scheduler::apply(const Plan& plan) {
+  Draft draft;
+  draft.rows.reserve(plan.instances.size());
+  for (const Instance& instance : plan.instances) draft_instance(instance, plan.alerts, draft);
+  surface_.reporter.lay_out(plan.instances);
+  surface_.desk.set_alerts(plan.alerts);
+  answer_redundancy(plan.recovery);
+  surface_.sender.replace(plan.alerts);
+  // Nothing below throws.
   std::list<Slot> old;
-  old.splice(old.end(), slots_);
+  old.swap(slots_);
   pulse_ = kForever;
   tells_alarms_ = false;
-  for (const Instance& instance : plan.instances) {
-    Slot& slot = keep(instance, old) ? slots_.back() : add_slot(instance);
-    if (is_heartbeat(instance)) pulse_ = std::min(pulse_, pulse_of(instance));
-    add_reports(slot, plan.alerts);
+  slots_.splice(slots_.end(), draft.reports);
+  for (Draft::Row& row : draft.rows) {
+    Slot& slot = *row.slot;
+    slots_.splice(slots_.end(), row.is_kept ? old : draft.fresh, row.slot);
+    if (is_heartbeat(slot.instance)) pulse_ = std::min(pulse_, pulse_of(slot.instance));
+    for (size_t i = 0; i < slot.alarms.size(); ++i) {
+      AlarmSlot& alarm = slot.alarms[i];
+      alarm.reports = std::move(row.reports[i]);
+      tells_alarms_ = tells_alarms_ || !alarm.reports.empty() || !alarm.rule.alerts.empty();
+    }
   }
   dismiss(old);
   size_t most_calls = slots_.size();
   if (plan.workers > 0) most_calls = plan.workers;
   pool_.set_limit(std::min(most_calls, most_at_once(reserved_descriptors_)));
-  surface_.desk.set_alerts(plan.alerts);
-  surface_.sender.replace(plan.alerts);
-  answer_redundancy(plan.recovery);
-  surface_.reporter.lay_out(plan.instances);
 }
 
-// Moves the slot of an unchanged instance to the new list; false if there is no such slot.
-bool Scheduler::keep(const Instance& instance, std::list<Slot>& old) {
-  const auto found = std::find_if(old.begin(), old.end(), [&](const Slot& slot) {
-    return !slot.of_alarm && !slot.gone && same_watch(slot.instance, instance);
+// An unchanged instance keeps its slot.
+void Scheduler::draft_instance(const Instance& instance, const std::vector<Alert>& alerts,
+                               Draft& draft) {
+  auto slot = std::find_if(slots_.begin(), slots_.end(), [&](const Slot& each) {
+    return !each.of_alarm && !each.gone && same_watch(each.instance, instance);
   });
-  if (found == old.end()) return false;
-  for (AlarmSlot& alarm : found->alarms) alarm.reports.clear();
-  // Reports are inserted at the front, so the instance is the last element.
-  slots_.splice(slots_.end(), old, found);
-  return true;
+  const bool is_kept = slot != slots_.end();
+  if (!is_kept) {
+    slot = draft.fresh.emplace(draft.fresh.end(), instance, *plugin_.item(*instance.item),
+                               surroundings_, period_of(instance));
+    slot->due = Clock::now();
+    slot->state_since = std::chrono::system_clock::now();
+  }
+  std::vector<std::vector<Slot*>> reports;
+  for (const AlarmSlot& alarm : slot->alarms) {
+    std::vector<Slot*>& its_reports = reports.emplace_back();
+    const auto add = [&](const AlarmReport& report) {
+      draft_report(instance, report, draft);
+      its_reports.push_back(&draft.reports.back());
+    };
+    if (alarm.rule.report) add(*alarm.rule.report);
+    for (const Alert& alert : alerts) {
+      const auto& names = alarm.rule.alerts;
+      const bool is_told = std::find(names.begin(), names.end(), alert.name) != names.end();
+      if (is_told && alert.report) add(*alert.report);
+    }
+  }
+  draft.rows.push_back({slot, is_kept, std::move(reports)});
 }
 
 // Ends the instances that the new plan does not contain. Pending reports are still sent. A call
@@ -162,7 +204,7 @@ void Scheduler::dismiss(std::list<Slot>& old) {
   for (Slot& slot : old) {
     slot.gone = true;
     ends_.follow(slot, 0, Clock::now());
-    if (!slot.of_alarm) surface_.desk.leave(slot);
+    if (!slot.of_alarm) at_most_lose(losses_, [&] { surface_.desk.leave(slot); });
     if (slot.phase == Phase::kRunning && !slot.of_alarm && pool_.abandon(*slot.call)) {
       slot.phase = Phase::kBlind;
     }
@@ -177,53 +219,35 @@ void Scheduler::remove_gone() {
   });
 }
 
-Slot& Scheduler::add_slot(const Instance& instance) {
-  Slot& slot = slots_.emplace_back(instance, *plugin_.item(*instance.item), surroundings_,
-                                   period_of(instance));
-  slot.due = Clock::now();
-  slot.state_since = std::chrono::system_clock::now();
-  return slot;
-}
-
-void Scheduler::add_reports(Slot& slot, const std::vector<Alert>& alerts) {
-  for (AlarmSlot& alarm : slot.alarms) {
-    if (alarm.rule.report) add_report(slot, alarm, *alarm.rule.report);
-    for (const Alert& alert : alerts) {
-      const auto& names = alarm.rule.alerts;
-      const bool is_told = std::find(names.begin(), names.end(), alert.name) != names.end();
-      if (is_told && alert.report) add_report(slot, alarm, *alert.report);
-    }
-    tells_alarms_ = tells_alarms_ || !alarm.reports.empty() || !alarm.rule.alerts.empty();
-  }
-}
-
 // A report is called like any other item, under its instance's name.
-void Scheduler::add_report(const Slot& slot, AlarmSlot& alarm, const AlarmReport& report) {
+void Scheduler::draft_report(const Instance& of, const AlarmReport& report, Draft& draft) const {
   Instance instance;
-  instance.name = slot.instance.name;
+  instance.name = of.name;
   instance.item = report.item;
   instance.params = report.params;
-  instance.deadline_s = slot.instance.deadline_s;
-  slots_.emplace_front(instance, *plugin_.item(*report.item), surroundings_, pulse_of(instance));
-  slots_.front().of_alarm = true;
-  alarm.reports.push_back(&slots_.front());
+  instance.deadline_s = of.deadline_s;
+  draft.reports.emplace_back(instance, *plugin_.item(*report.item), surroundings_,
+                             pulse_of(instance));
+  draft.reports.back().of_alarm = true;
 }
 
 bool Scheduler::run() {
+  const auto step = [this](auto work) { at_most_lose(losses_, work); };
   for (;;) {
     surface_.wake.clear();
-    collect();
-    expire();
-    look_at_ends();
-    reload();
-    start_due();
-    surface_.desk.send_due(slots_, Clock::now());
-    surface_.mailbox.run_all();
-    save();
-    publish();
-    tell_lost_output();
+    step([&] { collect(); });
+    step([&] { expire(); });
+    step([&] { look_at_ends(); });
+    step([&] { reload(); });
+    step([&] { start_due(); });
+    step([&] { surface_.desk.send_due(slots_, Clock::now()); });
+    step([&] { surface_.mailbox.run_all(); });
+    step([&] { save(); });
+    step([&] { publish(); });
+    step([&] { tell_lost_output(); });
+    step([&] { tell_losses(); });
     if (!goes_on()) break;
-    tell_service();
+    step([&] { tell_service(); });
     wait();
   }
   surface_.service.stopping();
@@ -243,6 +267,7 @@ void Scheduler::publish() {
   const Clock::time_point now = Clock::now();
   if (!surface_.publisher.wanted() || now < next_publication_) return;
   next_publication_ = now + Publisher::kPause;
+  const SpareMemoryRight none(false);  // the alarms need it more
   auto snapshot = std::make_shared<Snapshot>();
   snapshot->taken = std::chrono::system_clock::now();
   snapshot->taken_steady = now;
@@ -340,10 +365,20 @@ void Scheduler::reload() {
   hangups_seen_ = hangups;
   const std::optional<Reloader::Outcome> outcome = surface_.reloader->take();
   if (!outcome) return;
-  last_reload_ok_ = outcome->plan.has_value();
+  take_reading(*outcome);
+}
+
+void Scheduler::take_reading(const Reloader::Outcome& outcome) {
+  last_reload_ok_ = outcome.plan.has_value();
   last_reload_ = std::chrono::system_clock::now();
-  const std::optional<Plan>& plan = outcome->plan;
-  if (plan) apply(*plan);
+  const std::optional<Plan>& plan = outcome.plan;
+  try {
+    if (plan) apply(*plan);
+  } catch (const std::bad_alloc&) {
+    last_reload_ok_ = false;
+    surface_.service.reloaded();
+    return log_line("error", "out of memory: not reloaded, the old configuration stays in force");
+  }
   surface_.service.reloaded();
   if (!plan) return;
   surface_.reporter.happened("configuration reloaded: " + std::to_string(plan->instances.size()) +
@@ -356,6 +391,18 @@ void Scheduler::tell_lost_output() {
   lost_output_is_told_ = true;
   const int error = surface_.lines.error();
   log_line("error", error != 0 ? output_trouble(error) : "standard output is closed");
+}
+
+// As soon as there is memory again.
+void Scheduler::tell_losses() {
+  if (!losses_.any() || memory_is_short()) return;
+  const unsigned long lost = losses_.take();
+  try {
+    log_line("error", "out of memory: " + std::to_string(lost) +
+                          " answers, reports or other pieces of work were lost");
+  } catch (const std::bad_alloc&) {
+    losses_.put_back(lost);
+  }
 }
 
 bool Scheduler::goes_on() const {
@@ -380,7 +427,7 @@ void Scheduler::start_due() {
   }
   std::stable_sort(due.begin(), due.end(),
                    [](const Slot* a, const Slot* b) { return a->due < b->due; });
-  for (Slot* slot : due) start(*slot);
+  for (Slot* slot : due) at_most_lose(losses_, [&] { start(*slot); });
 }
 
 void Scheduler::start(Slot& slot) {
@@ -403,16 +450,17 @@ void Scheduler::start(Slot& slot) {
 
 void Scheduler::collect() {
   const std::vector<Call*> finished = pool_.take_finished();
-  pass_on_reports();  // the queue already contains the reports of these calls
+  at_most_lose(losses_, [&] { pass_on_reports(); });  // those of these calls are in the queue
   const bool may_have_skipped = std::any_of(finished.begin(), finished.end(), [](const Call* call) {
     return call->examiner.found_nothing();
   });
-  if (may_have_skipped) look_at_waiting(Clock::now());
+  if (may_have_skipped) at_most_lose(losses_, [&] { look_at_waiting(Clock::now()); });
   for (const Call* call : finished) {
-    if (call->slot)
-      take_back(*call->slot);
-    else
+    if (call->slot) {
+      at_most_lose(losses_, [&] { take_back(*call->slot); });
+    } else {
       lost_.remove_if([&](const LostCall& lost) { return lost.call.get() == call; });
+    }
   }
   if (!finished.empty()) remove_gone();
 }
@@ -422,6 +470,8 @@ void Scheduler::take_back(Slot& slot) {
   const bool was_blind = slot.phase == Phase::kBlind;
   slot.phase = Phase::kIdle;
   if (slot.gone && !slot.of_alarm) return;
+  const Clock::time_point due = slot.due;
+  plan_next(slot);  // first, so that it is called on time even if its answer is lost
   Answer answer{slot.instance,   call.value,
                 call.result,     call.answered,
                 std::nullopt,    call.thread_owner,
@@ -429,8 +479,6 @@ void Scheduler::take_back(Slot& slot) {
                 finding_of(slot)};
   answer.of_alarm = slot.of_alarm;
   if (was_blind) answer.called_since = slot.called;
-  const Clock::time_point due = slot.due;
-  plan_next(slot);
   slot.previous_end = call.ended;
   if (!slot.of_alarm) count_lateness(call.began - due);
   count(slot, answer);
@@ -570,7 +618,8 @@ void Scheduler::pass_on_reports() {
 
 bool Scheduler::stop() {
   const bool all_free = pool_.stop();
-  pass_on_reports();
+  at_most_lose(losses_, [&] { pass_on_reports(); });
+  tell_losses();
   return all_free;
 }
 

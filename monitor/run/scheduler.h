@@ -22,6 +22,7 @@
 #include "run/clock_watch.h"
 #include "run/end_watch.h"
 #include "run/gap_watch.h"
+#include "run/losses.h"
 #include "run/mailbox.h"
 #include "run/reloader.h"
 #include "run/slot.h"
@@ -94,10 +95,9 @@ class Scheduler {
   using Clock = std::chrono::steady_clock;
   using Phase = Slot::Phase;
 
-  Slot& add_slot(const Instance& instance);
-  void add_reports(Slot& slot, const std::vector<Alert>& alerts);
-  void add_report(const Slot& slot, AlarmSlot& alarm, const AlarmReport& report);
-  bool keep(const Instance& instance, std::list<Slot>& old);
+  struct Draft;
+  void draft_instance(const Instance& instance, const std::vector<Alert>& alerts, Draft& draft);
+  void draft_report(const Instance& instance, const AlarmReport& report, Draft& draft) const;
   void dismiss(std::list<Slot>& old);
   void remove_gone();
   void start_due();
@@ -128,7 +128,9 @@ class Scheduler {
   void tell_lock(Slot& slot);
   void tell_lost_output();
   void reload();
+  void take_reading(const Reloader::Outcome& outcome);
   void publish();
+  void tell_losses();
   void tell_service();
   std::string service_status() const;
   void save();
@@ -156,6 +158,7 @@ class Scheduler {
   std::list<LostCall> lost_;  // calls that were replaced and have not returned
   Clock::time_point next_look_;
   unsigned hangups_seen_ = 0;
+  Losses losses_;
   const WallTime started_ = std::chrono::system_clock::now();
   Clock::time_point next_publication_{};
   std::map<std::string, unsigned long> reports_sent_;  // by error code

@@ -2,15 +2,16 @@
 
 #include <unistd.h>
 
-#include <system_error>
+#include <exception>
+#include <new>
 #include <utility>
 
+#include "proc/spare_memory.h"
 #include "run/recovery_answer.h"
 
 namespace {
 
-void run(Call& call) {
-  call.result = FI_RESULT_S{};
+void examine_and_call(Call& call) {
   call.finding = Finding{};
   call.examiner.before(call.context, call.end_is_known);
   set_report_origin(&call.origin);
@@ -26,6 +27,24 @@ void run(Call& call) {
                             call.result.result == 0 && call.result.pid > 0;
   call.thread_owner = names_thread ? owner_of_thread(call.result.pid) : std::nullopt;
   call.evidence = names_thread ? evidence_of(call.result.pid) : std::nullopt;
+}
+
+// If an allocation fails, this call has no answer that can be trusted.
+void run(Call& call) noexcept {
+  call.began = call.ended = Call::Clock::now();
+  call.result = FI_RESULT_S{};
+  call.value = -1.0;
+  try {
+    examine_and_call(call);
+  } catch (const std::bad_alloc&) {
+    set_report_origin(nullptr);
+    set_asking_result(nullptr);
+    call.thread_owner.reset();
+    call.evidence.reset();
+    call.finding = Finding{};
+    call.finding.state = State::kUnjudged;
+    call.finding.detail = "out of memory";  // short: needs no allocation
+  }
   call.answered = std::chrono::system_clock::now();
 }
 
@@ -66,7 +85,7 @@ bool WorkerPool::start_worker() {
   Worker& worker = workers_.emplace_back();
   try {
     worker.thread = std::thread([this, &worker] { work(worker); });
-  } catch (const std::system_error&) {  // the system's limit on threads
+  } catch (const std::exception&) {  // the system's limit on threads, or no memory
     workers_.pop_back();
     lacks_threads_ = true;
     return false;
@@ -78,6 +97,7 @@ bool WorkerPool::start_worker() {
 }
 
 void WorkerPool::work(Worker& worker) {
+  const SpareMemoryRight right(true);  // an item's reports must arrive
   worker.tid = gettid();
   for (bool goes_on = true; goes_on;) {
     worker.wait_for_call();
@@ -154,7 +174,6 @@ void WorkerPool::join_ended() {
 }
 
 bool WorkerPool::stop() {
-  std::vector<std::thread> free;
   bool all_free = true;
   {
     const std::lock_guard lock(mutex_);
@@ -165,11 +184,12 @@ bool WorkerPool::stop() {
         worker.thread.detach();
         all_free = false;
       } else {
-        free.push_back(std::move(worker.thread));
         sem_post(&worker.handed);
       }
     }
   }
-  for (std::thread& thread : free) thread.join();
+  for (Worker& worker : workers_) {  // nobody changes the list any more
+    if (worker.thread.joinable()) worker.thread.join();
+  }
   return all_free;
 }

@@ -58,7 +58,7 @@ Json answers_json(const WatchView& watch) {
 
 // All but the history.
 Json brief_json(const WatchView& watch) {
-  Json json;
+  Json json = Json::object();
   json["name"] = watch.name;
   json["item"] = watch.item->name;
   json["parameter"] = text_or_null(watch.parameter);
@@ -99,7 +99,7 @@ Json watches_json(const Snapshot& snapshot, size_t recent) {
 Json counts_json(const Snapshot& snapshot) {
   std::array<size_t, kAllStates.size()> counts{};
   for (const auto& watch : snapshot.watches) ++counts[static_cast<size_t>(watch->state)];
-  Json json;
+  Json json = Json::object();
   for (const State state : kAllStates) json[state_name(state)] = counts[static_cast<size_t>(state)];
   return json;
 }
@@ -156,7 +156,7 @@ std::vector<Raised> raised_in(const Snapshot& snapshot) {
 }
 
 Json beginning(const Snapshot& snapshot) {
-  Json json;
+  Json json = Json::object();
   json["time"] = iso8601(snapshot.taken);
   json["host"] = host_name();
   return json;

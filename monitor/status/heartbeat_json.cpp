@@ -30,7 +30,7 @@ std::string name_of(const Entry& entry) {
 
 Json heartbeat_json(const Entry* before, const Entry& now) {
   const std::string name = name_of(now);
-  Json fields;
+  Json fields = Json::object();
   fields["module"] = now.pid;
   fields["process"] = has_process(now) ? Json(now.processid) : Json();
   fields["name"] = name.empty() ? Json() : Json(name);

@@ -7,7 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
+#include <exception>
+#include <new>
 
 #include "proc/descriptors.h"
 
@@ -124,8 +125,8 @@ HttpServer::HttpServer(std::vector<Listener> listeners, Handler handler,
   }
   try {
     thread_ = std::thread([this] { serve(); });
-  } catch (const std::system_error& error) {
-    errno = error.code().value();
+  } catch (const std::exception&) {  // no thread, or no memory for one
+    errno = EAGAIN;
   }
 }
 
@@ -137,13 +138,33 @@ HttpServer::~HttpServer() {
 
 void HttpServer::serve() {
   setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
-  while (wait()) {
-    for (size_t i = 0; i < listeners_.size(); ++i) {
-      if (is_readable_[i]) accept_from(i);
+  for (bool goes_on = true; goes_on;) {
+    try {
+      goes_on = serve_once();
+    } catch (const std::bad_alloc&) {
+      go_without_memory();
     }
-    go_on(Clock::now());
-    answer_all();
   }
+}
+
+// False at the end.
+bool HttpServer::serve_once() {
+  if (!wait()) return false;
+  for (size_t i = 0; i < listeners_.size(); ++i) {
+    if (is_readable_[i]) accept_from(i);
+  }
+  go_on(Clock::now());
+  answer_all();
+  return true;
+}
+
+// Requests cost memory, so those that wait for an answer get none; their clients may ask again.
+void HttpServer::go_without_memory() noexcept {
+  connections_.remove_if([](const HttpConnection& connection) {
+    return connection.phase() == Phase::kReads || connection.phase() == Phase::kHasRequest;
+  });
+  pollfd ending{ending_.fd(), POLLIN, 0};
+  poll(&ending, 1, static_cast<int>(kPauseWhenShort.count()));
 }
 
 // Until something can be done. False at the end.

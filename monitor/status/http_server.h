@@ -89,6 +89,8 @@ class HttpServer {
 
  private:
   void serve();
+  bool serve_once();
+  void go_without_memory() noexcept;
   bool wait();
   void accept_from(size_t listener);
   void make_room(size_t listener);

@@ -6,13 +6,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <system_error>
+#include <exception>
 #include <utility>
+
+#include "proc/spare_memory.h"
 
 namespace {
 
 // A thread that waits for the reader checks at this interval whether it must give up.
 constexpr int kLookMs = 50;
+
+// How long to wait for memory for the line about a loss.
+constexpr std::chrono::milliseconds kUntilMemory{100};
 
 // The time in which the thread must end after the request to give up. It never ends in a blocked
 // write().
@@ -30,7 +35,7 @@ LineQueue::LineQueue(int fd, LossText loss_text, const Wake& wake)
     : fd_(fd), loss_text_(loss_text), wake_owner_(wake) {
   try {
     thread_ = std::thread([this] { write_lines(); });
-  } catch (const std::system_error&) {  // ready() tells it
+  } catch (const std::exception&) {  // no thread, or no memory for one: ready() tells it
   }
 }
 
@@ -118,11 +123,17 @@ std::string LineQueue::next_lines() {
 }
 
 void LineQueue::write_lines() {
+  const SpareMemoryRight right(true);
   std::unique_lock lock(mutex_);
   for (;;) {
     wake_.wait(lock, [&] { return finishing_ || !is_empty(); });
     if (is_empty() || closed_) break;
     const std::string lines = next_lines();
+    if (lines.empty()) {  // only a loss is left, and there is no memory to tell it
+      if (finishing_) break;
+      wake_.wait_for(lock, kUntilMemory);
+      continue;
+    }
     lock.unlock();
     const bool written = write_whole(lines);
     lock.lock();
