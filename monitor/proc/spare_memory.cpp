@@ -105,7 +105,9 @@ bool set_memory_aside() {
   return may_use_reserve;
 }
 
-// The other forms of new and delete call these two.
+// The libraries must find them too: what one side allocates, the other frees. The other forms of
+// new and delete call these.
+#pragma GCC visibility push(default)
 void* operator new(size_t size) {
   if (void* const block = std::malloc(std::max<size_t>(size, 1))) return block;
   if (void* const block = may_use_reserve ? reserve.take(size) : nullptr) return block;
@@ -120,5 +122,7 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, size_t) noexcept {
   operator delete(block);
 }
+
+#pragma GCC visibility pop
 
 #endif
