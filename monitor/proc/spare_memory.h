@@ -10,7 +10,8 @@
 constexpr size_t kSpareMemoryBytes = size_t{4} << 20;
 
 // Sets the reserve aside; false if the system does not give so much. The pages become resident only
-// when they are used. Call it once, before any thread starts. The thread that calls it may use the reserve.
+// when they are used. Call it once, before any thread starts. The thread that calls it may use the
+// reserve.
 bool set_memory_aside();
 
 // Gives this thread the right to use the reserve, or takes it, while this object exists.
