@@ -34,6 +34,10 @@ constexpr std::chrono::milliseconds kRetry{100};
 // If a call runs for longer than this, the scheduler finds out where it waits.
 constexpr std::chrono::seconds kLongCall{1};
 
+// Searches skip a process whose file has blocked a read for a second. The worker may have begun the
+// read a little earlier than `started`, so that the scheduler must look a little earlier.
+constexpr std::chrono::milliseconds kSkippedAfter{900};
+
 // A gap of at least this length is reported, even if no heartbeat depends on it.
 constexpr std::chrono::seconds kLongGap{1};
 
@@ -687,7 +691,7 @@ void Scheduler::look_at_waiting(Clock::time_point now) {
   for (const LostCall& lost : lost_)
     note_stuck(wait_place_of(pool_.thread_of(*lost.call)), lost.since, now);
   for (Slot& slot : slots_) {
-    if (slot.phase == Phase::kIdle || now - slot.started < kLongCall) continue;
+    if (slot.phase == Phase::kIdle || now - slot.started < kSkippedAfter) continue;
     const std::optional<WaitPlace> place = wait_place_of(pool_.thread_of(*slot.call));
     if (place && place->path == kHeartbeatLock && !slot.lock_is_told) tell_lock(slot);
     if (note_stuck(place, slot.called, now)) replace_call(slot, now);
@@ -706,11 +710,13 @@ bool Scheduler::note_stuck(const std::optional<WaitPlace>& place, WallTime since
 void Scheduler::replace_call(Slot& slot, Clock::time_point now) {
   constexpr size_t kMostLost = 8;
   if (slot.of_alarm || slot.gone || lost_.size() == kMostLost) return;
-  if (slot.phase == Phase::kRunning && !pool_.abandon(*slot.call)) return;
-  const Item item = slot.call->item;
+  std::unique_ptr<Call> next = slot.new_call(slot.call->item, surroundings_);
+  LostCall& lost = lost_.emplace_back();  // from here on nothing is allocated
+  if (slot.phase == Phase::kRunning && !pool_.abandon(*slot.call)) return lost_.pop_back();
   slot.call->slot = nullptr;
-  lost_.push_back({std::move(slot.call), slot.called});
-  slot.renew_call(item, surroundings_);
+  lost.since = slot.called;
+  lost.call = std::move(slot.call);
+  slot.call = std::move(next);
   slot.phase = Phase::kIdle;
   if (slot.calls > 0) --slot.calls;
   const Clock::duration period = period_of(slot.instance);

@@ -88,8 +88,8 @@ class Scheduler {
 
  private:
   struct LostCall {
-    std::unique_ptr<Call> call;
-    WallTime since;
+    std::unique_ptr<Call> call{};
+    WallTime since{};
   };
 
   using Clock = std::chrono::steady_clock;

@@ -46,22 +46,22 @@ struct Slot {
   // Copies the instance, because a reload can remove the configuration while a call runs.
   Slot(const Instance& its_instance, const Item& item, const Surroundings& around,
        Clock::duration period)
-      : instance(its_instance), standstill(period) {
+      : instance(its_instance), call(new_call(item, around)), standstill(period) {
     for (const AlarmRule& rule : instance.alarms) alarms.emplace_back(rule);
-    renew_call(item, around);
   }
   Slot(const Slot&) = delete;
   Slot& operator=(const Slot&) = delete;
 
-  // A call without a context. The previous one must not be running.
-  void renew_call(const Item& item, const Surroundings& around) {
-    call.reset(new Call{this, item, to_records(instance.params),
-                        Examiner(*instance.item, instance.params, around)});
-    call->origin.instance = instance.name;
+  // A call of this instance without a context.
+  std::unique_ptr<Call> new_call(const Item& item, const Surroundings& around) {
+    std::unique_ptr<Call> made(new Call{this, item, to_records(instance.params),
+                                        Examiner(*instance.item, instance.params, around)});
+    made->origin.instance = instance.name;
+    return made;
   }
 
   const Instance instance;
-  std::unique_ptr<Call> call{};
+  std::unique_ptr<Call> call;
   Standstill standstill;  // of a heartbeat
   std::deque<AlarmSlot> alarms{};
   bool of_alarm = false;  // a report: called for each order, not periodically
