@@ -31,6 +31,9 @@ using Clock = std::chrono::steady_clock;
 // The time after which a call that got no worker is tried again, unless another call returns first.
 constexpr std::chrono::milliseconds kRetry{100};
 
+// Without any thread for so long, the monitor ends.
+constexpr std::chrono::seconds kToGetAThread{10};
+
 // If a call runs for longer than this, the scheduler finds out where it waits.
 constexpr std::chrono::seconds kLongCall{1};
 
@@ -308,7 +311,7 @@ void Scheduler::tell_service() {
   service.status([this] { return service_status(); }, now);
   // Calls that wait because "workers" allows no more at one time do not count as a fault of the
   // monitor.
-  const bool lacks_workers = pool_.lacks_threads() && waits_for_worker(now) != nullptr;
+  const bool lacks_workers = pool_.thread_error() != 0 && waits_for_worker(now) != nullptr;
   service.watchdog(!lacks_workers && recent_gaps(now) < kLongGap, now);
 }
 
@@ -653,6 +656,7 @@ void Scheduler::expire() {
     if (slot.phase == Phase::kRunning && slot.deadline <= now) go_blind(slot, now);
   }
   count_blind_starts(now);
+  look_at_threads(now);
   if (now >= next_look_) look_at_waiting(now);
 }
 
@@ -696,6 +700,20 @@ void Scheduler::look_at_waiting(Clock::time_point now) {
     if (place && place->path == kHeartbeatLock && !slot.lock_is_told) tell_lock(slot);
     if (note_stuck(place, slot.called, now)) replace_call(slot, now);
   }
+}
+
+// Without a further thread the watch goes on with those that there are; without any it ends.
+void Scheduler::look_at_threads(Clock::time_point now) {
+  if (pool_.thread_error() == 0) return no_threads_since_.reset();
+  const std::string reason =
+      std::string("cannot start a thread: ") + std::strerror(pool_.thread_error());
+  if (!no_threads_since_) {
+    no_threads_since_ = now;
+    log_line("error",
+             reason + "; calls wait for one of " + std::to_string(pool_.usable()) + " threads");
+  }
+  if (pool_.usable() == 0 && now - *no_threads_since_ > kToGetAThread)
+    throw std::runtime_error(reason);
 }
 
 bool Scheduler::note_stuck(const std::optional<WaitPlace>& place, WallTime since,

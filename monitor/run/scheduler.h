@@ -125,6 +125,7 @@ class Scheduler {
   void look_at_waiting(Clock::time_point now);
   bool note_stuck(const std::optional<WaitPlace>& place, WallTime since, Clock::time_point now);
   void replace_call(Slot& slot, Clock::time_point now);
+  void look_at_threads(Clock::time_point now);
   void tell_lock(Slot& slot);
   void tell_lost_output();
   void reload();
@@ -157,6 +158,7 @@ class Scheduler {
   std::list<Slot> slots_;     // workers hold references: never moved
   std::list<LostCall> lost_;  // calls that were replaced and have not returned
   Clock::time_point next_look_;
+  std::optional<Clock::time_point> no_threads_since_;
   unsigned hangups_seen_ = 0;
   Losses losses_;
   const WallTime started_ = std::chrono::system_clock::now();

@@ -2,8 +2,9 @@
 
 #include <unistd.h>
 
-#include <exception>
+#include <cerrno>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "proc/spare_memory.h"
@@ -85,12 +86,16 @@ bool WorkerPool::start_worker() {
   Worker& worker = workers_.emplace_back();
   try {
     worker.thread = std::thread([this, &worker] { work(worker); });
-  } catch (const std::exception&) {  // the system's limit on threads, or no memory
+  } catch (const std::system_error& error) {
     workers_.pop_back();
-    lacks_threads_ = true;
+    thread_error_ = error.code().value();
+    return false;
+  } catch (const std::bad_alloc&) {
+    workers_.pop_back();
+    thread_error_ = ENOMEM;
     return false;
   }
-  lacks_threads_ = false;
+  thread_error_ = 0;
   ++usable_;
   idle_.push_back(&worker);
   return true;
@@ -138,6 +143,11 @@ std::vector<Call*> WorkerPool::take_finished() {
 size_t WorkerPool::under_way() {
   const std::lock_guard lock(mutex_);
   return under_way_;
+}
+
+size_t WorkerPool::usable() {
+  const std::lock_guard lock(mutex_);
+  return usable_;
 }
 
 bool WorkerPool::abandon(Call& call) {

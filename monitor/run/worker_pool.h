@@ -62,8 +62,11 @@ class WorkerPool {
   // limit is reached or no thread can be started: try again later.
   bool start(Call& call);
 
-  // True if the last attempt to start a thread failed.
-  bool lacks_threads() const { return lacks_threads_; }
+  // The error of the last attempt to start a thread; 0: it was started.
+  int thread_error() const { return thread_error_; }
+
+  // How many workers there are for calls.
+  size_t usable();
 
   // The calls that returned since the previous call, including abandoned ones.
   std::vector<Call*> take_finished();
@@ -108,7 +111,7 @@ class WorkerPool {
   void join_ended();
 
   size_t limit_ = 1;
-  bool lacks_threads_ = false;
+  int thread_error_ = 0;
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::vector<Worker*> idle_;
