@@ -53,7 +53,7 @@ struct Row {
 size_t entries(const char* folder) {
   size_t count = 0;
   DIR* const directory = opendir(folder);
-  while (readdir(directory) != nullptr) ++count;
+  while (const dirent* entry = readdir(directory)) count += entry->d_name[0] != '.';
   closedir(directory);
   return count;
 }
