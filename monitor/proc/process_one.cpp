@@ -30,7 +30,8 @@ std::optional<int> take_statuses(pid_t program) {
 }
 
 [[noreturn]] void serve(pid_t program, const sigset_t& signals) {
-  std::optional<int> status;
+  // An orphan that ended before the signals were blocked has sent its signal already.
+  std::optional<int> status = take_statuses(program);
   while (!status) {
     const int number = sigwaitinfo(&signals, nullptr);
     if (number > 0 && number != SIGCHLD) kill(program, number);
