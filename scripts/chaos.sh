@@ -10,14 +10,7 @@ cd "$(dirname "$0")/.."
 help_if_asked "$@"
 
 seconds=60 kills=200
-while [ $# -gt 0 ]; do
-  if [[ ! $1 =~ ^--(seconds|kills)$ ]] || [[ ! ${2:-} =~ ^[1-9][0-9]{0,5}$ ]]; then
-    echo "usage: scripts/chaos.sh [--seconds N] [--kills N]; found '$*'" >&2
-    exit 2
-  fi
-  printf -v "${1#--}" %s "$2"
-  shift 2
-done
+read_counts 1 "seconds kills" "$@"
 
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 build_in build-test -DMIRT_BUILD_BENCH=ON

@@ -21,6 +21,24 @@ help_if_asked() {
   exit 0
 }
 
+# read_counts LEAST NAMES [--NAME N]...: sets the variable NAME for each option; NAMES lists them.
+read_counts() {
+  local least=$1 names=$2
+  shift 2
+  while [ $# -gt 0 ]; do
+    if [[ $1 != --* || " $names " != *" ${1#--} "* ]]; then
+      echo "usage: scripts/${0##*/}${names:+ [--${names// / N] [--} N]}; found '$1'" >&2
+      exit 2
+    fi
+    if [[ ! ${2:-} =~ ^(0|[1-9][0-9]{0,5})$ ]] || [ "$2" -lt "$least" ]; then
+      echo "$1 is '${2:-}', expected a whole number from $least to 999999" >&2
+      exit 2
+    fi
+    printf -v "${1#--}" %s "$2"
+    shift 2
+  done
+}
+
 # install_missing PACKAGE...
 install_missing() {
   local missing=() package

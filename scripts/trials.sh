@@ -10,21 +10,7 @@ cd "$(dirname "$0")/.."
 help_if_asked "$@"
 
 stops=200 pauses=200 loads=100 rigs=10
-while [ $# -gt 0 ]; do
-  case $1 in
-    --stops | --pauses | --loads | --rigs) ;;
-    *)
-      echo "usage: scripts/trials.sh [--stops N] [--pauses N] [--loads N] [--rigs N]; found '$1'" >&2
-      exit 2
-      ;;
-  esac
-  if [[ ! ${2:-} =~ ^(0|[1-9][0-9]{0,5})$ ]]; then
-    echo "$1 is '${2:-}', expected a whole number from 0 to 999999" >&2
-    exit 2
-  fi
-  printf -v "${1#--}" %s "$2"
-  shift 2
-done
+read_counts 0 "stops pauses loads rigs" "$@"
 
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 build_in build-test -DMIRT_BUILD_BENCH=ON
