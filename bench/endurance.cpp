@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "idle_processes.h"
+#include "item_call.h"
 #include "kelv_log.h"
 #include "mirt_items.h"
 
@@ -23,13 +24,6 @@ extern "C" int usleep(useconds_t) {
 
 namespace {
 
-using Item = float (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-
-template <int (*kItem)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)>
-float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-  return static_cast<float>(kItem(argc, argv, context, result));
-}
-
 struct Row {
   const char* name;
   Item item;
@@ -37,13 +31,10 @@ struct Row {
   FI_CONTEXT_S context{};
 
   void call() {
-    FI_PARAM_S records[4]{};
-    for (size_t i = 0; i < params.size(); ++i) {
-      std::snprintf(records[i].name, sizeof records[i].name, "%s", params[i].first);
-      std::snprintf(records[i].value, sizeof records[i].value, "%s", params[i].second.c_str());
-    }
+    std::vector<FI_PARAM_S> records;
+    for (const auto& [key, value] : params) records.push_back(parameter(key, value));
     FI_RESULT_S result{};
-    item(static_cast<int>(params.size()), records, &context, &result);
+    item(static_cast<int>(records.size()), records.data(), &context, &result);
     if (result.result == 0) return;
     std::fprintf(stderr, "%s failed: %s\n", name, result.reason);
     std::exit(1);

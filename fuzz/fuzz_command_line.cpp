@@ -34,26 +34,18 @@ bool is_time(double seconds) {
 class Quiet {
  public:
   Quiet() {
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    for (const int fd : {1, 2}) {
-      kept_[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 3);
-      FUZZ_CHECK(dup2(nowhere, fd) == fd);
-    }
-    close(nowhere);
+    static const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    for (const int fd : {1, 2}) FUZZ_CHECK(dup2(nowhere, fd) == fd);
   }
-  Quiet(const Quiet&) = delete;
-  Quiet& operator=(const Quiet&) = delete;
+  Quiet& operator=(Quiet&&) = delete;  // neither copied nor moved
   ~Quiet() {
     std::cout.flush();
     fflush(stdout);
-    for (const int fd : {1, 2}) {
-      dup2(kept_[fd], fd);
-      close(kept_[fd]);
-    }
+    for (const int fd : {1, 2}) dup2(kKept[fd], fd);
   }
 
  private:
-  int kept_[3] = {};
+  inline static const int kKept[] = {0, fcntl(1, F_DUPFD_CLOEXEC, 3), fcntl(2, F_DUPFD_CLOEXEC, 3)};
 };
 
 int result_of(std::vector<std::string>& words) {

@@ -2,42 +2,27 @@
 // and what is right can be written out in full and read again.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
+#include "captured_log.h"
 #include "config/config.h"
 #include "config/config_text.h"
 #include "fuzz_input.h"
+#include "private_mounts.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-// A folder of this process's own.
-class Folder {
- public:
-  Folder() {
-    char name[] = "/tmp/fuzz-config-XXXXXX";
-    FUZZ_CHECK(mkdtemp(name) != nullptr);
-    path_ = name;
+// Nothing but these files: the first is the configuration, the others can be included.
+std::string fill(const TemporaryFolder& folder, const std::vector<std::string>& files) {
+  fs::remove_all(folder / "conf.d");
+  fs::create_directory(folder / "conf.d");
+  for (size_t i = 1; i < files.size(); ++i) {
+    write_file(folder / "conf.d/" + std::to_string(i) + ".toml", files[i]);
   }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() { fs::remove_all(path_); }
-
-  // Nothing but these files: the first is the configuration, the others can be included.
-  std::string fill(const std::vector<std::string>& files) const {
-    fs::remove_all(path_ / "conf.d");
-    fs::create_directory(path_ / "conf.d");
-    for (size_t i = 1; i < files.size(); ++i) {
-      std::ofstream(path_ / "conf.d" / (std::to_string(i) + ".toml")) << files[i];
-    }
-    std::ofstream(path_ / "main.toml") << files.front();
-    return path_ / "main.toml";
-  }
-
- private:
-  fs::path path_;
-};
+  write_file(folder / "main.toml", files.front());
+  return folder / "main.toml";
+}
 
 // NUL characters separate them.
 std::vector<std::string> files_in(const uint8_t* data, size_t size) {
@@ -68,14 +53,14 @@ void check_config(const Plan& config) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const Folder folder;
+  static const TemporaryFolder folder;
   const std::vector<std::string> files = files_in(data, size);
-  const ConfigReading reading = read_config(folder.fill(files));
+  const ConfigReading reading = read_config(fill(folder, files));
   check_findings(reading.findings, static_cast<size_t>(std::count(data, data + size, '\n')) + 1);
   if (!reading.findings.mistakes.empty()) return 0;
   check_config(reading.config);
   const std::string full = config_text(reading.config);
-  const ConfigReading again = read_config(folder.fill({full}));
+  const ConfigReading again = read_config(fill(folder, {full}));
   FUZZ_CHECK(again.findings.mistakes.empty());
   FUZZ_CHECK(config_text(again.config) == full);
   return 0;

@@ -2,6 +2,8 @@
 // within the limits of its records, opens no file that it does not close, and gives no text without
 // an end. The input: the item, two parameters, then path and content of each file. Half of the
 // files appear after the first of two calls.
+#include <fcntl.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include "common_plugin.h"
 #include "context_overlay.h"
 #include "fuzz_input.h"
+#include "item_call.h"
 #include "kelv_cmd.h"
 #include "kelv_log.h"
 #include "mirt_items.h"
@@ -21,38 +24,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Item = float (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-using IntItem = int (*)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*);
-
-template <IntItem kItem>
-float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-  return static_cast<float>(kItem(argc, argv, context, result));
-}
-
-constexpr Item kItems[] = {GetProcessSysCPU,
-                           GetProcessSysCPUExtern,
-                           GetProcessSysCPUFuzzyMatch,
-                           GetProcessSysCPUFuzzyMatchCfgPeriod,
-                           GetProcessCoreCPU,
-                           GetProcessCoreCPUExtern,
-                           GetProcessCoreCPUFuzzyMatch,
-                           GetProcessCoreCPUFuzzyMatchCfgPeriod,
-                           GetProcessMemory,
-                           GetProcessMemoryExtern,
-                           GetProcessMemoryFuzzyMatch,
-                           GetProcessHandle,
-                           GetProcessHandleExtern,
-                           GetProcessHandleFuzzyMatch,
-                           IsExistProcess,
-                           IsExistProcessExtern,
-                           IsExistProcessPreCmd,
-                           GetSysCPU,
-                           GetSysUsrCPU,
-                           GetSysMemory,
-                           GetSysFreeMemory,
-                           CheckProcessStatusIsD,
-                           CheckProcessStatusIsDForAppData,
-                           as_float<RebootAppData>};
+// clang-format off
+constexpr Item kItems[] = {
+    GetProcessSysCPU, GetProcessSysCPUExtern, GetProcessSysCPUFuzzyMatch,
+    GetProcessSysCPUFuzzyMatchCfgPeriod, GetProcessCoreCPU, GetProcessCoreCPUExtern,
+    GetProcessCoreCPUFuzzyMatch, GetProcessCoreCPUFuzzyMatchCfgPeriod, GetProcessMemory,
+    GetProcessMemoryExtern, GetProcessMemoryFuzzyMatch, GetProcessHandle, GetProcessHandleExtern,
+    GetProcessHandleFuzzyMatch, IsExistProcess, IsExistProcessExtern, IsExistProcessPreCmd,
+    GetSysCPU, GetSysUsrCPU, GetSysMemory, GetSysFreeMemory, CheckProcessStatusIsD,
+    CheckProcessStatusIsDForAppData, as_float<RebootAppData>};
+// clang-format on
 
 struct File {
   std::string path, content;
@@ -61,13 +42,10 @@ struct File {
 std::string g_output;  // of the commands that items run
 
 std::vector<FI_PARAM_S> parameters_of(FuzzInput& input, const std::string& first) {
-  std::vector<FI_PARAM_S> parameters(1 + input.byte() % 3);
-  const char* const names[] = {"ProcessName", "Period", "RetKeyWords"};
-  for (size_t i = 0; i < parameters.size(); ++i) {
-    strcpy(parameters[i].name, names[i]);
-    (i == 0 ? first : input.text()).copy(parameters[i].value, FI_PARAM_VALUE_LEN - 1);
-  }
-  if (parameters.size() == 3) strcpy(parameters[1].name, "PreCmd");
+  const size_t count = 1 + input.byte() % 3;
+  std::vector<FI_PARAM_S> parameters{parameter("ProcessName", first)};
+  if (count > 1) parameters.push_back(parameter(count == 2 ? "Period" : "PreCmd", input.text()));
+  if (count > 2) parameters.push_back(parameter("RetKeyWords", input.text()));
   return parameters;
 }
 
@@ -79,7 +57,7 @@ void put(const File& file) {
   fs::create_directories(path.parent_path(), ignored);
   std::string content = file.content;
   std::replace(content.begin(), content.end(), '\1', '\0');
-  if (path.has_filename()) write_text(path, content);
+  if (path.has_filename()) write_file(path, content);
 }
 
 int free_descriptor() {
@@ -132,7 +110,7 @@ void end(Item item, FI_CONTEXT_S& context) {
 
 bool prepare() {
   kelvlog_set_sink([](const KELV_LOG_RECORD_S* /*record*/) {});
-  return enter_private_mounts() && OwnRoot::prepare();
+  return OwnRoot::prepare();
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ CC=clang CXX=clang++ build_in build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMIR
   -DMIRT_BUILD_TESTS=OFF -DMIRT_BUILD_BENCH=OFF -DMIRT_BUILD_EXAMPLES=OFF \
   -DMIRT_SANITIZE=address,undefined
 
-for target in read_file match text report_text items config state command_line http alert heartbeats; do
+for target in read_file match text items config state command_line http alert heartbeats; do
   work=build-fuzz/corpus/$target
   found=build-fuzz/found/$target
   mkdir -p "$work" "$found"

@@ -1,6 +1,7 @@
 #include "child.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -58,13 +59,20 @@ void Child::end() {
   pid_ = -1;
 }
 
+int status_of_child(const std::function<int()>& run) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(run());
+  int status = -1;
+  return waitpid(pid, &status, 0) == pid ? status : -1;
+}
+
+bool become(uid_t user, gid_t group, const std::vector<gid_t>& others) {
+  return setgroups(others.size(), others.data()) == 0 && setgid(group) == 0 && setuid(user) == 0;
+}
+
 std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void write_file(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
 }
 
 int open_descriptors() {

@@ -5,8 +5,11 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "private_mounts.h"
 
 // A process with a chosen command line that waits until it is killed. It is the cat program: the
 // first argument may be anything, the others must be options of cat ("-u").
@@ -28,9 +31,14 @@ class Child {
   int end_ = -1;  // of the socket that is its input and output
 };
 
+// Runs this in a child process, which exits with what it returns; the wait status of the child.
+int status_of_child(const std::function<int()>& run);
+
+// Makes this process one of another user, in this group and these others. False if it may not.
+bool become(uid_t user, gid_t group, const std::vector<gid_t>& others = {});
+
 // All bytes of a file; empty if it does not exist.
 std::string read_file(const std::string& path);
-void write_file(const std::string& path, const std::string& content);
 
 // The number of open descriptors of this process.
 int open_descriptors();

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include "child.h"
 #include "common_plugin.h"
@@ -180,17 +179,6 @@ TEST_F(ItemDetails, PreCommandGatesTheSearch) {
   call.context.contextbuff[0] = 44;
   EXPECT_EQ(call.run(IsExistProcessPreCmd), 1.0F);
   EXPECT_EQ(followed_by(call), 44) << "not looked for";
-}
-
-TEST_F(ItemDetails, ManyCallsLeaveNothingBehind) {
-  ItemCall call(kExact);
-  call.run(GetProcessMemory);
-  const int descriptors = open_descriptors();
-  const size_t heap = mallinfo2().uordblks;
-  for (int i = 0; i < 100000; ++i) call.run(GetProcessMemory);
-  EXPECT_EQ(mallinfo2().uordblks, heap);
-  EXPECT_EQ(open_descriptors(), descriptors);
-  EXPECT_EQ(call.run(GetProcessMemory), 100.0F);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <numeric>
 #include <tuple>
 
+#include "child.h"
 #include "common_plugin.h"
 #include "interposed.h"
 #include "proc_fixture.h"
@@ -70,15 +71,12 @@ TEST(RealHandles, AreThoseOfTheListing) {
 
 TEST(RealHandles, OfAProcessThatMayNotBeLookedAtAreNone) {
   // The size of its fd directory is still readable.
-  const pid_t observer = fork();
-  if (observer == 0) {
+  const int status = status_of_child([] {
     // Root of a user namespace cannot become another user. Without root, PID 1 belongs to another.
-    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) _exit(2);
-    struct stat status {};
-    _exit(stat("/proc/1/fd", &status) == 0 && Plugin().get_handle_count(1) == 0 ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(observer, &status, 0), observer);
+    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) return 2;
+    struct stat folder {};
+    return stat("/proc/1/fd", &folder) == 0 && Plugin().get_handle_count(1) == 0 ? 0 : 1;
+  });
   if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "needs root, to be another user";
   EXPECT_EQ(status, 0);
 }

@@ -11,6 +11,12 @@
 
 using Item = float (*)(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result);
 
+// The items that return int, with the same interface.
+template <int (*kItem)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)>
+float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
+  return static_cast<float>(kItem(argc, argv, context, result));
+}
+
 inline FI_PARAM_S parameter(const std::string& name, const std::string& value) {
   FI_PARAM_S record{};
   name.copy(record.name, sizeof record.name - 1);

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "child.h"
 #include "kelv_cmd.h"
 #include "kelv_jiffies.h"
 #include "kelv_list.h"
@@ -39,17 +40,13 @@ TEST(Log, IsOneWholeLineARecordCutIfItIsTooLong) {
 }
 
 TEST(Log, EndsIfStandardErrorIsClosed) {
-  const pid_t child = fork();
-  if (child == 0) {
-    close(STDERR_FILENO);
-    alarm(60);
-    logged_line("x");
-    kelvlog(424, DBG_LOG_EVENT, "f", 1, "F", 0, "text");
-    _exit(0);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(status_of_child([] {
+              close(STDERR_FILENO);
+              alarm(60);
+              kelvlog(424, DBG_LOG_EVENT, "f", 1, "F", 0, "text");
+              return 0;
+            }),
+            0);
 }
 
 std::string g_logged;

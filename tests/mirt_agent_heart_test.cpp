@@ -108,19 +108,12 @@ struct stat lock_file_status() {
   return status;
 }
 
-class HeartTable : public testing::Test {
+class HeartTable : public WithOwnHeartbeatFiles<> {
  protected:
-  void SetUp() override {
-    SKIP_WITHOUT_MOUNTS();
-    ASSERT_TRUE(files_.mounted()) << strerror(errno);
-  }
   static void clear() {
     std::filesystem::remove(kSegment);
     std::filesystem::remove(MIRT_AGENT_LOCK_FILE);
   }
-
- private:
-  OwnHeartbeatFiles files_;
 };
 
 TEST_F(HeartTable, FirstAttachMakesLockFileAndTable) {

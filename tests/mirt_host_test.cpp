@@ -2,13 +2,11 @@
 #include "mirt_host.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -205,16 +203,13 @@ TEST(Host, SharedMemoryIsOpenedWithoutCreatingItIfTheKernelRefusesThat) {
 // Runs check as this user, in its own process.
 template <typename Check>
 void expect_as(uid_t user, Check check) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool is_user = setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0;
+  const auto check_as_user = [&] {
+    const bool is_user = become(user, user);
     EXPECT_TRUE(is_user) << strerror(errno);
     if (is_user) check();
-    _exit(testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0) << "as user " << user;
+    return testing::Test::HasFailure() ? 1 : 0;
+  };
+  EXPECT_EQ(status_of_child(check_as_user), 0) << "as user " << user;
 }
 
 TEST(Host, SharedMemoryOfAStrangerIsRefusedAndSaysWhoseItIs) {

@@ -1,7 +1,6 @@
 #include "proc_fixture.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -15,18 +14,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-bool try_to_enter_private_namespace() {
-  if (unshare(CLONE_NEWNS) != 0) {
-    // Mounts need root, so become root of a user namespace.
-    const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-    write_file("/proc/self/setgroups", "deny");
-    write_file("/proc/self/uid_map", "0 " + user + " 1");
-    write_file("/proc/self/gid_map", "0 " + group + " 1");
-  }
-  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
 
 // The folder directly below `path` that contains the test program; empty if it is elsewhere.
 fs::path folder_of_program(const fs::path& path) {
@@ -51,7 +38,7 @@ bool mount_tmpfs(const std::string& path, const char* options) {
 }  // namespace
 
 bool enter_private_namespace() {
-  static const bool entered = try_to_enter_private_namespace();
+  static const bool entered = enter_private_mounts();
   return entered;
 }
 

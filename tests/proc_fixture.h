@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,6 +49,16 @@ class OwnHeartbeatFiles {
 
  private:
   TmpfsMount tmp_{"/tmp", "size=1m,mode=1777"}, shm_{"/dev/shm", "size=64k,mode=1777"};
+};
+
+// Tests with such files, which exist before the base's members do.
+template <typename Base = testing::Test>
+class WithOwnHeartbeatFiles : private OwnHeartbeatFiles, public Base {
+ protected:
+  void SetUp() override {
+    SKIP_WITHOUT_MOUNTS();
+    ASSERT_TRUE(mounted()) << strerror(errno);
+  }
 };
 
 // Mounts an empty tmpfs over /proc during each test, in a private mount namespace. The real /proc

@@ -82,21 +82,10 @@ TEST(FollowedProcess, TellsHowAChildEndedBeforeAndAfterItIsWaitedFor) {
 }
 
 TEST(FollowedProcess, TellsASignalAlsoOfOneThatIsNoChild) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const pid_t between = fork();
-  if (between == 0) {
-    const pid_t orphan = fork();
-    if (orphan == 0) {
-      for (;;) pause();
-    }
-    _exit(write(ends[1], &orphan, sizeof orphan) == sizeof orphan ? 0 : 1);
-  }
+  FILE* const shell = popen("sleep infinity > /dev/null & echo $!", "re");
   pid_t orphan = 0;
-  ASSERT_EQ(read(ends[0], &orphan, sizeof orphan), static_cast<ssize_t>(sizeof orphan));
-  waitpid(between, nullptr, 0);
-  close(ends[0]);
-  close(ends[1]);
+  ASSERT_EQ(std::fscanf(shell, "%d", &orphan), 1);
+  pclose(shell);
   const auto process = FollowedProcess::follow(orphan, Steady::now());
   ASSERT_TRUE(process);
   kill(orphan, SIGKILL);
@@ -135,17 +124,13 @@ TEST(FollowedProcess, DoesNotTakeWhatItMayNotReadForAnExitStatus) {
   ASSERT_TRUE(process);
   child.exit_with(7);
   wait_for_end(*process);
-  const pid_t stranger = fork();
-  if (stranger == 0) {
+  const auto is_hidden_from_nobody = [&process] {
     constexpr uid_t kNobody = 65534;
-    const bool is_nobody =
-        setresgid(kNobody, kNobody, kNobody) == 0 && setresuid(kNobody, kNobody, kNobody) == 0;
+    const bool is_nobody = become(kNobody, kNobody);
     const auto end = process->end();
-    _exit(is_nobody && end && !end->status ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(stranger, &status, 0);
-  EXPECT_EQ(status, 0);
+    return is_nobody && end && !end->status ? 0 : 1;
+  };
+  EXPECT_EQ(status_of_child(is_hidden_from_nobody), 0);
   waitpid(child.pid(), nullptr, 0);
 }
 
@@ -187,22 +172,15 @@ int follow_reused_number() {
 
 TEST(FollowedProcess, IsNeverAnotherOneOfTheSameNumber) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can choose the next process number";
-  const pid_t outside = fork();
-  if (outside == 0) {
-    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(1);
-    const pid_t first = fork();
-    if (first == 0) {
-      const int line = follow_reused_number();
-      if (line != 0) std::fprintf(stderr, "line %d\n", line);
-      _exit(line == 0 ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(first, &status, 0);
-    _exit(status == 0 ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(outside, &status, 0);
-  EXPECT_EQ(status, 0);
+  const auto follow = [] {
+    const int line = follow_reused_number();
+    if (line != 0) std::fprintf(stderr, "line %d\n", line);
+    return line == 0 ? 0 : 1;
+  };
+  const auto unshared = [&follow] {
+    return unshare(CLONE_NEWPID | CLONE_NEWNS) == 0 && status_of_child(follow) == 0 ? 0 : 1;
+  };
+  EXPECT_EQ(status_of_child(unshared), 0);
 }
 
 TEST(EndText, HasTheTwoLargestUnits) {

@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "child.h"
 #include "mirt_heartbeat_client.h"
 #include "proc_fixture.h"
 
@@ -46,6 +47,7 @@ constexpr Seconds kBeat{0.4};
 constexpr int kMostLooks = 2400;
 
 bool g_may_rule = false;  // may take better priorities than others
+sigset_t g_signals{};     // of the processes that beat
 
 double random_between(double least, double most) {
   thread_local std::mt19937 generator{std::random_device{}()};
@@ -62,27 +64,12 @@ struct Tally {
   unsigned trials = 0, false_reports = 0, wrong_clears = 0, missed = 0;
   double longest_s = 0.0;  // from the hang, or the end of the disturbance, to the alarm
 
-  void complain(unsigned Tally::*what, const std::string& text) {
-    const std::lock_guard lock(mutex);
-    ++(this->*what);
-    std::printf("  FAULT: %s\n", text.c_str());
-    std::fflush(stdout);
-  }
   bool clean() const { return false_reports + wrong_clears + missed == 0; }
 };
-
-sigset_t beaters_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGUSR1);
-  sigaddset(&signals, SIGUSR2);
-  return signals;
-}
 
 // A process that beats until SIGUSR1 makes its heartbeat stand still; SIGUSR2 lets it go on.
 [[noreturn]] void beat(uint16_t module) {
   prctl(PR_SET_NAME, "beater");
-  const sigset_t awaited = beaters_signals();
   mirt_heartbeat_t heartbeat;
   if (mirt_heartbeat_attach(&heartbeat, module) != 0) _exit(1);
   mirt_heartbeat_set_flow(&heartbeat, module);
@@ -90,7 +77,7 @@ sigset_t beaters_signals() {
   const timespec wait{0, interval.count()};
   for (bool hangs = false;;) {
     if (!hangs) mirt_heartbeat_beat(&heartbeat);
-    const int number = sigtimedwait(&awaited, nullptr, &wait);
+    const int number = sigtimedwait(&g_signals, nullptr, &wait);
     if (number == SIGUSR1) hangs = true;
     if (number == SIGUSR2) hangs = false;
   }
@@ -133,10 +120,8 @@ class Rig {
   }
   Rig& operator=(Rig&&) = delete;  // neither copied nor moved
   ~Rig() {
+    processes_.push_back(monitor_);
     for (const pid_t process : processes_) kill(process, SIGKILL);
-    kill(monitor_, SIGKILL);
-    while (waitpid(monitor_, nullptr, 0) < 0 && errno == EINTR) {
-    }
     for (const pid_t process : processes_) waitpid(process, nullptr, 0);
     close(output_);
   }
@@ -200,17 +185,14 @@ class Rig {
   void write_config() const {
     std::ofstream config(config_path());
     for (int i = 0; i < kProcesses; ++i) {
-      const std::string module = std::to_string(module_of(i));
+      const std::string process =
+          "{ name = 'ProcessName', value = 'beater' }, { name = 'ProcessMoudleId', value = '" +
+          std::to_string(module_of(i)) + "' }]";
       config << "[[instance]]\nname = '" << name_of(i)
-             << "'\nitem = 'ProcessHeartBeat'\nperiod = 1\nparams = [\n"
-                "{ name = 'ProcessName', value = 'beater' },\n"
-                "{ name = 'ProcessMoudleId', value = '"
-             << module
-             << "' }]\n[instance.alarm]\nequals = 0\nreport = { item = 'SendErrRpt', params = [\n"
-                "{ name = 'ErrCode', value = '0xF000020F' },\n"
-                "{ name = 'ProcessName', value = 'beater' },\n"
-                "{ name = 'ProcessMoudleId', value = '"
-             << module << "' }] }\n";
+             << "'\nitem = 'ProcessHeartBeat'\nperiod = 1\nparams = [" << process
+             << "\n[instance.alarm]\nequals = 0\nreport = { item = 'SendErrRpt', params = ["
+                "{ name = 'ErrCode', value = '0xF000020F' }, "
+             << process << " }\n";
     }
     // Fills the pipe of a reader that pauses.
     config << "[[instance]]\nname = 'talker'\nitem = 'GetSysMemory'\nperiod = 0.1\n";
@@ -232,8 +214,7 @@ class Rig {
   void expect(int process, const std::string& missing, const std::function<bool()>& told) {
     for (int looks = 0; !told() && looks < kMostLooks; ++looks) read_for(0.05);
     if (told()) return;
-    tally_.complain(&Tally::missed, "rig " + std::to_string(number_) + ": " + name_of(process) +
-                                        " " + missing + "; last: " + last_[process]);
+    complain(&Tally::missed, name_of(process) + " " + missing + "; last: " + last_[process]);
   }
 
   void read_some() {
@@ -263,12 +244,15 @@ class Rig {
       raised_[process] = line["state"] == "raised";
     }
     const bool accuses = kind == "report" || line["state"] == "raised";
-    if (accuses && !hung_before(process, line)) {
-      tally_.complain(&Tally::false_reports, "rig " + std::to_string(number_) + ": " + line.dump());
-    }
-    if (!accuses && process == kDead) {
-      tally_.complain(&Tally::wrong_clears, "rig " + std::to_string(number_) + ": " + line.dump());
-    }
+    if (accuses && !hung_before(process, line)) complain(&Tally::false_reports, line.dump());
+    if (!accuses && process == kDead) complain(&Tally::wrong_clears, line.dump());
+  }
+
+  void complain(unsigned Tally::*what, const std::string& text) const {
+    const std::lock_guard lock(tally_.mutex);
+    ++(tally_.*what);
+    std::printf("  FAULT: rig %d: %s\n", number_, text.c_str());
+    std::fflush(stdout);
   }
 
   // Did the process hang by the time that the line tells of? Both have milliseconds.
@@ -334,14 +318,16 @@ std::vector<pid_t> load_machine(double seconds) {
 
 using Rigs = std::vector<std::unique_ptr<Rig>>;
 
+using Disturb = std::function<void(Rig&)>;
+
 // The trials of one kind, shared out among the rigs.
-void run_on_each(Rigs& rigs, unsigned count, const std::function<void(Rig&)>& trial, Tally& tally) {
+void run_on_each(Rigs& rigs, unsigned count, const Disturb& disturb, Tally& tally) {
   std::atomic<unsigned> next{0};
   std::vector<std::thread> threads;
   for (const auto& rig : rigs) {
     threads.emplace_back([&, one = rig.get()] {
       while (next++ < count) {
-        trial(*one);
+        one->trial([&] { disturb(*one); });
         const std::lock_guard lock(tally.mutex);
         ++tally.trials;
       }
@@ -373,29 +359,21 @@ void run_loads(Rigs& rigs, unsigned count, Tally& tally) {
   }
 }
 
-bool tell(const char* what, const Tally& tally) {
+// Without what disturbs a rig the machine is loaded.
+bool run_trials(const char* what, unsigned count, int rig_count, const Disturb& disturb) {
+  if (count == 0) return true;
+  Tally tally;
+  Rigs rigs;
+  for (int i = 0; i < rig_count; ++i) rigs.push_back(std::make_unique<Rig>(i, tally));
+  for (const auto& rig : rigs) rig->begin();
+  if (disturb) run_on_each(rigs, count, disturb, tally);
+  if (!disturb) run_loads(rigs, count, tally);
   std::printf(
       "%-34s %4u trials, %u false reports, %u cleared wrongly, %u missed; longest until "
       "told: %.1f s\n",
       what, tally.trials, tally.false_reports, tally.wrong_clears, tally.missed, tally.longest_s);
   std::fflush(stdout);
   return tally.clean();
-}
-
-struct Kind {
-  const char* what;
-  unsigned count;
-  std::function<void(Rigs&, unsigned, Tally&)> run;
-};
-
-bool run_kind(const Kind& kind, int rig_count) {
-  if (kind.count == 0) return true;
-  Tally tally;
-  Rigs rigs;
-  for (int i = 0; i < rig_count; ++i) rigs.push_back(std::make_unique<Rig>(i, tally));
-  for (const auto& rig : rigs) rig->begin();
-  kind.run(rigs, kind.count, tally);
-  return tell(kind.what, tally);
 }
 
 }  // namespace
@@ -408,34 +386,19 @@ int main(int argc, char** argv) {
   const auto number = [&](int i) { return static_cast<unsigned>(std::atoi(argv[i])); };
   const int rigs = std::clamp(std::atoi(argv[4]), 1, kMostRigs);
   // From the first moment on, since a beater can be told to hang before it runs.
-  const sigset_t signals = beaters_signals();
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  for (const int one : {SIGUSR1, SIGUSR2}) sigaddset(&g_signals, one);
+  sigprocmask(SIG_BLOCK, &g_signals, nullptr);
   const OwnHeartbeatFiles own;
   if (!own.mounted()) {
     std::printf("skipped: needs root, or user namespaces, to mount\n");
     return 77;
   }
-  const pid_t probe = fork();
-  if (probe == 0) _exit(setpriority(PRIO_PROCESS, 0, -20) == 0 ? 0 : 1);
-  int status = 1;
-  waitpid(probe, &status, 0);
-  g_may_rule = status == 0;
+  g_may_rule = status_of_child([] { return setpriority(PRIO_PROCESS, 0, -20); }) == 0;
 
-  const auto stops = [](Rigs& all, unsigned count, Tally& tally) {
-    run_on_each(
-        all, count,
-        [](Rig& rig) { rig.trial([&] { rig.stop_monitor(random_between(0.1, 5.0)); }); }, tally);
-  };
-  const auto pauses = [](Rigs& all, unsigned count, Tally& tally) {
-    run_on_each(
-        all, count, [](Rig& rig) { rig.trial([] { sleep_for(random_between(0.5, 8.0)); }); },
-        tally);
-  };
-  bool clean = true;
-  for (const Kind& kind : {Kind{"the monitor is stopped", number(1), stops},
-                           Kind{"its reader pauses", number(2), pauses},
-                           Kind{"all processors are busy", number(3), run_loads}}) {
-    clean = run_kind(kind, rigs) && clean;
-  }
+  const Disturb stop = [](Rig& rig) { rig.stop_monitor(random_between(0.1, 5.0)); };
+  const Disturb pause_reader = [](Rig&) { sleep_for(random_between(0.5, 8.0)); };
+  bool clean = run_trials("the monitor is stopped", number(1), rigs, stop);
+  clean = run_trials("its reader pauses", number(2), rigs, pause_reader) && clean;
+  clean = run_trials("all processors are busy", number(3), rigs, nullptr) && clean;
   return clean ? 0 : 1;
 }

@@ -47,12 +47,6 @@ struct Instance {
   ItemCall call;
 };
 
-// The three items that return int, with the same interface.
-template <int (*kItem)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*)>
-float as_float(int argc, FI_PARAM_S* argv, FI_CONTEXT_S* context, FI_RESULT_S* result) {
-  return static_cast<float>(kItem(argc, argv, context, result));
-}
-
 std::vector<Instance> all_instances() {
   constexpr char kExact[] = "ProcessName=soak worker -u", kPrefix[] = "ProcessName=soak w",
                  kPattern[] = "ProcessName=*oak wor?er*",

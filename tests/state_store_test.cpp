@@ -83,32 +83,25 @@ TEST(StateStore, KeepsEverythingAndWritesTheNewestAtTheEnd) {
   EXPECT_EQ(log.text(), "");
 }
 
-// Damages the file of this name in the folder.
-using Damage = void (*)(const std::string& path);
-
-void write_instead(const std::string& path, const std::string& text) {
-  write_file(path, text);
-  fs::permissions(path, fs::perms(0600));
+// What a damaged file has in place of its text.
+std::vector<std::string> damaged_texts() {
+  const std::string right = state_text(state_of(1));
+  std::string unknown = right;
+  unknown.replace(unknown.find("warning"), 7, "serious");
+  return {"",
+          "[]",
+          std::string(100000, '['),
+          right.substr(0, right.size() / 2),
+          right + "}",
+          R"({"version": 2})",
+          R"({"version": 1})",
+          unknown,
+          R"({"version":1,"alarms":[],"silences":[],"counters":{"a":-1},"recoveries":[]})"};
 }
 
+// Damages the file of this name in other ways.
+using Damage = void (*)(const std::string& path);
 constexpr Damage kDamages[] = {
-    [](const std::string& path) { write_instead(path, ""); },
-    [](const std::string& path) { write_instead(path, "[]"); },
-    [](const std::string& path) { write_instead(path, std::string(100000, '[')); },
-    [](const std::string& path) { fs::resize_file(path, fs::file_size(path) / 2); },
-    [](const std::string& path) { write_instead(path, read_file(path) + "}"); },
-    [](const std::string& path) { write_instead(path, "{\"version\": 2}"); },
-    [](const std::string& path) { write_instead(path, "{\"version\": 1}"); },
-    [](const std::string& path) {
-      std::string text = state_text(state_of(1));
-      text.replace(text.find("warning"), 7, "serious");
-      write_instead(path, text);
-    },
-    [](const std::string& path) {
-      write_instead(path,
-                    "{\"version\":1,\"alarms\":[],\"silences\":[],\"counters\":{\"a\":-1},"
-                    "\"recoveries\":[]}");
-    },
     [](const std::string& path) { fs::permissions(path, fs::perms(0666)); },
     [](const std::string& path) { fs::resize_file(path, uintmax_t{1} << 40); },
     [](const std::string& path) {
@@ -122,18 +115,19 @@ constexpr Damage kDamages[] = {
     [](const std::string& path) {
       fs::remove(path);
       fs::create_directory(path);
-    },
-};
+    }};
 
 TEST(StateStore, SetsADamagedFileAsideAndGoesOn) {
-  for (size_t i = 0; i < std::size(kDamages); ++i) {
+  const std::vector<std::string> texts = damaged_texts();
+  for (size_t i = 0; i < texts.size() + std::size(kDamages); ++i) {
     SCOPED_TRACE(i);
     const CapturedLog log;
     const TemporaryFolder folder;
     const std::string path = folder / "state.json";
     StateStore(path).save(state_of(1));
     ASSERT_TRUE(StateStore::load(path).found);
-    kDamages[i](path);
+    if (i < texts.size()) write_file(path, texts[i]);
+    if (i >= texts.size()) kDamages[i - texts.size()](path);
 
     const StateReading reading = StateStore::load(path);
     EXPECT_FALSE(reading.found);

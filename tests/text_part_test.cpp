@@ -28,26 +28,20 @@ using std::chrono::milliseconds;
 // Controls are C0, DEL, C1 and marks of direction. Not UTF-8: single, overlong, surrogate, above
 // U+10FFFF, cut off.
 TEST(TerminalText, ReplacesControlsAndWhatIsNotUtf8) {
-  const std::tuple<std::string, std::string, size_t> rows[] = {
-      {"plain ~", "plain ~", std::string::npos},
-      {"a\033[1mb\x7f\n", "a?[1mb??", std::string::npos},
-      {std::string("\0x", 2), "?x", std::string::npos},
-      {"\u0080\u009f\u00a0", "??\u00a0", std::string::npos},
-      {"\u00fc\u20ac\U0010ffff", "\u00fc\u20ac\U0010ffff", std::string::npos},
-      {"\u061c\u200e\u202a\u202e\u2066\u2069", "??????", std::string::npos},
-      {"\u200d\u2029\u202f\u2065\u206a", "\u200d\u2029\u202f\u2065\u206a", std::string::npos},
-      {"\xc3", "?", 0},
-      {"ab\x80z", "ab?z", 2},
-      {"\xc0\xaf", "??", 0},
-      {"\xc1\xbf\xc2\x80", "???", 0},
-      {"\xe0\x9f\xbf\u0800", "???\u0800", 0},
-      {"\xed\x9f\xbf\xed\xa0\x80", "\xed\x9f\xbf???", 3},
-      {"\xf0\x8f\xbf\xbf\U00010000", "????\U00010000", 0},
-      {"\xf4\x90\x80\x80\xf5", "?????", 0},
-      {"\xe2\x82x", "??x", 0},
-      {"\xe2x\xac", "?x?", 0},
-      {"x\xf0\x9f\x98", "x???", 1}};
-  for (const auto& [text, shown, malformed] : rows) {
+  using Row = std::tuple<std::string, std::string, size_t>;
+  constexpr size_t none = std::string::npos;
+  for (const auto& [text, shown, malformed] :
+       {Row("plain ~", "plain ~", none), Row("a\033[1mb\x7f\n", "a?[1mb??", none),
+        Row(std::string("\0x", 2), "?x", none), Row("\u0080\u009f\u00a0", "??\u00a0", none),
+        Row("\u00fc\u20ac\U0010ffff", "\u00fc\u20ac\U0010ffff", none),
+        Row("\u061c\u200e\u202a\u202e\u2066\u2069", "??????", none),
+        Row("\u200d\u2029\u202f\u2065\u206a", "\u200d\u2029\u202f\u2065\u206a", none),
+        Row("\xc3", "?", 0), Row("ab\x80z", "ab?z", 2), Row("\xc0\xaf", "??", 0),
+        Row("\xc1\xbf\xc2\x80", "???", 0), Row("\xe0\x9f\xbf\u0800", "???\u0800", 0),
+        Row("\xed\x9f\xbf\xed\xa0\x80", "\xed\x9f\xbf???", 3),
+        Row("\xf0\x8f\xbf\xbf\U00010000", "????\U00010000", 0),
+        Row("\xf4\x90\x80\x80\xf5", "?????", 0), Row("\xe2\x82x", "??x", 0),
+        Row("\xe2x\xac", "?x?", 0), Row("x\xf0\x9f\x98", "x???", 1)}) {
     EXPECT_EQ(printable(text), shown);
     EXPECT_EQ(first_malformed(text), malformed) << shown;
   }
@@ -96,18 +90,11 @@ TEST(ClockText, ReadsOnlyItsOwnForm) {
     other[i] = 'x';
     EXPECT_FALSE(read_iso8601(other)) << other;
   }
+  using Row = std::pair<size_t, const char*>;
   // The place of a two-digit field, and values that it cannot have.
-  for (const auto& [place, field] : std::vector<std::pair<size_t, const char*>>{{0, "19"},
-                                                                                {0, "23"},
-                                                                                {5, "00"},
-                                                                                {5, "13"},
-                                                                                {8, "00"},
-                                                                                {8, "32"},
-                                                                                {11, "24"},
-                                                                                {14, "60"},
-                                                                                {17, "61"},
-                                                                                {24, "24"},
-                                                                                {27, "60"}}) {
+  for (const auto& [place, field] :
+       {Row(0, "19"), Row(0, "23"), Row(5, "00"), Row(5, "13"), Row(8, "00"), Row(8, "32"),
+        Row(11, "24"), Row(14, "60"), Row(17, "61"), Row(24, "24"), Row(27, "60")}) {
     std::string other = good;
     EXPECT_FALSE(read_iso8601(other.replace(place, 2, field))) << other;
   }
@@ -118,19 +105,12 @@ TEST(ClockText, ReadsOnlyItsOwnForm) {
 
 TEST(Wording, GuessesWordsOfWhichTwoThirdsAreRight) {
   const std::vector<std::string_view> words{"period", "params", "item", "unit"};
+  using Row = std::pair<const char*, const char*>;
   for (const auto& [word, expected] :
-       std::vector<std::pair<const char*, const char*>>{{"perod", "period"},
-                                                        {"PERIOD", "period"},
-                                                        {"pereoid", "period"},
-                                                        {"peirod", "period"},
-                                                        {"prm", ""},
-                                                        {"pxrxmx", ""},
-                                                        {"parasm", "params"},
-                                                        {"itme", "item"},
-                                                        {"iXeX", ""},
-                                                        {"unti", "unit"},
-                                                        {"", ""},
-                                                        {"zzzzzz", ""}}) {
+       {Row("perod", "period"), Row("PERIOD", "period"), Row("pereoid", "period"),
+        Row("peirod", "period"), Row("prm", ""), Row("pxrxmx", ""), Row("parasm", "params"),
+        Row("itme", "item"), Row("iXeX", ""), Row("unti", "unit"), Row("", ""),
+        Row("zzzzzz", "")}) {
     EXPECT_EQ(nearest(word, words), expected) << word;
   }
   EXPECT_EQ(nearest(std::string(65, 'x'), {std::string(65, 'x')}), "") << "no misspelt name";
@@ -159,18 +139,12 @@ TEST(Mistakes, HaveTheirPlaceAndAreInItsOrder) {
 
 TEST(Placeholders, AreFilledInIfTheItemReportsThem) {
   const PlaceholderTexts texts{"1.5", "77", "9", "db"};
+  using Row = std::tuple<const char*, const char*, size_t>;
   for (const auto& [text, filled, mistakes] :
-       std::vector<std::tuple<const char*, const char*, size_t>>{
-           {"cpu {value} of {instance}", "cpu 1.5 of db", 0},
-           {"", "", 0},
-           {"{{value}}", "{value}}", 0},
-           {"{pid}{flowid}", "779", 1},
-           {"}{{{value}", "}{1.5", 0},
-           {"{Value}", "{Value}", 1},
-           {"{", "{", 1},
-           {"{value", "{value", 1},
-           {"a{b{value}", "a{b1.5", 1},
-           {"{}", "{}", 1}}) {
+       {Row("cpu {value} of {instance}", "cpu 1.5 of db", 0), Row("", "", 0),
+        Row("{{value}}", "{value}}", 0), Row("{pid}{flowid}", "779", 1),
+        Row("}{{{value}", "}{1.5", 0), Row("{Value}", "{Value}", 1), Row("{", "{", 1),
+        Row("{value", "{value", 1), Row("a{b{value}", "a{b1.5", 1), Row("{}", "{}", 1)}) {
     EXPECT_EQ(fill_placeholders(text, texts), filled);
     EXPECT_EQ(check_placeholders(text, find_item("GetProcessMemoryExtern")).size(), mistakes)
         << text;
@@ -202,23 +176,14 @@ TEST(WebAddress, HasSchemeHostPortAndPath) {
     return address ? address->host + " " + std::to_string(address->port) + " " + address->path
                    : "-";
   };
+  using Row = std::pair<const char*, const char*>;
   for (const auto& [text, expected] :
-       std::vector<std::pair<const char*, const char*>>{{"http://a.b-c", "a.b-c 80 /"},
-                                                        {"http://h:8080/p?q=1", "h 8080 /p?q=1"},
-                                                        {"http://h?x", "h 80 /?x"},
-                                                        {"http://[::1]:9/", "::1 9 /"},
-                                                        {"http://[::1", "-"},
-                                                        {"https://h/", "-"},
-                                                        {"http://", "-"},
-                                                        {"http://h:", "-"},
-                                                        {"http://h:0", "-"},
-                                                        {"http://h:65535", "h 65535 /"},
-                                                        {"http://h:65536", "-"},
-                                                        {"http://u@h/", "-"},
-                                                        {"http://h/#f", "-"},
-                                                        {"http://h/a b", "-"},
-                                                        {"http://h/\xc3\xbc", "-"},
-                                                        {"http://h/\x7f", "-"}}) {
+       {Row("http://a.b-c", "a.b-c 80 /"), Row("http://h:8080/p?q=1", "h 8080 /p?q=1"),
+        Row("http://h?x", "h 80 /?x"), Row("http://[::1]:9/", "::1 9 /"), Row("http://[::1", "-"),
+        Row("https://h/", "-"), Row("http://", "-"), Row("http://h:", "-"), Row("http://h:0", "-"),
+        Row("http://h:65535", "h 65535 /"), Row("http://h:65536", "-"), Row("http://u@h/", "-"),
+        Row("http://h/#f", "-"), Row("http://h/a b", "-"), Row("http://h/\xc3\xbc", "-"),
+        Row("http://h/\x7f", "-")}) {
     EXPECT_EQ(parts(text), expected) << text;
   }
 }

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "child.h"
 #include "proc/cpu_wait.h"
 #include "proc/wait_place.h"
 #include "text/line_queue.h"
@@ -44,12 +45,12 @@ class FullPipe {
   }
   FullPipe& operator=(FullPipe&&) = delete;  // neither copied nor moved
   ~FullPipe() {
-    if (ends_[0] >= 0) close(ends_[0]);
+    close_reader();
     close(ends_[1]);
   }
   int writer() const { return ends_[1]; }
   void close_reader() {
-    close(ends_[0]);
+    if (ends_[0] >= 0) close(ends_[0]);
     ends_[0] = -1;
   }
   // The next line that is not empty.
@@ -204,15 +205,12 @@ TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
                               ", \"" + own_name + "\")");
 }
 
-// A process that is always busy, on the first processor that we may use.
+// A process that is always busy, on this processor.
 class Busy {
  public:
-  explicit Busy(int policy) : pid_(fork()) {
+  Busy(int policy, int processor) : pid_(fork()) {
     if (pid_ != 0) return;
-    cpu_set_t allowed, one;
-    sched_getaffinity(0, sizeof allowed, &allowed);
-    int processor = 0;
-    while (!CPU_ISSET(processor, &allowed)) ++processor;
+    cpu_set_t one;
     CPU_ZERO(&one);
     CPU_SET(processor, &one);
     sched_setaffinity(0, sizeof one, &one);
@@ -234,7 +232,8 @@ class Busy {
 };
 
 TEST(CpuWait, TellsThreadsThatGetNothingFromThoseThatRunOrSleep) {
-  const Busy runs(SCHED_OTHER), starves(SCHED_IDLE);
+  const int processor = sched_getcpu();
+  const Busy runs(SCHED_OTHER, processor), starves(SCHED_IDLE, processor);
   // Sooner or later the one of them is seen as it runs, the other as it waits.
   for (bool seen = false; !seen;) {
     const auto of_running = thread_times_of(runs.pid());
@@ -243,17 +242,13 @@ TEST(CpuWait, TellsThreadsThatGetNothingFromThoseThatRunOrSleep) {
     seen = still_waiting(runs.pid(), of_running).empty() &&
            still_waiting(starves.pid(), of_starving) == std::vector<int>{starves.pid()};
   }
-  const pid_t sleeping = fork();
-  if (sleeping == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (;;) pause();
-  }
+  Child child({"sleeping"});
+  const pid_t sleeping = child.pid();
   std::vector<ThreadTimes> before;
   do before = thread_times_of(sleeping);
   while (!still_waiting(sleeping, before).empty());  // until it sleeps
   EXPECT_FALSE(before.empty());
-  kill(sleeping, SIGKILL);
-  waitpid(sleeping, nullptr, 0);
+  child.end();
   EXPECT_TRUE(thread_times_of(sleeping).empty());
 }
 
