@@ -7,9 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
 
 #include "child.h"
 #include "monitor_fixture.h"
@@ -25,12 +23,8 @@ struct HeartEntry {
 constexpr char kTable[] = "/dev/shm/MIRT_AGENT_HEARTBEAT";
 
 // The table and the lock file are private to the test; they exist before the test's folder does.
-class HeartTest : private OwnHeartbeatFiles, public MonitorTest {
+class HeartTest : public WithOwnHeartbeatFiles<MonitorTest> {
  protected:
-  void SetUp() override {
-    SKIP_WITHOUT_MOUNTS();
-    ASSERT_TRUE(mounted()) << strerror(errno);
-  }
   // A table with free entries only.
   HeartEntry* make_table() const {
     const int file = open(kTable, O_RDWR | O_CREAT | O_CLOEXEC, 0660);

@@ -28,6 +28,14 @@ std::string monitor(const std::string& arguments) {
   return run(MIRT_MONITOR_PATH " " + arguments + " 2>/dev/null; echo exit $?");
 }
 
+// The rows that such a command writes as JSON.
+std::vector<nlohmann::json> rows_of(const std::string& arguments) {
+  std::istringstream lines(run(MIRT_MONITOR_PATH " " + arguments + " --json"));
+  std::vector<nlohmann::json> rows;
+  for (std::string line; std::getline(lines, line);) rows.push_back(nlohmann::json::parse(line));
+  return rows;
+}
+
 // By PID: the memory in whole MiB, then the command line.
 std::map<pid_t, std::string> by_system_ps() {
   std::map<pid_t, std::string> processes;
@@ -44,11 +52,10 @@ std::map<pid_t, std::string> by_system_ps() {
 TEST(MonitorPs, AgreesWithTheSystemsPsOnWhatLivesThroughBoth) {
   const Child child({"mirt tools test", "-u"});
   const auto before = by_system_ps();
-  std::istringstream lines(run(MIRT_MONITOR_PATH " ps --json"));
+  const auto rows = rows_of("ps");
   const auto after = by_system_ps();
   std::map<pid_t, std::string> ours;
-  for (std::string line; std::getline(lines, line);) {
-    const auto row = nlohmann::json::parse(line);
+  for (const auto& row : rows) {
     ours[row["pid"]] = row["rss_mib"].dump() + ' ' + row["cmdline"].get<std::string>();
   }
   EXPECT_NE(ours[child.pid()].find(" mirt tools test -u"), std::string::npos);
@@ -71,10 +78,8 @@ TEST(MonitorPs, MatchesSortsAndLetsNoEscapeReachTheTerminal) {
   EXPECT_LT(std::max(at_first, at_second), matched.size()) << matched;
   EXPECT_EQ(monitor("ps --sort cpu"), "exit 2\n");
   for (const std::string key : {"pid", "rss"}) {
-    std::istringstream lines(run(MIRT_MONITOR_PATH " ps --json --sort " + key));
     std::vector<long> values;
-    for (std::string line; std::getline(lines, line);) {
-      const auto row = nlohmann::json::parse(line);
+    for (const auto& row : rows_of("ps --sort " + key)) {
       values.push_back(key == "pid" ? row["pid"].get<long>() : -row["rss_mib"].get<long>());
     }
     EXPECT_GT(values.size(), 2U);
@@ -104,11 +109,7 @@ TEST(MonitorMatch, ShowsWhatAWatchMeansAsItIsCompared) {
   const Child plain({"mirt match\033one", "-u"}), other({"mirt match two", "-u"});
   const Child longer({"mirt match " + std::string(2000, 'x'), "-u"});
   std::map<pid_t, nlohmann::json> found;
-  std::istringstream lines(run(MIRT_MONITOR_PATH " match prefix 'mirt match' --json"));
-  for (std::string line; std::getline(lines, line);) {
-    const auto row = nlohmann::json::parse(line);
-    found[row["pid"]] = row;
-  }
+  for (const auto& row : rows_of("match prefix 'mirt match'")) found[row["pid"]] = row;
   ASSERT_EQ(found.size(), 3U);
   EXPECT_EQ(found[plain.pid()]["cmdline"], "mirt match\033one -u");
   EXPECT_EQ(found[plain.pid()]["cut"], false);
