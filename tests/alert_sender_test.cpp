@@ -52,8 +52,9 @@ AlertStatus status_of(const AlertSender& sender, const std::string& name) {
   return {};
 }
 
-bool comes_to_rest(const AlertSender& sender, const std::string& name) {
-  return comes_true([&] { return status_of(sender, name).queued == 0; });
+template <typename... Names>
+bool come_to_rest(const AlertSender& sender, const Names&... names) {
+  return comes_true([&] { return ((status_of(sender, names).queued == 0) && ...); });
 }
 
 // Time limits that no test waits for, and pauses that none notices.
@@ -97,7 +98,7 @@ TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
                        {"MIRT_EMPTY", ""},
                        {"PATH", "/evil"},
                        {"MIRT_A=B", "c"}}});
-  ASSERT_TRUE(comes_to_rest(sender, "ops"));
+  ASSERT_TRUE(come_to_rest(sender, "ops"));
   signal(SIGUSR1, SIG_DFL);
   umask(umask_before);
 
@@ -132,7 +133,7 @@ TEST(AlertCommand, NeedNotReadWhatItGets) {
   const CapturedLog log;
   AlertSender sender({command_alert("ops", {"sh", "-c", "exec <&-; echo done"})});
   for (int i = 0; i < 3; ++i) sender.send("ops", {std::string(1000000, 'x'), {}});
-  ASSERT_TRUE(comes_to_rest(sender, "ops"));
+  ASSERT_TRUE(come_to_rest(sender, "ops"));
   EXPECT_EQ(status_of(sender, "ops").sent, 3U);
   EXPECT_EQ(log.count("alert ops output: done\n"), 3U);
 }
@@ -147,9 +148,7 @@ TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
                       command_alert("little", {"sh", "-c", "echo a; printf '\\033[2Jb' >&2"})},
                      limits);
   for (const char* const alert : {"lines", "bytes", "little"}) sender.send(alert, {"{}", {}});
-  for (const char* const alert : {"lines", "bytes", "little"}) {
-    ASSERT_TRUE(comes_to_rest(sender, alert));
-  }
+  ASSERT_TRUE(come_to_rest(sender, "lines", "bytes", "little"));
   EXPECT_EQ(log.count("alert lines output: y\n"), 7U);
   EXPECT_EQ(log.count("alert lines: more output"), 1U);
   EXPECT_EQ(status_of(sender, "lines").last_error, "exited with status 3");
@@ -175,7 +174,7 @@ TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
                                     "trap '' TERM; printf x; wait; wait",
                                     folder, timeout_s)});
     sender.send("ops", {"{}", {}});
-    ASSERT_TRUE(comes_to_rest(sender, "ops"));
+    ASSERT_TRUE(come_to_rest(sender, "ops"));
     EXPECT_EQ(status_of(sender, "ops").failed, 1U);
     EXPECT_EQ(log.count("alert ops (command): message not sent: killed after "), 1U);
     // The end of the FIFO comes when nobody has it open any more.
@@ -234,7 +233,7 @@ TEST(AlertSender, QueuesSoManyAndDropsTheOldest) {
   EXPECT_EQ(status_of(sender, "ops").queued, 2U) << "too many bytes";
   sender.send("unknown", {"x", {}});
   gate.open_it();
-  ASSERT_TRUE(comes_to_rest(sender, "ops"));
+  ASSERT_TRUE(come_to_rest(sender, "ops"));
   EXPECT_EQ(read_file(folder / "out"), "17" + std::string(998, '.'));
   const AlertStatus status = status_of(sender, "ops");
   EXPECT_EQ(status.sent, 2U);
@@ -258,8 +257,7 @@ TEST(AlertSender, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
   sender.send("gone", {"4", {}});
   sender.send("changed", {"4", {}});
   gate.open_it();
-  ASSERT_TRUE(comes_to_rest(sender, "same"));
-  ASSERT_TRUE(comes_to_rest(sender, "changed"));
+  ASSERT_TRUE(come_to_rest(sender, "same", "changed"));
   EXPECT_EQ(read_file(folder / "same"), "123");
   EXPECT_EQ(read_file(folder / "old"), "1");
   EXPECT_EQ(read_file(folder / "new"), "234");
@@ -336,7 +334,7 @@ TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
   const std::string json = "{\"text\": \"\xc3\xa4 \\\"quoted\\\"\"}";
   for (const char* const alert : {"recovers", "refuses", "redirects"}) {
     sender.send(alert, {json, {}});
-    ASSERT_TRUE(comes_to_rest(sender, alert));
+    ASSERT_TRUE(come_to_rest(sender, alert));
   }
   for (WebServer* const server : {&recovers, &refuses, &redirects}) server->end();
   EXPECT_EQ(recovers.requests_, 3U);
@@ -360,7 +358,7 @@ TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
 std::string error_of_post(int port, const AlertLimits& limits) {
   AlertSender sender({webhook_alert("ops", port)}, limits);
   sender.send("ops", {"{}", {}});
-  EXPECT_TRUE(comes_to_rest(sender, "ops"));
+  EXPECT_TRUE(come_to_rest(sender, "ops"));
   EXPECT_EQ(status_of(sender, "ops").failed, 1U);
   return status_of(sender, "ops").last_error;
 }
@@ -414,10 +412,8 @@ TEST(AlertSender, NothingThatHangsOrFailsDelaysAnother) {
       for (const AlertStatus& status : sender.statuses()) sender.send(status.name, {"{}", {}});
     }
     ASSERT_TRUE(has_begun(folder, "hangs"));
-    ASSERT_TRUE(comes_to_rest(sender, "works"));
-    ASSERT_TRUE(comes_to_rest(sender, "posts"));
-    ASSERT_TRUE(comes_to_rest(sender, "missing"));
-    ASSERT_TRUE(comes_to_rest(sender, "both")) << "its command, which comes first";
+    // Of "both" only its command, which comes first.
+    ASSERT_TRUE(come_to_rest(sender, "works", "posts", "missing", "both"));
     EXPECT_EQ(status_of(sender, "works").sent, 3U);
     EXPECT_EQ(status_of(sender, "both").sent, 6U) << "one name, sent for each of its ways";
     EXPECT_EQ(status_of(sender, "missing").failed, 3U);
