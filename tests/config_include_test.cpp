@@ -73,7 +73,7 @@ TEST_F(IncludeTest, EachMistakeHasTheNameOfItsFile) {
       "conf.d/sub: is a directory, expected a regular file, /dev/stdin or /dev/fd/N\n"
       "gone.toml: cannot be read: No such file or directory\n");
   Monitor monitor(folder_, "mirt-monitor check-config a.toml");
-  EXPECT_NE(monitor.end(2).find("\nconf.d/a.toml:4: invalid TOML"), std::string::npos);
+  EXPECT_TRUE(contains(monitor.end(2), "\nconf.d/a.toml:4: invalid TOML"));
 }
 
 class TrustTest : public IncludeTest {

@@ -134,7 +134,7 @@ void expect_known_metrics(const std::string& program) {
       const std::string metric = next->str();
       const bool is_recorded = metric.find(':') != std::string::npos;
       const std::string origin = is_recorded ? "record: " + metric + "\n" : "\n" + metric;
-      EXPECT_NE(known.find(origin), std::string::npos) << file.path() << " names " << metric;
+      EXPECT_TRUE(contains(known, origin)) << file.path() << " names " << metric;
       ++names;
     }
   }
@@ -196,7 +196,7 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
       "mirt_alarm_info{watch=\"stuck\",severity=\"critical\","
       "condition=\"equals 1\",evidence=\"thread \\\"metrics_tests\\\" in "
       "state D (disk sleep)";
-  EXPECT_NE(text.find(evidence), std::string::npos);
+  EXPECT_TRUE(contains(text, evidence));
   EXPECT_EQ(value_of("mirt_reports_total{error_code=\"0xF0000203\"}", all), 2.0);
   EXPECT_EQ(value_of("mirt_recovery_decisions_total{decision=\"denied\"}", all), 1.0);
   EXPECT_EQ(value_of("mirt_watch_calls_total{watch=\"blind\",outcome=\"blind\"}", all), 1.0);
@@ -246,9 +246,7 @@ TEST_F(MetricsTest, TheFileIsReplacedAsAWholeAndRemovedAtTheEnd) {
   const std::string value = "mirt_machine_free_memory_bytes{watch=\"free\"}";
   EXPECT_EQ(series_of(read_file(file)).count(value), 1U);
   EXPECT_EQ(read_file(file).find("\nprocess_"), std::string::npos) << "these are the exporter's";
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  const std::string log = monitor.end(0);
+  const std::string log = monitor.stop();
   EXPECT_EQ(log.find("cannot open"), log.rfind("cannot open")) << "once: " << log;
   EXPECT_EQ(log.find("does not answer"), std::string::npos) << log;
   EXPECT_FALSE(fs::exists(file));
@@ -263,8 +261,7 @@ TEST_F(MonitorTest, MistakesInTheTableMetricsAreFound) {
       {"textfile = '/a.prom'\nevery = '0.5 s'", ":9: every is less than a second, expected"},
       {"textfile = '/a.prom'\npath = 1", ":9: unknown key \"path\" in [metrics]"}};
   for (const auto& [text, mistake] : rows) {
-    EXPECT_NE(check(watch + text + "\n", 2).find(mistake), std::string::npos)
-        << check(watch + text + "\n", 2);
+    EXPECT_TRUE(contains(check(watch + text + "\n", 2), mistake));
   }
 }
 

@@ -34,7 +34,7 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
               instance("reboot", "RebootAppData", {{"UserData", std::to_string(getpid())}}));
     Monitor monitor(folder_, kRun + "--rounds 1");
     EXPECT_EQ(monitor.await({{"state", allowed ? "ok" : "failed"}})["answer"], allowed ? 0 : -1);
-    EXPECT_NE(monitor.end(allowed ? 0 : 1).find(log), std::string::npos) << log;
+    EXPECT_TRUE(contains(monitor.end(allowed ? 0 : 1), log)) << log;
     siginfo_t info{};
     const timespec now{};
     sigtimedwait(&signals, &info, &now);
@@ -103,10 +103,8 @@ TEST_F(MonitorTest, AFrozenThreadIsNoHangThatNeedsRecovery) {
   }
   EXPECT_TRUE(named);
   const std::string log = monitor.end(0);
-  EXPECT_NE(log.find("recovery refused: thread " + std::to_string(child.pid()) +
-                     " is suspected to be frozen"),
-            std::string::npos)
-      << log;
+  EXPECT_TRUE(contains(log, "recovery refused: thread " + std::to_string(child.pid()) +
+                                " is suspected to be frozen"));
 }
 
 TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
@@ -149,7 +147,7 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
         << "a real hang: " << evidence;
     EXPECT_GE(evidence["standing_seconds"], 0.1) << "ten periods";
     if (is_machines_root()) {
-      EXPECT_NE(evidence["stack"].dump().find("clone"), std::string::npos);
+      EXPECT_TRUE(contains(evidence["stack"].dump(), "clone"));
     }
   }
   shown["state"] = "raised";
@@ -158,11 +156,10 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
   EXPECT_TRUE(seen({{"instance", "data-plane"},
                     {"state", "unjudged"},
                     {"detail", "thread " + thread_id + " hangs, but recovery was refused"}}));
-  EXPECT_NE(monitor.end(0).find("redundancyStatus(0)"), std::string::npos);
+  EXPECT_TRUE(contains(monitor.end(0), "redundancyStatus(0)"));
   Monitor for_people(folder_, "mirt-monitor run --config a.toml --rounds 11 | grep ' thread '");
-  EXPECT_NE(for_people.line().value_or("").find("thread " + thread_id + " of process " +
-                                                process_id + ": " + command_line),
-            std::string::npos);
+  EXPECT_TRUE(contains(for_people.line().value_or(""),
+                       "thread " + thread_id + " of process " + process_id + ": " + command_line));
   kill(child, SIGKILL);
   hung.join();
 }
@@ -201,8 +198,7 @@ TEST_F(HeartTest, AlarmsRiseOnceReportAndClear) {
   for (int i = 0; i < 5; ++i) EXPECT_EQ(monitor.await(Json::object())["kind"], "item");
   ends = true;
   beating.join();
-  kill(monitor.pid(), SIGTERM);
-  EXPECT_NE(monitor.end(0).find("report 0xF000020F"), std::string::npos) << "in the log, too";
+  EXPECT_TRUE(contains(monitor.stop(), "report 0xF000020F")) << "in the log, too";
 }
 
 TEST_F(HeartTest, TableIsShownAndNeverMade) {

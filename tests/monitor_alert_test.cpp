@@ -68,9 +68,7 @@ TEST_F(AlertTest, TheEndOfAProcessIsToldOnceAndSoIsItsReturn) {
   EXPECT_EQ(read_file(folder_ / "variables"),
             "--page raised database.running critical\n"
             "--page cleared database.running critical\n");
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(AlertTest, WhatIsSilencedIsRaisedButNotTold) {
@@ -84,7 +82,7 @@ TEST_F(AlertTest, WhatIsSilencedIsRaisedButNotTold) {
   Monitor(other, "mirt-monitor silence 'data*' --for 2h --reason 'moved by *ops*'" + at).end(0);
   const std::string list =
       Monitor(other, "mirt-monitor silences --json" + at).records().at(0).dump();
-  EXPECT_NE(list.find("moved by *ops*"), std::string::npos) << list;
+  EXPECT_TRUE(contains(list, "moved by *ops*"));
   {
     const Child database(kDatabase);
     monitor.await({{"kind", "alarm"}, {"state", "cleared"}});
@@ -96,12 +94,9 @@ TEST_F(AlertTest, WhatIsSilencedIsRaisedButNotTold) {
   const std::vector<Json> messages = await_told(2);
   EXPECT_EQ(messages.size(), 2U) << "neither the clearing nor the raising in between";
   EXPECT_EQ(messages.back()["event"], "cleared");
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  const std::string log = monitor.end(0);
-  EXPECT_NE(log.find("database.running: alarm raised, silenced"), std::string::npos) << log;
-  EXPECT_NE(Monitor(other, "mirt-monitor silences" + at).end(1).find("no monitor answers"),
-            std::string::npos);
+  const std::string log = monitor.stop();
+  EXPECT_TRUE(contains(log, "database.running: alarm raised, silenced"));
+  EXPECT_TRUE(contains(Monitor(other, "mirt-monitor silences" + at).end(1), "no monitor answers"));
 }
 
 TEST_F(AlertTest, ARestartForgetsNoAlarmAndTellsNoneTwice) {
@@ -125,9 +120,7 @@ TEST_F(AlertTest, ARestartForgetsNoAlarmAndTellsNoneTwice) {
   const Json raised = monitor.await({{"kind", "alarm"}, {"state", "raised"}});
   EXPECT_NE(raised["alarm"], id) << "a damaged state is no state";
   await_told(2);
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  EXPECT_NE(monitor.end(0).find(".damaged-"), std::string::npos) << "set aside, and said";
+  EXPECT_TRUE(contains(monitor.stop(), ".damaged-")) << "set aside, and said";
 }
 
 TEST_F(AlertTest, AnAlertThatHangsDelaysNothingElse) {
@@ -147,9 +140,7 @@ TEST_F(AlertTest, AnAlertThatHangsDelaysNothingElse) {
   while (!log_has("absent") || !log_has("stuck")) {
     monitor.await({{"instance", "a.running"}, {"state", "alarm"}});
   }
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
 }
 
 }  // namespace

@@ -151,7 +151,7 @@ TEST_F(HttpTest, TcpIsReadOnlyAndForProgramsOfThisMachine) {
   EXPECT_EQ(body_, "");
   for (const char* const method : {"POST", "DELETE"}) {
     EXPECT_EQ(status_of(method, "/api/silences?pattern=memory"), 405);
-    EXPECT_NE(body_.find("over the Unix socket only"), std::string::npos) << body_;
+    EXPECT_TRUE(contains(body_, "over the Unix socket only"));
   }
   EXPECT_EQ(status_of("POST", "/api/status"), 405);
   for (const char* const host : {"localhost", "LOCALHOST:9", "127.9.9.9:80", "[::1]:80"}) {
@@ -184,9 +184,7 @@ TEST_F(HttpTest, OtherMachinesReadNothingOfProcessesUnlessExposed) {
       EXPECT_EQ(get(path), exposed ? 200 : 403) << path;
     }
     EXPECT_EQ(status_of("DELETE", "/api/silences?pattern=x"), exposed ? 405 : 403);
-    kill(monitor.pid(), SIGTERM);
-    monitor.records();
-    monitor.end(0);
+    monitor.stop();
     EXPECT_FALSE(fs::exists(folder_ / "socket"));
   }
 }
@@ -202,12 +200,11 @@ TEST_F(HttpTest, HealthTellsThatCallsDoNotStart) {
   fs::rename(folder_ / "b.toml", folder_ / "a.toml");
   Monitor monitor(folder_, kRun);
   while (get("/healthz") != 503) usleep(10000);
-  EXPECT_NE(body_.find("memory is due, but there is no thread to call it"), std::string::npos)
-      << body_;
+  EXPECT_TRUE(contains(body_, "memory is due, but there is no thread to call it"));
   std::ofstream(folder_ / "go") << "";
   monitor.await({{"instance", "memory"}, {"state", "ok"}});
   while (body_.find("late") == std::string::npos) get("/healthz");
-  EXPECT_NE(body_.find("a call began "), std::string::npos) << "for some time afterwards";
+  EXPECT_TRUE(contains(body_, "a call began ")) << "for some time afterwards";
 }
 
 // A client that sends this, and then nothing more.

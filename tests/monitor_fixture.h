@@ -40,6 +40,11 @@ inline bool has(const Json& record, const Json& members) {
   return updated == record;
 }
 
+inline testing::AssertionResult contains(const std::string& text, const std::string& part) {
+  if (text.find(part) != std::string::npos) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << '"' << part << "\" is not in: " << text;
+}
+
 // A table of the configuration; its deadline is long enough for the busiest machine.
 inline std::string instance(const std::string& name, const std::string& item,
                             const Params& params = {},
@@ -126,6 +131,12 @@ class Monitor {
     waitpid(pid_, &status, 0);
     EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, exit_code) << read_file(errors_);
     return read_file(errors_);
+  }
+  // Ends the monitor as an operator does, and reads its output to the end.
+  std::string stop() {
+    kill(pid_, SIGTERM);
+    records();
+    return end(0);
   }
 
  private:

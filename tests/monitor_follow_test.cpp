@@ -38,8 +38,7 @@ TEST_F(MonitorTest, AnEndRaisesTheAlarmAtOnceAndSaysHow) {
         << record;
   }
   EXPECT_EQ(raised["memory"]["instance_state"], "absent");
-  kill(monitor.pid(), SIGTERM);
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(MonitorTest, AProcessThatIsBackIsNamed) {
@@ -56,9 +55,7 @@ TEST_F(MonitorTest, AProcessThatIsBackIsNamed) {
                                               " runs in its place, restart " +
                                               std::to_string(restart));
   }
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
 }
 
 }  // namespace

@@ -45,9 +45,7 @@ TEST_F(ReloadTest, WhatIsUnchangedGoesOnAndTheRestComesAndGoes) {
   EXPECT_EQ(monitor.await({{"instance", "kept"}, {"state", "alarm"}})["alarms"],
             Json::array({ids["kept"]}))
       << "still the same alarm";
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(ReloadTest, AConfigurationWithMistakesChangesNothing) {
@@ -60,11 +58,9 @@ TEST_F(ReloadTest, AConfigurationWithMistakesChangesNothing) {
   reconfigure(monitor, missing("kept") + missing("new"));
   const std::vector<Json> records = monitor.records({{"instance", "new"}});
   for (const Json& record : records) EXPECT_NE(record.value("state", ""), "cleared") << record;
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  const std::string errors = monitor.end(0);
-  EXPECT_NE(errors.find("a.toml:2: name is an integer, expected a string"), std::string::npos);
-  EXPECT_NE(errors.find("a.toml: not reloaded"), std::string::npos) << errors;
+  const std::string errors = monitor.stop();
+  EXPECT_TRUE(contains(errors, "a.toml:2: name is an integer, expected a string"));
+  EXPECT_TRUE(contains(errors, "a.toml: not reloaded"));
 }
 
 TEST_F(ReloadTest, ABlockedCallIsLetGo) {
@@ -116,9 +112,7 @@ TEST_F(ReloadTest, AStormLosesNoAlarmAndCallsNothingTwiceAtOnce) {
     if (record.value("state", "") == "alarm") going_on.insert(record["instance"]);
   }
   EXPECT_LT(open_now(), 100) << "each shell that runs has a pipe; nothing else is left open";
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
   EXPECT_EQ(read_file(folder_ / "twice"), "");
 }
 

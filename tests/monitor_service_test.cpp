@@ -48,7 +48,7 @@ TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
   // It turns, and the other watch waits for the only worker.
   const std::string before = notices("WATCHDOG=1") + notices("WATCHDOG=1");
   EXPECT_EQ(before.find("READY=1"), std::string::npos) << before;
-  EXPECT_NE(before.find("STATUS=2 watches: 2 pending"), std::string::npos) << before;
+  EXPECT_TRUE(contains(before, "STATUS=2 watches: 2 pending"));
   close(writer);
   notices("READY=1");
   kill(monitor.pid(), SIGTERM);
@@ -65,14 +65,14 @@ TEST_F(ServiceTest, AReloadIsToldAndSoIsItsRefusal) {
   configure("[[instance]]\nname = 7\n");
   kill(monitor.pid(), SIGHUP);
   const std::string reload = notices("READY=1");
-  EXPECT_NE(reload.find("RELOADING=1\nMONOTONIC_USEC="), std::string::npos) << reload;
+  EXPECT_TRUE(contains(reload, "RELOADING=1\nMONOTONIC_USEC="));
   notices("STATUS=1 watch: 1 alarm; the last reload was refused");
   kill(monitor.pid(), SIGTERM);
   monitor.records();
   // Standard error is what JOURNAL_STREAM names: lines begin with their priority.
   const std::string errors = monitor.end(0);
   EXPECT_EQ(errors.find("<3>a.toml:1: "), 0U) << errors;
-  EXPECT_NE(errors.find("\n<3>a.toml: not reloaded"), std::string::npos) << errors;
+  EXPECT_TRUE(contains(errors, "\n<3>a.toml: not reloaded"));
 }
 
 TEST_F(ServiceTest, WithoutAJournalLinesArePlain) {
@@ -101,7 +101,7 @@ TEST_F(ServiceTest, TheSocketIsNotMadeBehindALinkThatOthersCouldHaveMade) {
   chmod((folder_ / "open").c_str(), 01777);
   fs::create_symlink(folder_ / "elsewhere", folder_ / "open/link");
   Monitor monitor(folder_, kRun + "--socket open/link/socket");
-  EXPECT_NE(monitor.end(1).find("cannot answer at open/link/socket"), std::string::npos);
+  EXPECT_TRUE(contains(monitor.end(1), "cannot answer at open/link/socket"));
   EXPECT_TRUE(fs::is_empty(folder_ / "elsewhere"));
 }
 

@@ -212,8 +212,7 @@ TEST_F(MonitorTest, AKilledProcessIsAbsentAndKeepsItsAlarm) {
   // It comes back: all is measured again, and only then cleared.
   const Child again({kCommandLine});
   monitor.await({{"instance", "gone"}, {"state", "cleared"}});
-  kill(monitor.pid(), SIGTERM);
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(HeartTest, WhatTheItemDoesNotJudgeIsNeverOk) {
@@ -237,9 +236,8 @@ TEST_F(HeartTest, WhatTheItemDoesNotJudgeIsNeverOk) {
     EXPECT_EQ(records.back()["condition"], "equals 0 or unjudged");
     const Json& judged = records.at(records.size() - 2);
     EXPECT_TRUE(has(judged, {{"state", "unjudged"}, {"answer", 1.0}})) << judged;
-    EXPECT_NE(judged["detail"].get<std::string>().find(detail), std::string::npos) << judged;
-    kill(monitor.pid(), SIGTERM);
-    monitor.end(0);
+    EXPECT_TRUE(contains(judged["detail"].get<std::string>(), detail)) << judged;
+    monitor.stop();
   }
   // Another table takes the place of that which the item looks at.
   entry = {process_, 77, 5, 9, 0};
@@ -357,8 +355,7 @@ TEST_F(MonitorTest, AlarmsOnFailuresAndSeveralOfOneInstance) {
     EXPECT_EQ(change["state"], change["condition"] == "below 101" ? "raised" : "cleared");
   }
   EXPECT_EQ(of_both.size(), 2U);
-  kill(monitor.pid(), SIGTERM);
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(MonitorTest, RoundsFailWhenEveryCallDid) {
@@ -414,9 +411,7 @@ TEST_F(MonitorTest, AFullStandardErrorHoldsNothingUpAndSaysWhatIsLost) {
   while (fgets(line, sizeof line, lines) && !strstr(line, " log lines lost")) {
   }
   EXPECT_GT(atoi(strstr(line, "warning  ") + strlen("warning  ")), 100) << line;
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
-  monitor.end(0);
+  monitor.stop();
   fclose(lines);
 }
 

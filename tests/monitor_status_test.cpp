@@ -64,15 +64,15 @@ TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
     EXPECT_EQ(body["watches"][0]["name"], "fine") << "in the order of the configuration";
     if (exit_code != 2) continue;
     const std::string check = status("--check", 2);
-    EXPECT_NE(check.find(" 'a / ''b''_c'=0"), std::string::npos) << check;
+    EXPECT_TRUE(contains(check, " 'a / ''b''_c'=0"));
     EXPECT_EQ(std::count(check.begin(), check.end(), '|'), 1);
     Monitor(other_, "mirt-monitor silence 'a*' --for 1h --socket " + socket_).end(0);
     await_check("UNKNOWN: failed", 3);
-    EXPECT_NE(status("").find("silenced until "), std::string::npos);
+    EXPECT_TRUE(contains(status(""), "silenced until "));
   }
   EXPECT_EQ(status("--check", 3).find("UNKNOWN: no monitor answers at "), 0U);
   EXPECT_EQ(status("", 1), "");
-  EXPECT_NE(errors_.find("no monitor answers at " + socket_), std::string::npos);
+  EXPECT_TRUE(contains(errors_, "no monitor answers at " + socket_));
 }
 
 TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
@@ -84,14 +84,14 @@ TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
   monitor.await({{"instance", "memory"}, {"state", "ok"}});
   const std::string text = status("'gone/\xC3\xA4?'");
   EXPECT_EQ(text.find("watch       gone/\xC3\xA4?\n"), 0U) << text;
-  EXPECT_NE(text.find("nobody?[2J"), std::string::npos) << text;
-  EXPECT_NE(text.find("\nhistory     2"), std::string::npos) << text;
+  EXPECT_TRUE(contains(text, "nobody?[2J"));
+  EXPECT_TRUE(contains(text, "\nhistory     2"));
   EXPECT_EQ(text.find('\033'), std::string::npos);
   const std::string check = status("--check memory");
   EXPECT_EQ(check.find("OK: memory ok "), 0U) << check;
-  EXPECT_NE(check.find("B\n"), std::string::npos) << "MiB are given in bytes: " << check;
+  EXPECT_TRUE(contains(check, "B\n")) << "MiB are given in bytes: " << check;
   EXPECT_EQ(status("nobody", 1), "");
-  EXPECT_NE(errors_.find("there is no watch \"nobody\""), std::string::npos) << errors_;
+  EXPECT_TRUE(contains(errors_, "there is no watch \"nobody\""));
   EXPECT_EQ(status("--check nobody", 3).find("UNKNOWN: "), 0U);
   status("--check --json", 2);
   status(">/dev/full", 1);

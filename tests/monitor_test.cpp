@@ -67,7 +67,7 @@ TEST_F(MonitorTest, FailuresAreRedOnATerminalUnlessUnwanted) {
       {"env TERM=xterm NO_COLOR=1 " + on_terminal, "failed    Get Disk Usage Fault"}};
   for (const auto& [command, expected] : rows) {
     Monitor monitor(folder_, command);
-    EXPECT_NE(monitor.line().value_or("").find(expected), std::string::npos) << command;
+    EXPECT_TRUE(contains(monitor.line().value_or(""), expected)) << command;
     monitor.end(1);
   }
 }
@@ -172,7 +172,7 @@ TEST_F(MonitorTest, MissingFilesAndItemsAreNamed) {
             "a.toml:2: item GetSysMemory is not in " + library +
                 ", expected a library that exports it\n");
   const std::string error = Monitor(folder_, kRun + "--plugin ./absent.so").end(2);
-  EXPECT_NE(error.find("./absent.so: "), std::string::npos) << error;
+  EXPECT_TRUE(contains(error, "./absent.so: "));
 }
 
 TEST_F(MonitorTest, MisspeltCommandLinesAreAnsweredWithWhatWasExpected) {
@@ -250,8 +250,7 @@ TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
   const Json late = monitor.await({{"instance", "stuck"}});
   EXPECT_TRUE(has(late, {{"late", true}, {"value", 0.0}, {"since", blind["since"]}})) << late;
   monitor.await({{"instance", "stuck"}, {"state", "ok"}, {"value", 0.0}});
-  kill(monitor.pid(), SIGTERM);
-  monitor.end(0);
+  monitor.stop();
 }
 
 TEST_F(MonitorTest, BlindInstanceDoesNotHoldUpTheLastRound) {
@@ -352,7 +351,7 @@ TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
   monitor.fill_pipe();
   await_calls(folder_, 3);
   kill(monitor.pid(), SIGTERM);
-  EXPECT_NE(monitor.end(1).find("lines lost: the output was not read"), std::string::npos);
+  EXPECT_TRUE(contains(monitor.end(1), "lines lost: the output was not read"));
   EXPECT_GT(monitor.records().size(), 100U) << "whole lines to the end";
 }
 

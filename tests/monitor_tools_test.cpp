@@ -58,7 +58,7 @@ TEST(MonitorPs, AgreesWithTheSystemsPsOnWhatLivesThroughBoth) {
   for (const auto& row : rows) {
     ours[row["pid"]] = row["rss_mib"].dump() + ' ' + row["cmdline"].get<std::string>();
   }
-  EXPECT_NE(ours[child.pid()].find(" mirt tools test -u"), std::string::npos);
+  EXPECT_TRUE(contains(ours[child.pid()], " mirt tools test -u"));
   for (const auto& [pid, process] : before) {
     const auto still = after.find(pid);
     if (still == after.end() || still->second != process) continue;  // changed meanwhile
@@ -97,9 +97,9 @@ TEST(MonitorFindAndKill, HaveExitCodesForScripts) {
   setenv("PATTERN", "*mirt nobody*", 1);
   EXPECT_EQ(monitor("find wildcard \"$PATTERN\""), "exit 1\n") << "though it finds its own command";
   EXPECT_EQ(monitor("kill cat 0"), "exit 2\n");
-  EXPECT_NE(monitor("kill nobody " + pid).find("exit 1\n"), std::string::npos);
+  EXPECT_TRUE(contains(monitor("kill nobody " + pid), "exit 1\n"));
   EXPECT_EQ(kill(child.pid(), 0), 0);
-  EXPECT_NE(monitor("kill cat " + pid).find("exit 0\n"), std::string::npos);
+  EXPECT_TRUE(contains(monitor("kill cat " + pid), "exit 0\n"));
   siginfo_t end{};
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child.pid()), &end, WEXITED | WNOWAIT), 0);
   EXPECT_EQ(end.si_status, SIGKILL);
@@ -120,9 +120,8 @@ TEST(MonitorMatch, ShowsWhatAWatchMeansAsItIsCompared) {
       run("date -d \"$(ps -o lstart= " + std::to_string(plain.pid()) + ")\" +%Y-%m-%dT%H:%M");
   EXPECT_EQ(found[plain.pid()]["started"].get<std::string>().substr(0, 13), started.substr(0, 13));
   const std::string people = monitor("match wildcard 'mirt match*'");
-  EXPECT_NE(people.find("  mirt match?one -u\n"), std::string::npos) << people;
-  EXPECT_NE(people.find("x  [only the first 1022 of 2014 bytes are compared]\n"),
-            std::string::npos);
+  EXPECT_TRUE(contains(people, "  mirt match?one -u\n"));
+  EXPECT_TRUE(contains(people, "x  [only the first 1022 of 2014 bytes are compared]\n"));
   EXPECT_EQ(monitor("match exact 'mirt match'"), "exit 1\n");
 }
 
@@ -137,7 +136,7 @@ TEST(MonitorItems, HaveUnitsParametersAndWhatTheyReportAndNeed) {
        "\n    ProcessName (optional): process whose heartbeat was lost; the third code needs it\n",
        "\n    and any others\n    needs no context\nCheckProcessStatusIsD                [-]  1 if",
        "\n    reports a thread id, needs a context\n"}) {
-    EXPECT_NE(items.find(text), std::string::npos) << text;
+    EXPECT_TRUE(contains(items, text)) << text;
   }
 }
 
@@ -147,14 +146,13 @@ TEST(MonitorInit, WritesAConfigurationThatIsRightAlsoWithItsCommentsTakenAway) {
       " > init.toml && " MIRT_MONITOR_PATH " check-config --strict init.toml 2>&1";
   const std::string folder = run("mktemp -d | tr -d '\\n'");
   const std::string init = "cd " + folder + " && " MIRT_MONITOR_PATH " init";
-  EXPECT_NE(run(init + checked).find("no mistakes\n"), std::string::npos);
+  EXPECT_TRUE(contains(run(init + checked), "no mistakes\n"));
   const std::string uncommented = " | sed -E 's/^# (\\[|[a-z]+ = )/\\1/'";
   const std::string all = run(init + uncommented + checked);
-  EXPECT_NE(all.find("no mistakes\n"), std::string::npos) << all;
+  EXPECT_TRUE(contains(all, "no mistakes\n"));
   const std::string text = run(init);
-  EXPECT_NE(text.find("\n[machine.disk]\n\"/\" = { above = \"90 %\" }\n"), std::string::npos)
-      << text;
-  EXPECT_NE(text.find("\n# [[process]]"), std::string::npos) << text;
+  EXPECT_TRUE(contains(text, "\n[machine.disk]\n\"/\" = { above = \"90 %\" }\n"));
+  EXPECT_TRUE(contains(text, "\n# [[process]]"));
   run("rm -r " + folder);
 }
 
