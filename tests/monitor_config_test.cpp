@@ -144,6 +144,7 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
     std::string instance, condition;
     const char* verdict;  // "never", "rarely", "always" or, where it is possible, nothing
   } rows[] = {{cpu, "above = 100", "never"},
+              {flag, "below = 0", "never"},
               {cpu, "above = 99.9", nullptr},
               {cpu, "above = -1", "always"},
               {cpu, "below = 0", "never"},

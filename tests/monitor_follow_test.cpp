@@ -38,7 +38,7 @@ TEST_F(MonitorTest, AnEndRaisesTheAlarmAtOnceAndSaysHow) {
         << record;
   }
   EXPECT_EQ(raised["memory"]["instance_state"], "absent");
-  monitor.stop();
+  monitor.stop_unread();
 }
 
 TEST_F(MonitorTest, AProcessThatIsBackIsNamed) {

@@ -63,7 +63,7 @@ TEST_F(MonitorTest, CommandsAreGivenNoPipeOfAnother) {
   // The second answer from here on is of a command that was started while cat runs.
   for (int i = 0; i < 2; ++i) monitor.await({{"instance", "reboot"}});
   EXPECT_EQ(read_file(folder_ / "seen"), "0\n1\n2\n3\n") << "3 is the folder that ls reads";
-  monitor.stop();
+  monitor.stop_unread();
   close(writer);
 }
 

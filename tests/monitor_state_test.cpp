@@ -212,7 +212,7 @@ TEST_F(MonitorTest, AKilledProcessIsAbsentAndKeepsItsAlarm) {
   // It comes back: all is measured again, and only then cleared.
   const Child again({kCommandLine});
   monitor.await({{"instance", "gone"}, {"state", "cleared"}});
-  monitor.stop();
+  monitor.stop_unread();
 }
 
 TEST_F(HeartTest, WhatTheItemDoesNotJudgeIsNeverOk) {
@@ -237,7 +237,7 @@ TEST_F(HeartTest, WhatTheItemDoesNotJudgeIsNeverOk) {
     const Json& judged = records.at(records.size() - 2);
     EXPECT_TRUE(has(judged, {{"state", "unjudged"}, {"answer", 1.0}})) << judged;
     EXPECT_TRUE(contains(judged["detail"].get<std::string>(), detail)) << judged;
-    monitor.stop();
+    monitor.stop_unread();
   }
   // Another table takes the place of that which the item looks at.
   entry = {process_, 77, 5, 9, 0};
@@ -355,7 +355,7 @@ TEST_F(MonitorTest, AlarmsOnFailuresAndSeveralOfOneInstance) {
     EXPECT_EQ(change["state"], change["condition"] == "below 101" ? "raised" : "cleared");
   }
   EXPECT_EQ(of_both.size(), 2U);
-  monitor.stop();
+  monitor.stop_unread();
 }
 
 TEST_F(MonitorTest, RoundsFailWhenEveryCallDid) {

@@ -250,7 +250,7 @@ TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
   const Json late = monitor.await({{"instance", "stuck"}});
   EXPECT_TRUE(has(late, {{"late", true}, {"value", 0.0}, {"since", blind["since"]}})) << late;
   monitor.await({{"instance", "stuck"}, {"state", "ok"}, {"value", 0.0}});
-  monitor.stop();
+  monitor.stop_unread();
 }
 
 TEST_F(MonitorTest, BlindInstanceDoesNotHoldUpTheLastRound) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "child.h"
+#include "monitor_fixture.h"
 
 namespace {
 
