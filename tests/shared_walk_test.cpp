@@ -1,16 +1,11 @@
 // Searches that run at the same time. This program links the library's objects and wraps the two
 // functions by which CommandLines and WalkRound allocate memory.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
-#include <map>
-#include <mutex>
 #include <new>
 #include <random>
 #include <thread>
@@ -103,12 +98,9 @@ class SharedWalk : public ProcFixture {
   void SetUp() override {
     ProcFixture::SetUp();
     for (int pid = kFirst; pid < kFirst + kProcesses; ++pid) {
-      put_process({pid,
-                   {text("ab ", 12), text("ab", 3)},
-                   0,
-                   0,
-                   static_cast<int>(text("x", 40).size()) * 1024,
-                   2});
+      const int rss_kb = static_cast<int>(text("x", 40).size()) * 1024;
+      put_process({pid, {text("ab ", 12), text("ab", 3)}, 0, 0, rss_kb, 2});
+      pids_.push_back(pid);
     }
     put_cmdline(kFirst + 5, {});
     for (int i = 0; i < 12; ++i) patterns_.push_back(text("ab*? ", 7));
@@ -148,19 +140,17 @@ class SharedWalk : public ProcFixture {
 
   void expect_the_same_from(int threads) const {
     const std::vector<std::string> expected = lone_answers();
-    std::mutex mutex;
     Threads(threads, [&](int number) {
       for (size_t i = 0; i < patterns_.size(); ++i) {
         const size_t which = (i + static_cast<size_t>(number) * 5) % patterns_.size();
-        const std::string answers = all_answers(patterns_[which]);
-        const std::lock_guard<std::mutex> lock(mutex);
-        EXPECT_EQ(answers, expected[which]) << patterns_[which];
+        EXPECT_EQ(all_answers(patterns_[which]), expected[which]) << patterns_[which];
       }
     }).join();
   }
 
   std::mt19937 random_{20240607};
   std::vector<std::string> patterns_;
+  Pids pids_;
 };
 
 TEST_F(SharedWalk, AnswersAsEachSearchAloneWould) {
@@ -185,11 +175,7 @@ TEST_F(SharedWalk, WithoutMemoryEachWalksAlone) {
 
 // The first search stops before, and then after the point up to which a walk can start again.
 TEST_F(SharedWalk, BeginsAnewWithThoseWhoComeEarlyAndForgetsWhatItFoundBefore) {
-  const Pids order = in_listing_order([] {
-    Pids pids;
-    for (int pid = kFirst; pid < kFirst + kProcesses; ++pid) pids.push_back(pid);
-    return pids;
-  }());
+  const Pids order = in_listing_order(pids_);
   for (const size_t stop : {size_t{20}, size_t{150}}) {
     put_cmdline(order[0], {"early"});
     put_cmdline(order[1], {"early"});
@@ -219,17 +205,6 @@ TEST_F(SharedWalk, BeginsAnewWithThoseWhoComeEarlyAndForgetsWhatItFoundBefore) {
   }
 }
 
-// Runs work in a child process and returns its exit code.
-int exit_code_of(const std::function<void()>& work) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    work();
-    _exit(testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  return waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 #if !defined(__SANITIZE_ADDRESS__)  // its allocator stays locked in the child, if a thread used it
 TEST_F(SharedWalk, ForkLeavesNothingTakenInTheChild) {
   const std::vector<std::string> expected = lone_answers();
@@ -241,7 +216,7 @@ TEST_F(SharedWalk, ForkLeavesNothingTakenInTheChild) {
     gate.await();
     // These searches wait for it, or skip that process after a second.
     for (size_t i = 1; i < 5; ++i) threads.add([this, i] { all_answers(patterns_[i]); });
-    EXPECT_EQ(exit_code_of([&] { EXPECT_EQ(lone_answers(), expected); }), 0);
+    EXPECT_EQ(status_of_child([&] { return lone_answers() == expected ? 0 : 1; }), 0);
     gate.let_go();
     threads.join();
     EXPECT_EQ(lone_answers(), expected);
@@ -253,7 +228,7 @@ TEST_F(SharedWalk, ForkLeavesNothingTakenInTheChild) {
 TEST_F(SharedWalk, EndedThreadLeavesNothingTaken) {
   const std::vector<std::string> expected = lone_answers();
   const int pid = in_listing_order({kFirst, kFirst + 100, kFirst + 159})[1];
-  EXPECT_EQ(exit_code_of([&] {
+  EXPECT_EQ(status_of_child([&] {
               Gate gate("/proc/" + std::to_string(pid) + "/cmdline", Gate::Then::kEnds);
               std::thread([&] { all_answers("*"); }).detach();
               gate.await();
@@ -264,6 +239,7 @@ TEST_F(SharedWalk, EndedThreadLeavesNothingTaken) {
               gate.let_go();
               threads.join();
               EXPECT_EQ(lone_answers(), expected) << "its process is not skipped";
+              return HasFailure() ? 1 : 0;
             }),
             0);
 }

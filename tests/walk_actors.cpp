@@ -1,39 +1,34 @@
 #include "walk_actors.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 
 #include "proc_fixture.h"
 
 namespace {
 
-// Starts a program with pipes as its input and output. Returns 0 on failure.
-pid_t start_program(const std::string& program, std::vector<std::string> arguments, int& input,
-                    int& output) {
-  int in[2], out[2];
-  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return 0;
+// Starts a program whose input and output is the other end of this socket. Returns 0 on failure.
+pid_t start_program(const std::string& program, std::vector<std::string> arguments, int& socket) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return 0;
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   pid_t pid = 0;
   const int error = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  close(in[0]);
-  close(out[1]);
-  input = in[1];
-  output = out[0];
+  close(ends[1]);
+  socket = ends[0];
   return error == 0 ? pid : 0;
 }
 
@@ -77,59 +72,42 @@ std::vector<pid_t> ActorLog::always(const std::string& letters, uint64_t begin,
 
 void Actor::act(unsigned int chance) {
   const char letter = ActorLog::kLetters[chance / 16 % ActorLog::kLetters.size()];
-  if (pid_ == 0) return start(letter);
-  if (chance % 16 == 0) return end();
-  tell(chance % 2 == 0 ? 'e' : 'r', letter);
-}
-
-bool Actor::await_answer() const {
+  const char command[2] = {chance % 2 == 0 ? 'e' : 'r', letter};
+  const bool starts = pid_ == 0;
+  if (!starts && chance % 16 == 0) return end();
+  const uint64_t before = log_.tick();
+  if (starts) pid_ = start_program(WALK_ACTOR_PATH, {log_.name(letter)}, socket_);
+  ASSERT_TRUE(pid_ != 0 && (starts || write(socket_, command, sizeof command) == sizeof command));
   char answer;
-  return read(answers_, &answer, 1) == 1;
-}
-
-void Actor::start(char letter) {
-  const uint64_t before = log_.tick();
-  pid_ = start_program(WALK_ACTOR_PATH, {log_.name(letter)}, commands_, answers_);
-  ASSERT_TRUE(pid_ != 0 && await_answer());
-  log_.note(pid_, before, log_.tick(), letter);
-}
-
-void Actor::tell(char command, char letter) {
-  const char bytes[2] = {command, letter};
-  const uint64_t before = log_.tick();
-  ASSERT_TRUE(write(commands_, bytes, sizeof bytes) == sizeof bytes && await_answer());
+  ASSERT_EQ(read(socket_, &answer, 1), 1);
   log_.note(pid_, before, log_.tick(), letter);
 }
 
 void Actor::end() {
   if (pid_ == 0) return;
   const uint64_t before = log_.tick();
-  close(commands_);
+  close(socket_);
   EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
   log_.note(pid_, before, log_.tick(), '\0');
-  close(answers_);
   pid_ = 0;
 }
 
 StuckProcess::StuckProcess() : name_("stuck-" + std::to_string(getpid())) {
   char path[] = "/tmp/stuck-process-XXXXXX";
-  const int file = mkstemp(path);
-  close(file);
+  close(mkstemp(path));
   file_ = path;
-  int output = -1;
   if (!enter_private_namespace()) return;
-  keeper_ = start_program(STUCK_PROCESS_PATH, {"stuck_process", file_, name_}, input_, output);
+  keeper_ = start_program(STUCK_PROCESS_PATH, {"stuck_process", file_, name_}, socket_);
   char pid[32] = "";
-  if (keeper_ != 0 && read(output, pid, sizeof pid - 1) > 0) pid_ = atoi(pid);
-  close(output);
+  if (keeper_ != 0 && read(socket_, pid, sizeof pid - 1) > 0) pid_ = atoi(pid);
 }
 
 StuckProcess::~StuckProcess() {
-  close(input_);
+  close(socket_);
   if (keeper_ != 0) waitpid(keeper_, nullptr, 0);
   unlink(file_.c_str());
 }
 
 void StuckProcess::let_go() {
-  EXPECT_EQ(write(input_, "", 1), 1);
+  EXPECT_EQ(write(socket_, "", 1), 1);
 }

@@ -49,14 +49,11 @@ class Actor {
   void act(unsigned int chance);
 
  private:
-  void start(char letter);
-  void tell(char command, char letter);
   void end();
-  bool await_answer() const;
 
   ActorLog& log_;
   pid_t pid_ = 0;
-  int commands_ = -1, answers_ = -1;
+  int socket_ = -1;
 };
 
 // A process whose command line cannot be read before let_go(): see stuck_process.c.
@@ -74,7 +71,7 @@ class StuckProcess {
  private:
   std::string name_, file_;
   pid_t keeper_ = 0, pid_ = 0;
-  int input_ = -1;
+  int socket_ = -1;
 };
 
 #endif
