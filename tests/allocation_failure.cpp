@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 #include "child.h"
 
@@ -78,12 +79,8 @@ void free(void* block) {
 
 }  // extern "C"
 
-MemoryGranted::MemoryGranted() : counted_before_(g_watch.counting) {
-  g_watch.counting = false;
-}
-
-MemoryGranted::~MemoryGranted() {
-  g_watch.counting = counted_before_;
+bool set_counting(bool on) {
+  return std::exchange(g_watch.counting, on);
 }
 
 namespace {
@@ -116,17 +113,16 @@ void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResul
   scenario.call(trial.again);
 }
 
+}  // namespace
+
 Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors) {
   static auto& trial = *static_cast<TrialResult*>(mmap(
       nullptr, sizeof(TrialResult), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   trial = {};
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = status_of_child([&] {
     run(scenario, refusal, descriptors, trial);
-    _exit(0);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
+    return 0;
+  });
   Observed result{trial.allocations, trial.outcome, trial.again, ""};
   const auto note = [&result](bool wrong, const std::string& fault) {
     if (wrong) result.faults += fault + "; ";
@@ -137,14 +133,4 @@ Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptor
        "descriptors left: " + std::to_string(trial.descriptors_left_over));
   note(trial.zombie, "left a zombie");
   return result;
-}
-
-}  // namespace
-
-Observed run_refusing(const Scenario& scenario, Refusal refusal) {
-  return run_in_child(scenario, refusal, true);
-}
-
-Observed run_without_descriptors(const Scenario& scenario) {
-  return run_in_child(scenario, kNone, false);
 }

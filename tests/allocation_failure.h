@@ -31,19 +31,10 @@ struct Observed {
   std::string faults;  // a crash, leaked blocks or descriptors, a zombie; empty if none
 };
 
-Observed run_refusing(const Scenario& scenario, Refusal refusal);
-Observed run_without_descriptors(const Scenario& scenario);
+Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors = true);
 
-// While it exists, nothing is counted or refused: for hooks that a call reaches.
-class MemoryGranted {
- public:
-  MemoryGranted();
-  MemoryGranted(const MemoryGranted&) = delete;
-  MemoryGranted& operator=(const MemoryGranted&) = delete;
-  ~MemoryGranted();
-
- private:
-  bool counted_before_;
-};
+// While this is off, nothing is counted or refused: for hooks that a call reaches. Returns what it
+// was before.
+bool set_counting(bool on);
 
 #endif

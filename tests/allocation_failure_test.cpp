@@ -7,7 +7,6 @@
 #include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "child.h"
 #include "common_plugin.h"
 #include "interposed.h"
 #include "item_call.h"
@@ -56,10 +56,6 @@ struct Row {
   const char *whole, *without_memory, *without_descriptors, *partly;
 };
 
-void PrintTo(const Row& row, std::ostream* out) {
-  *out << row.scenario.name;
-}
-
 class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
  public:
   // The processes "app 10" and "app 11" of a machine that has been up for 10,000 ticks.
@@ -70,10 +66,11 @@ class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
   }
   // 1,000 ticks later.
   static void put_later_ticks() {
-    const MemoryGranted granted;
+    const bool counted = set_counting(false);
     put("stat", "cpu  1500 0 0 9500 0 0 0\n");
     put_ticks(10, 600, 0);
     put_ticks(11, 150, 0);
+    set_counting(counted);
   }
 
  protected:
@@ -119,17 +116,14 @@ class OutOf : public ProcFixture, public testing::WithParamInterface<Row> {
   // Module 7 is process 10, whose heartbeat stopped at flow 5. In a child, because an attach lasts
   // until the process ends.
   static void make_stale_heartbeat() {
-    const pid_t child = fork();
-    if (child == 0) {
+    const auto attach = [] {
       MIRT_AGENT_HEART_INFO_S* const entry = MIRT_AgentShmInit(7);
-      if (entry == nullptr) _exit(1);
+      if (entry == nullptr) return 1;
       entry->processid = 10;
       entry->flowid = 5;
-      _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    ASSERT_EQ(status, 0);
+      return 0;
+    };
+    ASSERT_EQ(status_of_child(attach), 0);
   }
 
   OwnHeartbeatFiles files_;
@@ -143,16 +137,16 @@ TEST_P(OutOf, MemoryOrDescriptors) {
     EXPECT_EQ(run.faults, "");
     EXPECT_EQ(run.again, row.whole);
   };
-  const Observed whole = run_refusing(row.scenario, kNone);
+  const Observed whole = run_in_child(row.scenario, kNone);
   expect(whole, {row.whole});
-  expect(run_refusing(row.scenario, kAll), {row.without_memory});
-  expect(run_without_descriptors(row.scenario), {row.without_descriptors});
+  expect(run_in_child(row.scenario, kAll), {row.without_memory});
+  expect(run_in_child(row.scenario, kNone, false), {row.without_descriptors});
   std::vector<std::string> partly{row.whole, row.without_memory};
   std::istringstream further(row.partly);
   for (std::string outcome; std::getline(further, outcome, '|');) partly.push_back(outcome);
   for (size_t number = 0; number < whole.allocations; ++number) {
     SCOPED_TRACE("allocation " + std::to_string(number) + " refused");
-    expect(run_refusing(row.scenario, {number, number + 1}), partly);
+    expect(run_in_child(row.scenario, {number, number + 1}), partly);
   }
 }
 

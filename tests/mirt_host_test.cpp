@@ -21,6 +21,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 // Records what it receives.
 int32_t take(const MIRT_HOST_REPORT_S* report, void* user) {
   std::ostringstream text;
@@ -121,11 +123,20 @@ TEST(Host, ARequestIsAnsweredByTheModulesHandlerAndByNobodyElse) {
   EXPECT_EQ(MIRT_CommGetLocalNid(), 7U);
 }
 
-TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
-  SKIP_WITHOUT_MOUNTS();
+class SharedMemory : public WithOwnHeartbeatFiles<> {
+ protected:
+  SharedMemory() {
+    kelvlog_set_sink([](const KELV_LOG_RECORD_S* record) { logged_ = record->text; });
+  }
+  ~SharedMemory() override { kelvlog_set_sink(nullptr); }
+
+  inline static std::string logged_;
+  void* address_ = nullptr;
+  bool created_ = false;
+};
+
+TEST_F(SharedMemory, IsCreatedOnceAndMappedOnceOrRefused) {
   umask(0);
-  const TmpfsMount small("/dev/shm", "size=64k");
-  ASSERT_TRUE(small.mounted()) << strerror(errno);
   // The content of its file before ("none": no file, "link": the file of "new"), the requested
   // size, the outcome.
   using Row = std::tuple<const char*, std::string_view, uint32_t, bool, bool>;
@@ -142,49 +153,40 @@ TEST(Host, SharedMemoryIsCreatedOnceAndMappedOnceOrRefused) {
     const std::string path = std::string("/dev/shm/") + name;
     if (content == "link") std::filesystem::create_hard_link("/dev/shm/new", path);
     if (content != "none" && content != "link") std::ofstream(path) << content;
-    void* address = nullptr;
-    bool created = !mapped;  // unchanged on failure
-    ASSERT_EQ(MIRT_InitShareMem(&address, name, size, &created), mapped ? 0 : -1);
-    EXPECT_EQ(created, is_new);
+    created_ = !mapped;  // unchanged on failure
+    ASSERT_EQ(MIRT_InitShareMem(&address_, name, size, &created_), mapped ? 0 : -1);
+    EXPECT_EQ(created_, is_new);
     if (!mapped) continue;
-    char* const memory = static_cast<char*>(address);
+    char* const memory = static_cast<char*>(address_);
     memory[size - 1] = 'x';
     EXPECT_EQ(std::ifstream(path).seekg(size - 1).get(), 'x') << "shared";
     memory[size - 1] = '\0';
-    EXPECT_EQ(MIRT_InitShareMem(&address, name, size, &created), 0);
-    EXPECT_TRUE(address == memory && !created);
-    EXPECT_EQ(MIRT_InitShareMem(&address, name, size / 2, &created), -1);
+    EXPECT_EQ(MIRT_InitShareMem(&address_, name, size, &created_), 0);
+    EXPECT_TRUE(address_ == memory && !created_);
+    EXPECT_EQ(MIRT_InitShareMem(&address_, name, size / 2, &created_), -1);
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_TRUE(content != "none" || (status.st_mode & 07777) == 0660) << "with umask 0";
   }
-  void* address = nullptr;
-  bool created = false;
   const std::string long_name(255, 'n');  // the longest with its slash has 254 letters
   for (const char* const name : {long_name.c_str(), "a/b"}) {
-    EXPECT_EQ(MIRT_InitShareMem(&address, name, 8, &created), -1) << name;
+    EXPECT_EQ(MIRT_InitShareMem(&address_, name, 8, &created_), -1) << name;
   }
-  EXPECT_EQ(MIRT_InitShareMem(&address, long_name.c_str() + 1, 8, &created), 0);
-  static std::string logged;
-  kelvlog_set_sink([](const KELV_LOG_RECORD_S* record) { logged = record->text; });
+  EXPECT_EQ(MIRT_InitShareMem(&address_, long_name.c_str() + 1, 8, &created_), 0);
   std::filesystem::create_directory("/dev/shm/folder");
-  EXPECT_EQ(MIRT_InitShareMem(&address, "folder", 8, &created), -1);
-  EXPECT_EQ(logged, "Shared memory '/folder': cannot be opened: Invalid argument.");
-  kelvlog_set_sink(nullptr);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, "folder", 8, &created_), -1);
+  EXPECT_EQ(logged_, "Shared memory '/folder': cannot be opened: Invalid argument.");
   close(STDIN_FILENO);  // 0 is a descriptor like any other
-  EXPECT_EQ(MIRT_InitShareMem(&address, "zero", 8, &created), 0);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, "zero", 8, &created_), 0);
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed again";
-  EXPECT_EQ(MIRT_InitShareMem(nullptr, "x", 8, &created), -1);
-  EXPECT_EQ(MIRT_InitShareMem(&address, nullptr, 8, &created), -1);
-  EXPECT_EQ(MIRT_InitShareMem(&address, "x", 0, &created), -1);
-  EXPECT_EQ(MIRT_InitShareMem(&address, "x", 8, nullptr), -1);
+  EXPECT_EQ(MIRT_InitShareMem(nullptr, "x", 8, &created_), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, nullptr, 8, &created_), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, "x", 0, &created_), -1);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, "x", 8, nullptr), -1);
 }
 
 // The kernel refuses O_CREAT for another user's file in a sticky directory.
-TEST(Host, SharedMemoryIsOpenedWithoutCreatingItIfTheKernelRefusesThat) {
-  SKIP_WITHOUT_MOUNTS();
-  const TmpfsMount small("/dev/shm", "size=64k,mode=1777");
-  ASSERT_TRUE(small.mounted()) << strerror(errno);
+TEST_F(SharedMemory, IsOpenedWithoutCreatingItIfTheKernelRefusesThat) {
   const passwd* const daemon = getpwnam("daemon");
   std::ofstream("/dev/shm/other") << "content";
   const bool is_root = chown("/dev/shm/other", daemon->pw_uid, daemon->pw_gid) == 0;
@@ -192,30 +194,13 @@ TEST(Host, SharedMemoryIsOpenedWithoutCreatingItIfTheKernelRefusesThat) {
   const std::string before = read_file(kSetting);
   write_file(kSetting, "2");
   const bool is_refused = shm_open("/other", O_RDWR | O_CREAT | O_CLOEXEC, 0660) < 0;
-  void* address = nullptr;
-  bool created = false;
-  EXPECT_EQ(MIRT_InitShareMem(&address, "other", 7, &created), 0);
-  EXPECT_FALSE(created);
+  EXPECT_EQ(MIRT_InitShareMem(&address_, "other", 7, &created_), 0);
+  EXPECT_FALSE(created_);
   write_file(kSetting, before);
   if (!is_root || !is_refused) GTEST_SKIP() << "the machine does not let the kernel refuse it";
 }
 
-// Runs check as this user, in its own process.
-template <typename Check>
-void expect_as(uid_t user, Check check) {
-  const auto check_as_user = [&] {
-    const bool is_user = become(user, user);
-    EXPECT_TRUE(is_user) << strerror(errno);
-    if (is_user) check();
-    return testing::Test::HasFailure() ? 1 : 0;
-  };
-  EXPECT_EQ(status_of_child(check_as_user), 0) << "as user " << user;
-}
-
-TEST(Host, SharedMemoryOfAStrangerIsRefusedAndSaysWhoseItIs) {
-  SKIP_WITHOUT_MOUNTS();
-  const TmpfsMount small("/dev/shm", "size=64k,mode=1777");
-  ASSERT_TRUE(small.mounted()) << strerror(errno);
+TEST_F(SharedMemory, OfAStrangerIsRefusedAndSaysWhoseItIs) {
   constexpr uid_t kService = 54321, kStranger = 54322;
   for (const uid_t owner : {uid_t{0}, getpwnam("daemon")->pw_uid, kService, kStranger}) {
     const std::string path = "/dev/shm/" + std::to_string(owner);
@@ -223,26 +208,22 @@ TEST(Host, SharedMemoryOfAStrangerIsRefusedAndSaysWhoseItIs) {
     std::filesystem::permissions(path, std::filesystem::perms(0666));
     if (chown(path.c_str(), owner, 0) != 0) GTEST_SKIP() << "needs root, to be other users";
   }
-  static std::string logged;
-  kelvlog_set_sink([](const KELV_LOG_RECORD_S* record) { logged = record->text; });
-  const auto outcome = [](const char* name) {
-    logged.clear();
-    void* memory = nullptr;
-    bool created = false;
-    return MIRT_InitShareMem(&memory, name, 7, &created) == 0 ? "mapped" : logged;
+  const auto outcome = [this](const char* name) {
+    return MIRT_InitShareMem(&address_, name, 7, &created_) == 0 ? "mapped" : logged_;
   };
-  expect_as(0, [&outcome] {
-    for (const char* const trusted : {"0", "1"}) EXPECT_EQ(outcome(trusted), "mapped");
-    EXPECT_EQ(outcome("54322"),
-              "Shared memory '/54322': belongs to user 54322, expected root or daemon.");
-  });
-  expect_as(kService, [&outcome] {
-    for (const char* const trusted : {"0", "1", "54321"}) EXPECT_EQ(outcome(trusted), "mapped");
-    EXPECT_EQ(
-        outcome("54322"),
-        "Shared memory '/54322': belongs to user 54322, expected root, daemon or user 54321.");
-  });
-  kelvlog_set_sink(nullptr);
+  using Row = std::tuple<uid_t, std::vector<const char*>, const char*>;
+  for (const auto& [user, trusted, expected] :
+       {Row{0, {"0", "1"}, "root or daemon."},
+        Row{kService, {"0", "1", "54321"}, "root, daemon or user 54321."}}) {
+    const auto check_as_user = [&, &user = user, &trusted = trusted, &expected = expected] {
+      EXPECT_TRUE(become(user, user)) << strerror(errno);
+      for (const char* const name : trusted) EXPECT_EQ(outcome(name), "mapped");
+      EXPECT_EQ(outcome("54322"),
+                "Shared memory '/54322': belongs to user 54322, expected "s + expected);
+      return HasFailure() ? 1 : 0;
+    };
+    EXPECT_EQ(status_of_child(check_as_user), 0) << "as user " << user;
+  }
 }
 
 }  // namespace
