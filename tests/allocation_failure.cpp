@@ -2,7 +2,6 @@
 
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "interposed.h"
@@ -109,22 +109,18 @@ TEST_F(Snapshot, CpuIsWholePercentOfOneCoreForWhoLivesThroughTheMinute) {
 }
 
 TEST_F(Snapshot, UserPercentIsOfSevenCountersAndLeavesNiceOut) {
-  const struct {
-    const char *before, *after;
-    int percent;
-    size_t listed;
-  } kRows[] = {
+  const std::tuple<const char*, const char*, int, size_t> kRows[] = {
       {"1000 10 100 2000 5 5 5", "1311 199 200 2400 155 35 25", 25, 1},  // 31100 / 1200
       {"1000 0 0 0 0 0 0", "1000 0 0 0 0 0 1", 0, 0},  // none of the ticks that count for a process
       {"1000 0 0 0 500 0 0", "1100 0 0 0 450 0 0", 200, 1},  // the kernel decreased iowait
       {"1000 0 0 5000 0 0 0", "1100 0 0 4000 0 0 0", 0, 0},  // the total went backwards
   };
   put_named(10, "x", 5);
-  for (const auto& row : kRows) {
-    put_machine(row.before);
-    meanwhile_ = [&row] { put_machine(row.after); };
-    EXPECT_EQ(list_cpu().size(), row.listed);
-    EXPECT_EQ(user_percent_, row.percent);
+  for (const auto& [before, after, percent, listed] : kRows) {
+    put_machine(before);
+    meanwhile_ = [text = after] { put_machine(text); };
+    EXPECT_EQ(list_cpu().size(), listed);
+    EXPECT_EQ(user_percent_, percent);
   }
 }
 

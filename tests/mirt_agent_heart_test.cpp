@@ -8,14 +8,12 @@
 #include <pwd.h>
 #include <sched.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -65,8 +63,8 @@ std::string table_of(std::vector<Entry> entries) {
   return {reinterpret_cast<const char*>(entries.data()), 1200};
 }
 
-std::string
-    g_logged;  // the last text; before it the host library logs what is wrong with the segment
+// The last text; before it the host library logs what is wrong with the segment.
+std::string g_logged;
 
 // Adds the outcome to those of other processes: the index of the entry, or what was logged.
 void attach_here(uint16_t module) {
@@ -152,10 +150,9 @@ TEST_F(HeartTable, LaterAttachesFindOrClaimUntilItIsFull) {
 }
 
 TEST_F(HeartTable, LockFileOrSegmentThatIsNoneIsLeftAlone) {
-  constexpr char kNoLockFile[] =
-      "MIRT_AgentShmInitCreateFile: Create or reopen /tmp/mirt_agent_lock failed.\n";
   std::filesystem::create_directory(MIRT_AGENT_LOCK_FILE);
-  EXPECT_EQ(attach(7), kNoLockFile);
+  EXPECT_EQ(attach(7),
+            "MIRT_AgentShmInitCreateFile: Create or reopen /tmp/mirt_agent_lock failed.\n");
   std::filesystem::remove(MIRT_AGENT_LOCK_FILE);
   EXPECT_FALSE(std::filesystem::exists(kSegment));
   write_file(kSegment, std::string(1201, 'x'));

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -158,9 +158,7 @@ TEST_F(ProcessMonitor, HeartbeatIsJudgedByItsEntry) {
 }
 
 TEST_F(ProcessMonitor, BadInputReachesNoHost) {
-  const struct {
-    const char *parameters, *reason;
-  } kReports[] = {
+  const std::pair<const char*, const char*> kReports[] = {
       {"errcode=1;ProcessMoudleId=5", "Get para 'ErrCode' failed."},
       {"ErrCode=0xFFFFFFFF", "Get para 'ErrCode' failed."},
       {"ErrCode=none", "ErrCode 0x0 is not supported."},
@@ -170,7 +168,7 @@ TEST_F(ProcessMonitor, BadInputReachesNoHost) {
       {"ErrCode=0xF000020F", "Get para 'ProcessName' failed."},
       {"ErrCode=0xF000020F;ProcessName=a", "Get para 'ProcessMoudleId' failed."},
   };
-  for (const auto& row : kReports) expect_outcome(SendErrRpt, params(row.parameters), row.reason);
+  for (const auto& [text, reason] : kReports) expect_outcome(SendErrRpt, params(text), reason);
   expect_outcome(SendErrRptExtend, params("x=1"), "Get para 'ErrCode' failed.");
   expect_outcome(ProcessHeartBeat, params("processname=a"), "Get para 'ProcessName' failed.");
   expect_outcome(ProcessHeartBeat, params("ProcessName=a"), "Get para 'ProcessMoudleId' failed.");
@@ -198,9 +196,8 @@ std::string key_bytes(uint16_t resType, uint32_t errCode, const std::string& res
 
 TEST_F(ProcessMonitor, ReportIsMadeSentAndDestroyed) {
   const std::string kHundred(100, 'r');
-  const struct {
-    std::string parameters, key, added;
-  } kRows[] = {
+  const std::array<std::string, 3> kRows[] = {
+      // parameters, key and added parameters
       {"ErrCode=0xF0000203;ProcessMoudleId=5;ResId=cpu0;UserData=17",
        key_bytes(0xF005, 0xF0000203, "cpu0"), ""},
       {"ResId=" + kHundred + ";ProcessMoudleId=0x1A123;ErrCode=8321499652",
@@ -213,16 +210,16 @@ TEST_F(ProcessMonitor, ReportIsMadeSentAndDestroyed) {
        key_bytes(0xF009, 0xF000020F, kHundred),
        "add ProcessMoudleId=9;add UserData=;add ProcessName=" + kHundred + ";"},
   };
-  for (const auto& row : kRows) {
+  for (const auto& [parameters, key, added] : kRows) {
     SetUp();
-    expect_outcome(SendErrRpt, params(row.parameters));
-    EXPECT_EQ(g_host.calls, "create " + row.key + ";" + row.added + "key;send;destroy;");
+    expect_outcome(SendErrRpt, params(parameters));
+    EXPECT_EQ(g_host.calls, "create " + key + ";" + added + "key;send;destroy;");
     EXPECT_EQ(g_log, "5 SendErrRpt: DiagCode(0xABCDEF01) resId from the host.");
   }
   g_host.send_result = -3;
   g_host.calls.clear();
-  expect_outcome(SendErrRpt, params(kRows[0].parameters), "Send ErrRpt failed.");
-  EXPECT_EQ(g_host.calls, "create " + kRows[0].key + ";key;send;destroy;");
+  expect_outcome(SendErrRpt, params(kRows[0][0]), "Send ErrRpt failed.");
+  EXPECT_EQ(g_host.calls, "create " + kRows[0][1] + ";key;send;destroy;");
 }
 
 TEST_F(ProcessMonitor, ReportThatCannotBeMadeOrFilledIsNotSent) {
