@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -86,10 +88,8 @@ namespace {
 
 // The results that a child writes to memory shared with its parent.
 struct TrialResult {
-  size_t allocations, left_over;
-  int descriptors_left_over;
-  bool zombie;
-  char outcome[kOutcomeSize], again[kOutcomeSize];
+  size_t allocations;
+  char outcome[kOutcomeSize], again[kOutcomeSize], faults[kOutcomeSize];
 };
 
 void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResult& trial) {
@@ -105,9 +105,12 @@ void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResul
   }
   if (scenario.release != nullptr) scenario.release();
   trial.allocations = g_watch.asked;
-  trial.left_over = g_watch.live;
-  trial.descriptors_left_over = open_descriptors() - open_before;
-  trial.zombie = waitpid(-1, nullptr, WNOHANG) > 0;
+  const auto note = [&trial](int left, const char* what) {
+    if (left != 0) sprintf(trial.faults + strlen(trial.faults), "%d %s left; ", left, what);
+  };
+  note(g_watch.live > scenario.kept ? static_cast<int>(g_watch.live) : 0, "blocks");
+  note(open_descriptors() - open_before, "descriptors");
+  note(waitpid(-1, nullptr, WNOHANG) > 0 ? 1 : 0, "zombie");
   if (scenario.prepare != nullptr) scenario.prepare();
   scenario.call(trial.again);
 }
@@ -122,14 +125,6 @@ Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptor
     run(scenario, refusal, descriptors, trial);
     return 0;
   });
-  Observed result{trial.allocations, trial.outcome, trial.again, ""};
-  const auto note = [&result](bool wrong, const std::string& fault) {
-    if (wrong) result.faults += fault + "; ";
-  };
-  note(status != 0, "crashed, status " + std::to_string(status));
-  note(trial.left_over > scenario.kept, "blocks left: " + std::to_string(trial.left_over));
-  note(trial.descriptors_left_over != 0,
-       "descriptors left: " + std::to_string(trial.descriptors_left_over));
-  note(trial.zombie, "left a zombie");
-  return result;
+  const std::string crash = status != 0 ? "crashed, status " + std::to_string(status) : "";
+  return {trial.allocations, trial.outcome, trial.again, trial.faults + crash};
 }

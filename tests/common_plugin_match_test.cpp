@@ -71,9 +71,8 @@ TEST_F(Match, ComparesTheJoinedCommandLineByMode) {
   EXPECT_TRUE(matches(begin, 0)) << "what comes behind is not compared";
   EXPECT_FALSE(matches(begin + "t", 1));
   put_cmdline(5, {});
-  for (const int flag : {0, 1, 2}) {
-    EXPECT_FALSE(matches("", flag)) << "an empty command line never matches";
-  }
+  // An empty command line never matches.
+  for (const int flag : {0, 1, 2}) EXPECT_FALSE(matches("", flag)) << flag;
 }
 
 TEST_F(Match, RecordsTheFirstMatchesInTheOrderOfTheListing) {

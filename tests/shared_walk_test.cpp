@@ -41,8 +41,7 @@ using Pids = std::vector<int>;
 
 class Threads {
  public:
-  Threads() = default;
-  Threads(int count, const std::function<void(int)>& work) {
+  explicit Threads(int count = 0, const std::function<void(int)>& work = nullptr) {
     for (int number = 0; number < count; ++number) add([work, number] { work(number); });
   }
   Threads& operator=(Threads&&) = delete;
@@ -104,8 +103,7 @@ class SharedWalk : public ProcFixture {
     }
     put_cmdline(kFirst + 5, {});
     for (int i = 0; i < 12; ++i) patterns_.push_back(text("ab*? ", 7));
-    for (const char* extreme : {"", "*", "?", "**", "a*b*", "*a", "b"})
-      patterns_.emplace_back(extreme);
+    patterns_.insert(patterns_.end(), {"", "*", "?", "**", "a*b*", "*a", "b"});
   }
 
   std::string text(const std::string& letters, size_t longest) {
