@@ -116,7 +116,8 @@ start_sleeper() {
   await "the process" inside pgrep -fx 'sleep 77777'
 }
 # The service runs again, as another process than $before.
-runs_anew() { [ "$(state_of ActiveState)" = active ] && [ "$(state_of MainPID)" != "$before" ]; }
+# The process first: between an end and the restart it is 0.
+runs_anew() { case $(state_of MainPID) in '' | 0 | "$before") false ;; *) [ "$(state_of ActiveState)" = active ] ;; esac; }
 
 step "it is active and has told its state"
 [ "$(state_of Type)" = notify ] || fault "the service does not notify"
