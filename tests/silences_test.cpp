@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 using std::chrono::hours;
@@ -49,30 +51,19 @@ TEST(Silences, ReplaceThoseOfTheSamePatternAndAreBounded) {
   EXPECT_FALSE(silences.remove("a*")) << "a pattern is removed as it was given";
 }
 
-TEST(Silences, OutlastBeingWrittenAndReadInAnyTimeZone) {
+TEST(Silences, AreReadAsTheyWereWrittenAndOnlyAsAWhole) {
   const Silence silence{"d\"*", kNow + hours(2), "\xc3\xa4 \n", kNow};
-  for (const char* const zone : {"UTC", "Asia/Kathmandu", "XXX8YYY"}) {
-    setenv("TZ", zone, 1);
-    tzset();
-    const std::string text = json_text(json_of(silence));
-    const auto read = silence_of(Json::parse(text));
-    ASSERT_TRUE(read) << text;
-    EXPECT_EQ(read->pattern, silence.pattern);
-    EXPECT_EQ(read->until, silence.until) << text;
-    EXPECT_EQ(read->reason, silence.reason);
-    EXPECT_EQ(read->since, silence.since);
-  }
-  unsetenv("TZ");
-  tzset();
-  Json json = json_of(silence);
-  for (const char* const time : {"", "2027-01-15T08:00:00.250", "2027-13-15T08:00:00.250+00:00",
-                                 "9999-01-01T00:00:00.000+00:00", "2027-01-15T08:00:00.250+00:00x",
-                                 "2027-01-15T08:00:00.250 00:00"}) {
-    json["until"] = time;
-    EXPECT_FALSE(silence_of(json)) << time;
+  const Json whole = Json::parse(json_text(json_of(silence)));
+  const auto read = silence_of(whole);
+  ASSERT_TRUE(read) << whole;
+  EXPECT_EQ(std::tie(read->pattern, read->until, read->reason, read->since),
+            std::tie(silence.pattern, silence.until, silence.reason, silence.since));
+  for (const auto& [member, value] : whole.items()) {
+    Json damaged = whole;
+    damaged[member] = 1;
+    EXPECT_FALSE(silence_of(damaged)) << member;
   }
   EXPECT_FALSE(silence_of(Json::array()));
-  EXPECT_FALSE(silence_of(Json{{"pattern", 1}}));
 }
 
 }  // namespace
