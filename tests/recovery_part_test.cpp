@@ -60,22 +60,14 @@ class Witness {
 };
 
 TEST(ShellCommand, KillsWhateverItHasStartedWhereverThatHasGone) {
-  const std::string sleeper = "sh -c \"echo x; exec sleep 1000\"";
-  const std::string command = "timeout 900 " + sleeper +
-                              " &\n"  // in its own process group
-                              "setsid " +
-                              sleeper +
-                              " &\n"  // in its own session
-                              "(setsid " +
-                              sleeper +
-                              " &)\n"  // and its parent has ended
-                              "(exec 9>&1; (setsid sh -c '(" +
-                              sleeper +
-                              " &)') &)\n"  // a daemon
-                              "env -i " +
-                              sleeper +
-                              " &\n"  // without the environment
-                              "trap \"\" TERM INT HUP; wait; wait\n";
+  const std::string command = R"(
+      export sleeper='echo x; exec sleep 1000'
+      timeout 900 sh -c "$sleeper" &  # in its own process group
+      setsid sh -c "$sleeper" &       # in its own session
+      (setsid sh -c "$sleeper" &)     # and its parent has ended
+      (exec 9>&1; (setsid sh -c '(sh -c "$sleeper" &)') &)  # a daemon
+      env -i sh -c "$sleeper" &       # without the environment
+      trap "" TERM INT HUP; wait; wait)";
   std::string said;
   // On a slow machine some may not have started yet.
   for (int limit_s = 1; said.size() < 10 && limit_s < 600; limit_s *= 2) {
