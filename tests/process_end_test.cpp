@@ -12,7 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
+#include <string>
 #include <thread>
 
 #include "child.h"
@@ -24,7 +24,7 @@ namespace {
 using std::chrono::milliseconds;
 using Steady = FollowedProcess::Steady;
 
-// A child that waits until it is told with which status to exit.
+// A child that waits until it is told with which status to exit. It is not waited for.
 class Exiting {
  public:
   Exiting() {
@@ -41,17 +41,16 @@ class Exiting {
   Exiting& operator=(Exiting&&) = delete;  // neither copied nor moved
   ~Exiting() { close(write_end_); }
   pid_t pid() const { return pid_; }
-  void exit_with(unsigned char status) const { EXPECT_EQ(write(write_end_, &status, 1), 1); }
+  void exit_with(unsigned char status) const {
+    EXPECT_EQ(write(write_end_, &status, 1), 1);
+    siginfo_t info;
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT), 0);
+  }
 
  private:
   pid_t pid_ = -1;
   int write_end_ = -1;
 };
-
-void wait_for_end(const FollowedProcess& process) {
-  pollfd ended{process.fd(), POLLIN, 0};
-  ASSERT_EQ(poll(&ended, 1, -1), 1);
-}
 
 // From 6.15 on it tells how a process has ended that has been waited for.
 bool kernel_tells() {
@@ -71,7 +70,6 @@ TEST(FollowedProcess, TellsHowAChildEndedBeforeAndAfterItIsWaitedFor) {
   EXPECT_GE(age, milliseconds(0));
   EXPECT_LT(age, std::chrono::seconds(100));
   child.exit_with(7);
-  wait_for_end(*process);
   ASSERT_TRUE(process->end());
   ASSERT_TRUE(process->end()->status) << "not waited for";
   EXPECT_EQ(WEXITSTATUS(*process->end()->status), 7);
@@ -89,7 +87,8 @@ TEST(FollowedProcess, TellsASignalAlsoOfOneThatIsNoChild) {
   const auto process = FollowedProcess::follow(orphan, Steady::now());
   ASSERT_TRUE(process);
   kill(orphan, SIGKILL);
-  wait_for_end(*process);
+  pollfd ended{process->fd(), POLLIN, 0};
+  ASSERT_EQ(poll(&ended, 1, -1), 1);
   const auto end = process->end();
   ASSERT_TRUE(end);
   EXPECT_TRUE(!kernel_tells() || end->status == SIGKILL);
@@ -100,8 +99,6 @@ TEST(FollowedProcess, TellsASignalAlsoOfOneThatIsNoChild) {
 TEST(FollowedProcess, IsNoneThatHasEndedOrIsAThreadOrHasNoDescriptor) {
   Exiting child;
   child.exit_with(0);
-  siginfo_t info;
-  waitid(P_PID, static_cast<id_t>(child.pid()), &info, WEXITED | WNOWAIT);
   EXPECT_FALSE(FollowedProcess::follow(child.pid(), Steady::now()));
   EXPECT_EQ(errno, ESRCH);
   waitpid(child.pid(), nullptr, 0);
@@ -123,7 +120,6 @@ TEST(FollowedProcess, DoesNotTakeWhatItMayNotReadForAnExitStatus) {
   const auto process = FollowedProcess::follow(child.pid(), Steady::now());
   ASSERT_TRUE(process);
   child.exit_with(7);
-  wait_for_end(*process);
   const auto is_hidden_from_nobody = [&process] {
     constexpr uid_t kNobody = 65534;
     const bool is_nobody = become(kNobody, kNobody);
@@ -132,12 +128,6 @@ TEST(FollowedProcess, DoesNotTakeWhatItMayNotReadForAnExitStatus) {
   };
   EXPECT_EQ(status_of_child(is_hidden_from_nobody), 0);
   waitpid(child.pid(), nullptr, 0);
-}
-
-bool set_last_pid(pid_t pid) {
-  std::ofstream file("/proc/sys/kernel/ns_last_pid");
-  file << pid << std::flush;
-  return file.good();
 }
 
 // In a PID namespace of its own, as its first process. 0 if all is as it should be, or the number
@@ -155,7 +145,7 @@ int follow_reused_number() {
   waitpid(first.pid(), nullptr, 0);
   // Start times are told to a hundredth of a second.
   std::this_thread::sleep_until(seen + milliseconds(20));
-  if (!set_last_pid(first.pid() - 1)) return __LINE__;
+  write_file("/proc/sys/kernel/ns_last_pid", std::to_string(first.pid() - 1));
   const Exiting second;
   if (second.pid() != first.pid()) return __LINE__;
   const auto end = followed->end();
@@ -172,15 +162,13 @@ int follow_reused_number() {
 
 TEST(FollowedProcess, IsNeverAnotherOneOfTheSameNumber) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can choose the next process number";
-  const auto follow = [] {
-    const int line = follow_reused_number();
-    if (line != 0) std::fprintf(stderr, "line %d\n", line);
-    return line == 0 ? 0 : 1;
+  const auto unshared = [] {
+    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) return 1;
+    const int status = status_of_child(follow_reused_number);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
   };
-  const auto unshared = [&follow] {
-    return unshare(CLONE_NEWPID | CLONE_NEWNS) == 0 && status_of_child(follow) == 0 ? 0 : 1;
-  };
-  EXPECT_EQ(status_of_child(unshared), 0);
+  const int status = status_of_child(unshared);
+  EXPECT_EQ(status, 0) << "line " << WEXITSTATUS(status);
 }
 
 TEST(EndText, HasTheTwoLargestUnits) {

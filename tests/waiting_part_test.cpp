@@ -13,7 +13,6 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -70,19 +69,23 @@ class FullPipe {
   int ends_[2] = {-1, -1};
 };
 
-TEST(LineQueue, KeepsTheNewestValuesAndTheFirstOfWhatLastsAndSaysWhatIsLost) {
-  const Wake wake;
-  FullPipe pipe;
-  LineQueue queue(pipe.writer(), loss_text, wake);
-  ASSERT_TRUE(queue.ready());
-  queue.push(std::string(PIPE_BUF, 'f'), Weight::kOrdinary);  // nothing else joins its write
+class LineQueueTest : public testing::Test {
+ protected:
+  const Wake wake_;
+  FullPipe pipe_;
+  LineQueue queue_{pipe_.writer(), loss_text, wake_};
+};
+
+TEST_F(LineQueueTest, KeepsTheNewestValuesAndTheFirstOfWhatLastsAndSaysWhatIsLost) {
+  ASSERT_TRUE(queue_.ready());
+  queue_.push(std::string(PIPE_BUF, 'f'), Weight::kOrdinary);  // nothing else joins its write
   const size_t ordinary = LineQueue::kMostOrdinary + 7, lasting = LineQueue::kMostLasting + 3;
-  for (size_t i = 0; i < ordinary; ++i) queue.push("o" + std::to_string(i), Weight::kOrdinary);
-  for (size_t i = 0; i < lasting; ++i) queue.push("l" + std::to_string(i), Weight::kLasting);
-  queue.push("end", Weight::kOrdinary);
+  for (size_t i = 0; i < ordinary; ++i) queue_.push("o" + std::to_string(i), Weight::kOrdinary);
+  for (size_t i = 0; i < lasting; ++i) queue_.push("l" + std::to_string(i), Weight::kLasting);
+  queue_.push("end", Weight::kOrdinary);
   std::vector<std::string> values, others;
   unsigned long lost_values = 0, lost_others = 0;
-  for (std::string line; (line = pipe.line()) != "end";) {
+  for (std::string line; (line = pipe_.line()) != "end";) {
     unsigned long one = 0, other = 0;
     if (std::sscanf(line.c_str(), "lost %lu+%lu", &one, &other) == 2) {
       lost_values += one;
@@ -100,50 +103,44 @@ TEST(LineQueue, KeepsTheNewestValuesAndTheFirstOfWhatLastsAndSaysWhatIsLost) {
   EXPECT_EQ(lost_others, 3U);
   ASSERT_EQ(others.size(), LineQueue::kMostLasting);
   for (size_t i = 0; i < others.size(); ++i) ASSERT_EQ(others[i], "l" + std::to_string(i));
-  EXPECT_EQ(queue.finish(std::chrono::seconds(100)), 0U);
+  EXPECT_EQ(queue_.finish(std::chrono::seconds(100)), 0U);
 }
 
-TEST(LineQueue, KeepsTheOrderOfBothKindsAndCountsBytesToo) {
-  const Wake wake;
-  FullPipe pipe;
-  LineQueue queue(pipe.writer(), loss_text, wake);
+TEST_F(LineQueueTest, KeepsTheOrderOfBothKindsAndCountsBytesToo) {
   const std::string half(LineQueue::kMostOrdinaryBytes / 2, 'x');
-  queue.push("first", Weight::kLasting);
-  queue.push(half + "1", Weight::kOrdinary);
-  queue.push(half + "2", Weight::kOrdinary);
-  queue.push("then", Weight::kLasting);
-  queue.push("last", Weight::kOrdinary);
-  std::string line = pipe.line();
-  if (line == "first") line = pipe.line();  // before or after the loss was counted
+  queue_.push("first", Weight::kLasting);
+  queue_.push(half + "1", Weight::kOrdinary);
+  queue_.push(half + "2", Weight::kOrdinary);
+  queue_.push("then", Weight::kLasting);
+  queue_.push("last", Weight::kOrdinary);
+  std::string line = pipe_.line();
+  if (line == "first") line = pipe_.line();  // before or after the loss was counted
   EXPECT_EQ(line, "lost 1+0");
-  line = pipe.line();
-  if (line == "first") line = pipe.line();
+  line = pipe_.line();
+  if (line == "first") line = pipe_.line();
   EXPECT_TRUE(line == half + "2") << line.size();
-  EXPECT_EQ(pipe.line(), "then");
-  EXPECT_EQ(pipe.line(), "last");
+  EXPECT_EQ(pipe_.line(), "then");
+  EXPECT_EQ(pipe_.line(), "last");
 }
 
-TEST(LineQueue, EndsAlthoughNobodyReadsAndTellsThatTheReaderHasGone) {
-  const Wake wake;
-  FullPipe unread;
-  LineQueue queue(unread.writer(), loss_text, wake);
-  for (int i = 0; i < 5; ++i) queue.push("x", Weight::kLasting);
-  EXPECT_EQ(queue.finish(std::chrono::milliseconds(0)), 5U);
-  EXPECT_FALSE(queue.stuck());
-  EXPECT_FALSE(queue.closed());
+TEST_F(LineQueueTest, EndsAlthoughNobodyReadsAndTellsThatTheReaderHasGone) {
+  for (int i = 0; i < 5; ++i) queue_.push("x", Weight::kLasting);
+  EXPECT_EQ(queue_.finish(std::chrono::milliseconds(0)), 5U);
+  EXPECT_FALSE(queue_.stuck());
+  EXPECT_FALSE(queue_.closed());
 
   std::signal(SIGPIPE, SIG_IGN);
   FullPipe left;
-  LineQueue lost(left.writer(), loss_text, wake);
+  LineQueue lost(left.writer(), loss_text, wake_);
   left.close_reader();
-  wake.clear();
+  wake_.clear();
   lost.push("x", Weight::kOrdinary);
   while (!lost.closed()) std::this_thread::yield();
   EXPECT_EQ(lost.error(), 0) << "it has merely gone";
   EXPECT_EQ(lost.finish(std::chrono::seconds(100)), 0U);
 
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  LineQueue failed(full, loss_text, wake);
+  LineQueue failed(full, loss_text, wake_);
   failed.push("x", Weight::kOrdinary);
   while (!failed.closed()) std::this_thread::yield();
   EXPECT_EQ(failed.error(), ENOSPC);
@@ -151,9 +148,9 @@ TEST(LineQueue, EndsAlthoughNobodyReadsAndTellsThatTheReaderHasGone) {
   close(full);
 }
 
-// Where a thread waits that runs `wait`; `release` lets it go on.
-std::string place_of(const std::function<void()>& wait, const std::function<void()>& release,
-                     const std::string& expected) {
+// A thread that runs `wait` gets to this place sooner or later; `release` lets it go on.
+void expect_place(const std::string& expected, const std::function<void()>& wait,
+                  const std::function<void()>& release) {
   std::atomic<int> tid{0};
   std::thread thread([&] {
     tid = gettid();
@@ -161,48 +158,43 @@ std::string place_of(const std::function<void()>& wait, const std::function<void
   });
   while (tid == 0) std::this_thread::yield();
   std::string text;
-  // It gets there sooner or later.
   for (int tries = 0; tries < 100000 && text != expected; ++tries) {
     const std::optional<WaitPlace> place = wait_place_of(tid);
     text = place ? place->text() : "running";
     std::this_thread::yield();
   }
+  EXPECT_EQ(text, expected);
   release();
   thread.join();
-  return text;
 }
 
 TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
   char name[] = "/tmp/waiting-XXXXXX";
   const std::string folder = mkdtemp(name), fifo = folder + "/fifo", lock = folder + "/lock";
   mkfifo(fifo.c_str(), 0600);
-  const auto open_fifo = [&] { close(open(fifo.c_str(), O_RDONLY | O_CLOEXEC)); };
-  const auto open_other_end = [&] { close(open(fifo.c_str(), O_WRONLY | O_CLOEXEC)); };
-  std::string expected = "in open of " + fifo;
-  EXPECT_EQ(place_of(open_fifo, open_other_end, expected), expected);
+  const auto open_fifo = [&](int flags) { close(open(fifo.c_str(), flags | O_CLOEXEC)); };
+  expect_place(
+      "in open of " + fifo, [&] { open_fifo(O_RDONLY); }, [&] { open_fifo(O_WRONLY); });
 
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   char byte = 0;
-  expected = "in read from a command that it has started";
-  EXPECT_EQ(place_of([&] { EXPECT_EQ(read(ends[0], &byte, 1), 1); },
-                     [&] { EXPECT_EQ(write(ends[1], "x", 1), 1); }, expected),
-            expected);
+  expect_place(
+      "in read from a command that it has started", [&] { EXPECT_EQ(read(ends[0], &byte, 1), 1); },
+      [&] { EXPECT_EQ(write(ends[1], "x", 1), 1); });
 
   const int held = open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   const int wanted = open(lock.c_str(), O_RDWR | O_CLOEXEC);
   flock(held, LOCK_EX);
-  expected = "in flock of " + lock;
-  EXPECT_EQ(place_of([&] { flock(wanted, LOCK_EX); }, [&] { flock(held, LOCK_UN); }, expected),
-            expected);
+  expect_place(
+      "in flock of " + lock, [&] { flock(wanted, LOCK_EX); }, [&] { flock(held, LOCK_UN); });
   for (const int fd : {ends[0], ends[1], held, wanted}) close(fd);
   std::filesystem::remove_all(folder);
 
   const WaitPlace place{"read", "/proc/self/cmdline", getpid()};
-  std::string own_name;
-  std::getline(std::ifstream("/proc/self/comm"), own_name);
-  EXPECT_EQ(place.text(), "in read of /proc/self/cmdline (process " + std::to_string(getpid()) +
-                              ", \"" + own_name + "\")");
+  prctl(PR_SET_NAME, "reader");
+  EXPECT_EQ(place.text(),
+            "in read of /proc/self/cmdline (process " + std::to_string(getpid()) + ", \"reader\")");
 }
 
 // A process that is always busy, on this processor.
