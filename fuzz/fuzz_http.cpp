@@ -26,8 +26,7 @@ std::shared_ptr<const Snapshot> some_snapshot() {
 class Scheduler {
  public:
   Scheduler() : thread_([this] { serve(); }) {}
-  Scheduler(const Scheduler&) = delete;
-  Scheduler& operator=(const Scheduler&) = delete;
+  Scheduler& operator=(Scheduler&&) = delete;  // neither copied nor moved
   ~Scheduler() {
     ending_ = true;
     wake_.set();

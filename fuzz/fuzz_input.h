@@ -55,8 +55,7 @@ class MemoryFile {
     FUZZ_CHECK(write(fd_, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
     path_ = "/proc/self/fd/" + std::to_string(fd_);
   }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
+  MemoryFile& operator=(MemoryFile&&) = delete;  // neither copied nor moved
   ~MemoryFile() { close(fd_); }
   const std::string& path() const { return path_; }
 

@@ -75,8 +75,7 @@ class OwnRoot {
     fs::create_directory(kRoot / "proc");
     FUZZ_CHECK(chroot(kRoot.c_str()) == 0);
   }
-  OwnRoot(const OwnRoot&) = delete;
-  OwnRoot& operator=(const OwnRoot&) = delete;
+  OwnRoot& operator=(OwnRoot&&) = delete;  // neither copied nor moved
   ~OwnRoot() { FUZZ_CHECK(fchdir(real_root_) == 0 && chroot(".") == 0 && fchdir(folder_) == 0); }
 
   static bool prepare() {
@@ -100,12 +99,6 @@ void call(Item item, std::vector<FI_PARAM_S>& parameters, FI_CONTEXT_S& context)
   FUZZ_CHECK(result.result == 0 || result.result == -1);
   FUZZ_CHECK(memchr(result.reason, '\0', sizeof result.reason) != nullptr);
   FUZZ_CHECK(free_descriptor() == descriptor);
-}
-
-// The table of hung threads belongs to the host's record, so no item frees it.
-void end(Item item, FI_CONTEXT_S& context) {
-  if (item != CheckProcessStatusIsD && item != CheckProcessStatusIsDForAppData) return;
-  free(ContextOverlay<process_status_context_t>(context)->pthreadinfoset);
 }
 
 bool prepare() {
@@ -154,6 +147,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     put(files[i]);
   }
   call(item, parameters, context);
-  end(item, context);
+  // The table of hung threads belongs to the host's record, so no item frees it.
+  if (item == CheckProcessStatusIsD || item == CheckProcessStatusIsDForAppData) {
+    free(ContextOverlay<process_status_context_t>(context)->pthreadinfoset);
+  }
   return 0;
 }

@@ -53,7 +53,7 @@ class Harness:
     def __init__(self, binaries, folder):
         self.binaries, self.folder = binaries, folder
         self.monitor = os.path.join(binaries, 'mirt-monitor')
-        config = os.path.join(folder, 'watch.toml')
+        self.config = config = os.path.join(folder, 'watch.toml')
         self.socket = os.path.join(folder, 'socket')
         with open(config, 'w') as file:
             file.write('every = "50 ms"\n[machine]\nmemory = { above = 99 }\n'
@@ -78,16 +78,14 @@ class Harness:
             'silence': ['silence', 'nothing', '--for', '1h', '--socket', self.socket],
             'run': ['run', '--config', config, '--rounds', '2', '--json'],
         }
-        self.config = config
 
     def start_surroundings(self):
         free = struct.pack('<IIQII', 0xFFFFFFFF, 0xFFFF, 0, 0xFFFFFFFF, 0)
         with open('/dev/shm/MIRT_AGENT_HEARTBEAT', 'wb') as table:
             table.write(struct.pack('<IIQII', os.getpid(), 7, 2**64 - 1, 3, 0) + free * 49)
-        quiet = {'stdout': subprocess.DEVNULL, 'stderr': subprocess.DEVNULL}
         yield subprocess.Popen(['sleep', '98765'])
         command = [self.monitor, 'run', '--config', self.config, '--socket', self.socket]
-        monitor = subprocess.Popen(command, **quiet)
+        monitor = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         yield monitor
         while not os.path.exists(self.socket):
             if monitor.poll() is not None:
@@ -100,9 +98,8 @@ class Harness:
         memory = case.call == 'memory'
         count = tempfile.mktemp(dir=self.folder)
         if memory:
-            environment['LD_PRELOAD'] = os.path.join(self.binaries, 'failing_malloc.so')
-            environment['MIRT_COUNT_TO'] = count
-            environment['MIRT_FAIL_AT'] = str(case.at)
+            environment.update(LD_PRELOAD=os.path.join(self.binaries, 'failing_malloc.so'),
+                               MIRT_COUNT_TO=count, MIRT_FAIL_AT=str(case.at))
             if case.always:
                 environment['MIRT_FAIL_ALWAYS'] = '1'
         number = -1 if memory else CALLS[case.call][0]

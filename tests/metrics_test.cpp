@@ -15,10 +15,6 @@ using Value = ParamRow::Value;
 
 constexpr char kCommandLine[] = "watched by the metrics test";
 
-std::string alarm(const std::string& text) {
-  return "[[instance.alarm]]\n" + text + "\n";
-}
-
 // A value with which the item works.
 std::string working_value(const ParamRow& row) {
   switch (row.value) {
@@ -76,11 +72,8 @@ class MetricsTest : public HeartTest {
     HeartTest::SetUp();
     SKIP_WITHOUT_PROMTOOL();
   }
-  void configure_with_socket(const std::string& text) const {
-    configure("[status]\nsocket = '" + (folder_ / "socket").string() + "'\n" + text);
-  }
   std::string scrape() const {
-    const auto result = UnixClient(folder_ / "socket").Get("/metrics");
+    const auto result = UnixClient(socket_path()).Get("/metrics");
     EXPECT_TRUE(result && result->status == 200) << httplib::to_string(result.error());
     return result ? result->body : "";
   }

@@ -8,14 +8,9 @@ namespace {
 
 class ApiTest : public HeartTest {
  protected:
-  void configure_with_socket(const std::string& text) const {
-    configure("[status]\nsocket = '" + socket() + "'\n" + text);
-  }
-  std::string socket() const { return (folder_ / "socket").string(); }
-
   // The body of the answer, which has this status.
   std::string get(const std::string& path, int status = 200) {
-    const auto result = UnixClient(socket()).Get(path);
+    const auto result = UnixClient(socket_path()).Get(path);
     EXPECT_TRUE(result) << path << ": " << httplib::to_string(result.error());
     if (!result) return "{}";
     EXPECT_EQ(result->status, status) << path << ": " << result->body;
@@ -45,8 +40,8 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
                         "[alert.ops]\ncommand = ['/bin/false']\n");
   Monitor monitor(folder_, kRun);
   monitor.await({{"instance", "heart"}, {"state", "alarm"}});
-  UnixClient(socket()).Post("/api/silences", R"({"pattern": "heart", "for_seconds": 60})",
-                            "application/json");
+  UnixClient(socket_path())
+      .Post("/api/silences", R"({"pattern": "heart", "for_seconds": 60})", "application/json");
   Answers answers;
   const Json watch = await_watch("disk:%2F%C3%A4%20%25%3F%23%5C", {{"state", "alarm"}});
   EXPECT_EQ(watch["name"], name);
@@ -117,8 +112,7 @@ uint16_t free_port() {
 class HttpTest : public MonitorTest {
  protected:
   void configure_http(const std::string& host, const std::string& rest) const {
-    configure("[status]\nsocket = '" + (folder_ / "socket").string() + "'\n[http]\nlisten = '" +
-              host + ":" + std::to_string(port_) + "'\n" + rest);
+    configure_with_socket("[http]\nlisten = '" + host + ":" + std::to_string(port_) + "'\n" + rest);
   }
   // The status of the answer; 0 if there is none.
   int status_of(const std::string& method, const std::string& path,

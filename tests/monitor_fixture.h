@@ -53,6 +53,10 @@ inline std::string instance(const std::string& name, const std::string& item,
          params_text(params) + "\n";
 }
 
+inline std::string alarm(const std::string& text) {
+  return "[[instance.alarm]]\n" + text + "\n";
+}
+
 // A shell command that execs mirt-monitor, in a new process group together with the processes that
 // its items start.
 class Monitor {
@@ -161,6 +165,10 @@ class MonitorTest : public testing::Test {
   ~MonitorTest() override { fs::remove_all(folder_); }
 
   void configure(const std::string& text) const { std::ofstream(folder_ / "a.toml") << text; }
+  void configure_with_socket(const std::string& text) const {
+    configure("[status]\nsocket = '" + socket_path() + "'\n" + text);
+  }
+  std::string socket_path() const { return (folder_ / "socket").string(); }
 
   // What check-config says of the text, all of it on standard error but for the last line.
   std::string check(const std::string& text, int exit_code, const std::string& options = "") const {

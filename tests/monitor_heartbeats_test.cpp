@@ -142,31 +142,23 @@ TEST_F(PrepareTest, ALockThatIsNeverReleasedNamesItsHolder) {
   EXPECT_FALSE(fs::exists(kTable));
 }
 
-// A process of another user, which attaches and beats.
-struct Service {
-  uid_t user;
-  gid_t group;
-  std::vector<gid_t> more;
-
-  // 0: attached; as the tests' exit codes go, another one says where it failed.
-  int attach(uint16_t module) const {
-    const int status = status_of_child([&] {
-      if (!become(user, group, more)) return 3;
-      mirt_heartbeat_t heartbeat{};
-      return mirt_heartbeat_attach(&heartbeat, module) == 0 ? 0 : 4;
-    });
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-};
+// As a process of another user. 0: attached; as the tests' exit codes go, another one says where it
+// failed.
+int attach_as(uid_t user, gid_t group, const std::vector<gid_t>& more, uint16_t module) {
+  const int status = status_of_child([&] {
+    if (!become(user, group, more)) return 3;
+    mirt_heartbeat_t heartbeat{};
+    return mirt_heartbeat_attach(&heartbeat, module) == 0 ? 0 : 4;
+  });
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 TEST_F(PrepareTest, ServicesOfTheGroupAttachAndNobodyElse) {
   if (!is_machines_root()) GTEST_SKIP() << "needs root, to be other users";
   const group* const chosen = getgrnam("games");
   ASSERT_NE(chosen, nullptr);
-  const Service by_further_group{54321, 54321, {chosen->gr_gid}};
-  const Service by_own_group{54322, chosen->gr_gid, {}};
-  const Service stranger{54323, 54323, {0}};
-  EXPECT_EQ(by_further_group.attach(1), 0) << "it makes files that are its own";
+  const gid_t games = chosen->gr_gid;
+  EXPECT_EQ(attach_as(54321, 54321, {games}, 1), 0) << "it makes files that are its own";
   EXPECT_EQ(Monitor(folder_, "mirt-monitor heartbeats").end(1),
             "mirt-monitor: the heartbeat table belongs to user 54321, expected root or daemon\n");
   EXPECT_EQ(MIRT_AgentShmInit(2), nullptr) << "which root does not map";
@@ -174,13 +166,13 @@ TEST_F(PrepareTest, ServicesOfTheGroupAttachAndNobodyElse) {
   fs::remove(kTable);
   // As root's attach leaves them they are root's alone, until they are prepared.
   ASSERT_NE(MIRT_AgentShmInit(2), nullptr);
-  EXPECT_EQ(by_further_group.attach(3), 4);
+  EXPECT_EQ(attach_as(54321, 54321, {games}, 3), 4);
   prepare("", "games");
-  expect_file(kLockFile, 0, chosen->gr_gid);
-  expect_file(kTable, 1200, chosen->gr_gid);
-  EXPECT_EQ(by_further_group.attach(3), 0);
-  EXPECT_EQ(by_own_group.attach(4), 0);
-  EXPECT_EQ(stranger.attach(5), 4);
+  expect_file(kLockFile, 0, games);
+  expect_file(kTable, 1200, games);
+  EXPECT_EQ(attach_as(54321, 54321, {games}, 3), 0) << "a further group of the process";
+  EXPECT_EQ(attach_as(54322, games, {}, 4), 0) << "its own group";
+  EXPECT_EQ(attach_as(54323, 54323, {0}, 5), 4) << "a stranger";
   std::string modules;
   for (const Json& row : Monitor(folder_, "mirt-monitor heartbeats --json").records()) {
     modules += row["module"].dump() + " ";

@@ -51,10 +51,8 @@ TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
   EXPECT_TRUE(contains(before, "STATUS=2 watches: 2 pending"));
   close(writer);
   notices("READY=1");
-  kill(monitor.pid(), SIGTERM);
+  monitor.stop();
   notices("STOPPING=1");
-  monitor.records();
-  monitor.end(0);
 }
 
 TEST_F(ServiceTest, AReloadIsToldAndSoIsItsRefusal) {
@@ -67,10 +65,8 @@ TEST_F(ServiceTest, AReloadIsToldAndSoIsItsRefusal) {
   const std::string reload = notices("READY=1");
   EXPECT_TRUE(contains(reload, "RELOADING=1\nMONOTONIC_USEC="));
   notices("STATUS=1 watch: 1 alarm; the last reload was refused");
-  kill(monitor.pid(), SIGTERM);
-  monitor.records();
   // Standard error is what JOURNAL_STREAM names: lines begin with their priority.
-  const std::string errors = monitor.end(0);
+  const std::string errors = monitor.stop();
   EXPECT_EQ(errors.find("<3>a.toml:1: "), 0U) << errors;
   EXPECT_TRUE(contains(errors, "\n<3>a.toml: not reloaded"));
 }
@@ -90,7 +86,6 @@ TEST_F(ServiceTest, CommandsInheritOnlyWhatIsDocumented) {
                      {{"ProcessName", "nobody"}, {"PreCmd", command}, {"RetKeyWords", "clean"}}));
   Monitor monitor(folder_, run("HOME=/h SECRET=x") + " --rounds 1");
   EXPECT_EQ(monitor.await({{"kind", "item"}}).value("state", ""), "ok");
-  monitor.records();
   monitor.end(0);
 }
 
@@ -106,17 +101,15 @@ TEST_F(ServiceTest, TheSocketIsNotMadeBehindALinkThatOthersCouldHaveMade) {
 }
 
 TEST(ProcessHandle, NoSignalReachesAnotherProcessWithThePid) {
-  const pid_t child = fork();
-  if (child == 0) {
-    for (;;) pause();
-  }
-  const ProcessIdentity process{child, start_ticks_of(child)};
-  signal_process({child, process.start_ticks + 1}, SIGKILL);
-  EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "the PID alone does not count";
+  Child child({"signalled"});
+  const ProcessIdentity process{child.pid(), start_ticks_of(child.pid())};
+  signal_process({process.pid, process.start_ticks + 1}, SIGKILL);
+  EXPECT_EQ(waitpid(process.pid, nullptr, WNOHANG), 0) << "the PID alone does not count";
   signal_process(process, SIGKILL);
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  siginfo_t info{};
+  EXPECT_EQ(waitid(P_PID, static_cast<id_t>(process.pid), &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(info.si_status, SIGKILL);
+  child.end();
   signal_process(process, SIGKILL);  // it has ended: nothing happens
 }
 

@@ -20,10 +20,6 @@ namespace {
 
 constexpr char kCommandLine[] = "watched by the state test";  // of a Child
 
-std::string alarm(const std::string& text) {
-  return "[[instance.alarm]]\n" + text + "\n";
-}
-
 // The command as an ordinary user, for whom the program must be reachable; empty if it is not.
 std::string as_other_user(const std::string& command) {
   const std::string prefix = "setpriv --reuid 54321 --regid 54321 --clear-groups ";

@@ -7,12 +7,9 @@ class StatusTest : public MonitorTest {
  protected:
   StatusTest() { fs::create_directory(other_); }
 
-  void configure_watches(const std::string& text) const {
-    configure("[status]\nsocket = '" + socket_ + "'\n" + text);
-  }
   // What the command prints; its exit status is this.
   std::string status(const std::string& arguments, int exit_code = 0) {
-    Monitor command(other_, "mirt-monitor status --socket " + socket_ + " " + arguments);
+    Monitor command(other_, "mirt-monitor status --socket " + socket_path() + " " + arguments);
     std::string text;
     while (const auto line = command.line()) text += *line + '\n';
     errors_ = command.end(exit_code);
@@ -21,7 +18,7 @@ class StatusTest : public MonitorTest {
   // Repeats "status --check" until it begins and exits like this.
   void await_check(const std::string& beginning, int exit_code) {
     for (;;) {
-      Monitor command(other_, "mirt-monitor status --check --socket " + socket_);
+      Monitor command(other_, "mirt-monitor status --check --socket " + socket_path());
       const std::string line = command.line().value_or("");
       int ended = 0;
       waitpid(command.pid(), &ended, 0);
@@ -31,13 +28,8 @@ class StatusTest : public MonitorTest {
   }
 
   const fs::path other_ = folder_ / "other";  // whose standard error is not that of the monitor
-  const std::string socket_ = (folder_ / "socket").string();
   std::string errors_;
 };
-
-std::string alarm(const std::string& text) {
-  return "[[instance.alarm]]\n" + text + "\n";
-}
 
 TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
   const std::string fine = instance("fine", "GetDiskUsage", {{"d", "/"}});
@@ -55,7 +47,7 @@ TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
       {fine + warned + failed + critical, 2, "CRITICAL: a / 'b'=c (critical: equals 0), failed (",
        "alarm     a | 'b'=c"}};
   for (const auto& [config, exit_code, line, first] : rows) {
-    configure_watches(config);
+    configure_with_socket(config);
     Monitor monitor(folder_, kRun);
     await_check(line, exit_code);
     const std::string shown = status("");
@@ -66,19 +58,19 @@ TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
     const std::string check = status("--check", 2);
     EXPECT_TRUE(contains(check, " 'a / ''b''_c'=0"));
     EXPECT_EQ(std::count(check.begin(), check.end(), '|'), 1);
-    Monitor(other_, "mirt-monitor silence 'a*' --for 1h --socket " + socket_).end(0);
+    Monitor(other_, "mirt-monitor silence 'a*' --for 1h --socket " + socket_path()).end(0);
     await_check("UNKNOWN: failed", 3);
     EXPECT_TRUE(contains(status(""), "silenced until "));
   }
   EXPECT_EQ(status("--check", 3).find("UNKNOWN: no monitor answers at "), 0U);
   EXPECT_EQ(status("", 1), "");
-  EXPECT_TRUE(contains(errors_, "no monitor answers at " + socket_));
+  EXPECT_TRUE(contains(errors_, "no monitor answers at " + socket_path()));
 }
 
 TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
   const std::string hostile = "nobody\033[2J";
-  configure_watches(instance("gone/\xC3\xA4?", "GetProcessMemory", {{"n", hostile}}) +
-                    instance("memory", "GetSysFreeMemory"));
+  configure_with_socket(instance("gone/\xC3\xA4?", "GetProcessMemory", {{"n", hostile}}) +
+                        instance("memory", "GetSysFreeMemory"));
   Monitor monitor(folder_, kRun);
   monitor.await({{"state", "absent"}});
   monitor.await({{"instance", "memory"}, {"state", "ok"}});
@@ -99,10 +91,10 @@ TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
 }
 
 TEST_F(StatusTest, WatchingGoesOnWhileTheMonitorIsAway) {
-  configure_watches(instance("memory", "GetSysFreeMemory"));
+  configure_with_socket(instance("memory", "GetSysFreeMemory"));
   std::optional<Monitor> monitor(std::in_place, folder_, kRun);
   monitor->await({{"state", "ok"}});
-  Monitor watching(other_, "mirt-monitor status --watch --json --socket " + socket_);
+  Monitor watching(other_, "mirt-monitor status --watch --json --socket " + socket_path());
   const auto started = [&] {
     return Json::parse(watching.line().value_or("{}")).value("started", "");
   };

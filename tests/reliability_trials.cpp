@@ -63,8 +63,6 @@ struct Tally {
   std::mutex mutex;
   unsigned trials = 0, false_reports = 0, wrong_clears = 0, missed = 0;
   double longest_s = 0.0;  // from the hang, or the end of the disturbance, to the alarm
-
-  bool clean() const { return false_reports + wrong_clears + missed == 0; }
 };
 
 // A process that beats until SIGUSR1 makes its heartbeat stand still; SIGUSR2 lets it go on.
@@ -99,19 +97,16 @@ class Rig {
  public:
   Rig(int number, Tally& tally) : number_(number), tally_(tally) {
     for (int i = 0; i < kProcesses; ++i) {
-      const auto module = module_of(i);
-      processes_.push_back(fork_child([module] { beat(module); }));
+      processes_.push_back(fork_child([&] { beat(module_of(i)); }));
     }
     write_config();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
     fcntl(ends[1], F_SETPIPE_SZ, 4096);  // a pause is to be felt at once
-    const std::string config = config_path();
     monitor_ = fork_child([&] {
       dup2(ends[1], STDOUT_FILENO);
-      const int log = open("/dev/null", O_WRONLY | O_CLOEXEC);
-      dup2(log, STDERR_FILENO);
-      execl(MIRT_MONITOR_PATH, "mirt-monitor", "run", "--json", "--config", config.c_str(),
+      dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+      execl(MIRT_MONITOR_PATH, "mirt-monitor", "run", "--json", "--config", config_path().c_str(),
             nullptr);
     });
     close(ends[1]);
@@ -129,7 +124,7 @@ class Rig {
   // The one that hangs for good is reported.
   void begin() {
     hang(kDead);
-    expect(kDead, "hangs and is not reported", [&] { return raised_[kDead] && reported_[kDead]; });
+    expect_report(kDead);
   }
 
   // A hang of the victim somewhere in a disturbance. It has to be reported, and cleared once the
@@ -144,10 +139,8 @@ class Rig {
     const Clock::time_point disturbed_until = Clock::now();
     while (!hangs_[kVictim]) read_for(0.05);
     hanging.join();
-    const Clock::time_point from = std::max(disturbed_until, hung_since_[kVictim].load());
-    expect(kVictim, "hangs and is not reported",
-           [&] { return raised_[kVictim] && reported_[kVictim]; });
-    note_delay(from);
+    expect_report(kVictim);
+    note_delay(std::max(disturbed_until, hung_since_[kVictim].load()));
     go_on(kVictim);
     expect(kVictim, "goes on and is not cleared", [&] { return !raised_[kVictim]; });
     reported_[kVictim] = false;
@@ -177,9 +170,8 @@ class Rig {
   }
   std::string config_path() const { return "/tmp/rig-" + std::to_string(number_) + ".toml"; }
   std::string name_of(int process) const {
-    static constexpr const char* kNames[kProcesses] = {"healthy-1", "healthy-2", "healthy-3",
-                                                       "dead", "victim"};
-    return kNames[process];
+    if (process < kHealthy) return "healthy-" + std::to_string(process + 1);
+    return process == kDead ? "dead" : "victim";
   }
 
   void write_config() const {
@@ -210,6 +202,10 @@ class Rig {
     hangs_[process] = false;
   }
 
+  void expect_report(int process) {
+    expect(process, "hangs and is not reported",
+           [&] { return raised_[process] && reported_[process]; });
+  }
   // Reads until it is told; what is not is a fault.
   void expect(int process, const std::string& missing, const std::function<bool()>& told) {
     for (int looks = 0; !told() && looks < kMostLooks; ++looks) read_for(0.05);
@@ -238,12 +234,8 @@ class Rig {
     if (process == kProcesses) return;  // the talker, or lost lines
     last_[process] = line.dump();
     if (kind != "alarm" && kind != "report") return;
-    if (kind == "report") {
-      reported_[process] = true;
-    } else {
-      raised_[process] = line["state"] == "raised";
-    }
     const bool accuses = kind == "report" || line["state"] == "raised";
+    (kind == "report" ? reported_ : raised_)[process] = accuses;
     if (accuses && !hung_before(process, line)) complain(&Tally::false_reports, line.dump());
     if (!accuses && process == kDead) complain(&Tally::wrong_clears, line.dump());
   }
@@ -317,7 +309,6 @@ std::vector<pid_t> load_machine(double seconds) {
 }
 
 using Rigs = std::vector<std::unique_ptr<Rig>>;
-
 using Disturb = std::function<void(Rig&)>;
 
 // The trials of one kind, shared out among the rigs.
@@ -373,7 +364,7 @@ bool run_trials(const char* what, unsigned count, int rig_count, const Disturb& 
       "told: %.1f s\n",
       what, tally.trials, tally.false_reports, tally.wrong_clears, tally.missed, tally.longest_s);
   std::fflush(stdout);
-  return tally.clean();
+  return tally.false_reports + tally.wrong_clears + tally.missed == 0;
 }
 
 }  // namespace
