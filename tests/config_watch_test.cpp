@@ -26,6 +26,13 @@ std::string process(const std::string& keys) {
 }
 
 TEST_F(WatchTest, WatchesStandForInstances) {
+  // Of an instance, up to its first condition.
+  const auto of_db = [](const std::string& measure, const std::string& item,
+                        const std::string& pattern = "/opt/db ") {
+    return "\n[[instance]]\nname = \"db." + measure + "\"\nitem = \"" + item +
+           "\"\nperiod = 5\ndeadline = 20\nparams = [{ name = \"ProcessName\", value = \"" +
+           pattern + "\" }]\n[[instance.alarm]]\n";
+  };
   EXPECT_EQ(expanded(R"(
 deadline = "20 s"
 state = "/var/lib/m/state"
@@ -96,67 +103,32 @@ report = { item = "SendErrRptExtend", params = [{ name = "ErrCode", value = "7" 
 [alert.b]
 webhook = "http://[::1]:8080/x?y"
 repeat = 14400
-
-[[instance]]
-name = "db.running"
-item = "IsExistProcessExtern"
-period = 5
-deadline = 20
-params = [{ name = "ProcessName", value = "/opt/db " }]
-[[instance.alarm]]
-equals = 0
+)" + of_db("running", "IsExistProcessExtern") +
+                R"(equals = 0
 alert = ["b", "a"]
 [[instance.alarm]]
 on = ["failed", "blind", "unjudged"]
 for = 3
 alert = ["b", "a"]
-
-[[instance]]
-name = "db.memory"
-item = "GetProcessMemoryExtern"
-period = 5
-deadline = 20
-params = [{ name = "ProcessName", value = "/opt/db " }]
-[[instance.alarm]]
-above = 2048
+)" + of_db("memory", "GetProcessMemoryExtern") +
+                R"(above = 2048
 clear = 1843.2
 for = "60 s"
 alert = ["b", "a"]
-
-[[instance]]
-name = "db.cpu"
-item = "GetProcessCoreCPUExtern"
-period = 5
-deadline = 20
-params = [{ name = "ProcessName", value = "/opt/db " }]
-[[instance.alarm]]
-above = 80
+)" + of_db("cpu", "GetProcessCoreCPUExtern") +
+                R"(above = 80
 for = 3
 clear_for = "90 s"
-
-[[instance]]
-name = "db.handles"
-item = "GetProcessHandleExtern"
-period = 5
-deadline = 20
-params = [{ name = "ProcessName", value = "/opt/db " }]
-[[instance.alarm]]
-above = 70
+)" + of_db("handles", "GetProcessHandleExtern") +
+                R"(above = 70
 severity = "warning"
 alert = ["b", "a"]
 [[instance.alarm]]
 above = 90
 on = ["failed"]
 alert = ["b"]
-
-[[instance]]
-name = "db.hung"
-item = "CheckProcessStatusIsD"
-period = 5
-deadline = 20
-params = [{ name = "ProcessName", value = "/opt/db *" }]
-[[instance.alarm]]
-equals = 1
+)" + of_db("hung", "CheckProcessStatusIsD", "/opt/db *") +
+                R"(equals = 1
 severity = "warning"
 alert = ["b", "a"]
 
@@ -190,27 +162,21 @@ alert = ["a"]
 TEST_F(WatchTest, TheItemIsThatOfTheWayToFindTheProcess) {
   const std::string measures =
       "running = true\nmemory = true\ncpu = true\nhandles = true\nhung = true\n";
-  const struct {
-    const char* target;
-    std::vector<std::string> items;
-    const char* pattern;
-  } rows[] = {{"exact = 'x y'",
-               {"IsExistProcess", "GetProcessMemory", "GetProcessSysCPU", "GetProcessHandle"},
-               "x y"},
-              {"prefix = 'x y'",
-               {"IsExistProcessExtern", "GetProcessMemoryExtern", "GetProcessSysCPUExtern",
-                "GetProcessHandleExtern"},
-               "x y*"},
-              {"match = '*x y?'",
-               {"GetProcessMemoryFuzzyMatch", "GetProcessMemoryFuzzyMatch",
-                "GetProcessSysCPUFuzzyMatch", "GetProcessHandleFuzzyMatch"},
-               "*x y?"}};
-  for (const auto& row : rows) {
-    configure("[[process]]\nname = 'p'\n" + std::string(row.target) + '\n' + measures);
+  const std::pair<std::string, std::string> rows[] = {
+      {"exact = 'x y'", "IsExistProcess GetProcessMemory GetProcessSysCPU GetProcessHandle x y"},
+      {"prefix = 'x y'",
+       "IsExistProcessExtern GetProcessMemoryExtern GetProcessSysCPUExtern GetProcessHandleExtern "
+       "x y*"},
+      {"match = '*x y?'",
+       "GetProcessMemoryFuzzyMatch GetProcessMemoryFuzzyMatch GetProcessSysCPUFuzzyMatch "
+       "GetProcessHandleFuzzyMatch *x y?"}};
+  for (const auto& [target, expected] : rows) {
+    configure("[[process]]\nname = 'p'\n" + target + '\n' + measures);
     const std::vector<Instance> instances = read_config(folder_ / "a.toml").config.instances;
-    ASSERT_EQ(instances.size(), 5U) << row.target;
-    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(instances[i].item->name, row.items[i]);
-    EXPECT_EQ(instances[4].params.front().value, row.pattern);
+    ASSERT_EQ(instances.size(), 5U) << target;
+    std::string found;
+    for (size_t i = 0; i < 4; ++i) found += instances[i].item->name + std::string(" ");
+    EXPECT_EQ(found + instances[4].params.front().value, expected);
   }
 }
 
