@@ -15,17 +15,11 @@ class IncludeTest : public MonitorTest {
  protected:
   IncludeTest() { fs::create_directory(folder_ / "conf.d"); }
 
-  void put(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ / name) << text;
-  }
-
   // All findings, with names of files as seen from the folder.
   std::string findings() const {
     const ConfigReading reading = read_config(folder_ / "a.toml");
     std::string all;
-    for (const std::string& line : findings_text(folder_ / "a.toml", reading.findings)) {
-      all += line + '\n';
-    }
+    for (const auto& line : findings_text(folder_ / "a.toml", reading.findings)) all += line + '\n';
     const std::string prefix = folder_.string() + '/';
     for (size_t at; (at = all.find(prefix)) != std::string::npos;) all.erase(at, prefix.size());
     return all;
@@ -162,8 +156,6 @@ TEST_F(TrustTest, RunAndCheckConfigAskUnlessToldOtherwise) {
     EXPECT_EQ(Monitor(folder_, command).end(2).find("a.toml: can be written by everybody"), 0U);
     Monitor allowed(folder_, command + "--allow-writable-config");
     EXPECT_NE(allowed.line(), std::nullopt);
-    while (allowed.line()) {
-    }
     allowed.end(0);
   }
 }

@@ -14,11 +14,6 @@ std::string heartbeat(const std::string& process) {
                   {{"ProcessName", process}, {"ProcessMoudleId", "60001"}});
 }
 
-std::string with_pre_command(const std::string& command, const std::string& words) {
-  return instance("x", "IsExistProcessPreCmd",
-                  {{"ProcessName", "p"}, {"PreCmd", command}, {"RetKeyWords", words}});
-}
-
 std::string measuring(const std::string& seconds, const std::string& period = "period = 1000\n") {
   return instance("x", "GetProcessCoreCPUFuzzyMatchCfgPeriod",
                   {{"ProcessName", "*p*"}, {"Period", seconds}}, period);
@@ -40,7 +35,7 @@ TEST_F(ConfigTest, ValuesThatNoCallCanUseAreMistakes) {
       {measuring("0"), "Period is \"0\", expected a whole number from 1 to 240, decimal"},
       {measuring("241"), "Period is \"241\", expected a whole number from 1 to 240, decimal"},
       {measuring("1.5"), "Period is \"1.5\", expected a whole number from 1 to 240, decimal"},
-      {with_pre_command("true", std::string(32, 'x')),
+      {pre_command("x", "true", std::string(32, 'x')),
        "RetKeyWords has 32 bytes, expected at most 31: the item reads no more"},
       {named("IsExistProcess", ""),
        "Any is empty, expected a command line: no process matches an empty one"},
@@ -74,8 +69,8 @@ TEST_F(ConfigTest, ValuesAtTheirLimitsAreAccepted) {
       heartbeat("with\\\\backslash1"),  // one byte as the kernel has it, two as it is shown
       measuring("1"),
       measuring("240"),
-      with_pre_command("true", std::string(31, 'x')),
-      with_pre_command("true", ""),
+      pre_command("x", "true", std::string(31, 'x')),
+      pre_command("x", "true", ""),
       named("GetProcessMemoryFuzzyMatch", "*"),
       named("IsExistProcess", "postgres: walwriter "),
       instance("x", "RebootAppData", {{"UserData", "4711"}})};
@@ -93,7 +88,7 @@ TEST_F(ConfigTest, WhatHardlyWorksIsWarnedOf) {
        "Any ends with a line break, expected none: command lines rarely have one"},
       {"[http]\nlisten = '127.0.0.1:80'\nexpose = ['page']\n" + heartbeat("x"),
        "expose has no effect: 127.0.0.1:80 can be reached from this machine only"},
-      {with_pre_command("", "x"), "PreCmd is empty, expected a shell command"},
+      {pre_command("x", "", "x"), "PreCmd is empty, expected a shell command"},
       {instance("x", "GetProcessCoreCPUExtern", {{"n", "p"}}, "period = '100 ms'\n"),
        "period is 0.1, expected more than 0.5 s: each call of GetProcessCoreCPUExtern measures for "
        "that long"},

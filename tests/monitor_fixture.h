@@ -9,14 +9,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -56,6 +61,32 @@ inline std::string instance(const std::string& name, const std::string& item,
 inline std::string alarm(const std::string& text) {
   return "[[instance.alarm]]\n" + text + "\n";
 }
+
+// One that searches for no process, but judges what this shell command prints.
+inline std::string pre_command(const std::string& name, const std::string& command,
+                               const std::string& words,
+                               const std::string& times = "period = 0.02\ndeadline = 1000\n") {
+  return instance(name, "IsExistProcessPreCmd",
+                  {{"ProcessName", "none"}, {"PreCmd", command}, {"RetKeyWords", words}}, times);
+}
+
+// One that asks for the recovery of this process, the data plane.
+inline std::string reboot(const std::string& name, pid_t pid) {
+  return instance(name, "RebootAppData", {{"UserData", std::to_string(pid)}});
+}
+
+// A file over another one while it lives.
+class FileMount {
+ public:
+  FileMount(const fs::path& from, std::string to) : to_(std::move(to)) {
+    EXPECT_EQ(mount(from.c_str(), to_.c_str(), nullptr, MS_BIND, nullptr), 0) << strerror(errno);
+  }
+  FileMount& operator=(FileMount&&) = delete;  // neither copied nor moved
+  ~FileMount() { EXPECT_EQ(umount2(to_.c_str(), MNT_DETACH), 0) << strerror(errno); }
+
+ private:
+  std::string to_;
+};
 
 // A shell command that execs mirt-monitor, in a new process group together with the processes that
 // its items start.
@@ -116,6 +147,11 @@ class Monitor {
   }
   Json await(const Json& members) { return records(members).back(); }
 
+  // Returns when standard error has this text.
+  void await_log(const std::string& text) const {
+    while (read_file(errors_).find(text) == std::string::npos) usleep(1000);
+  }
+
   // How many records about a busy machine records() has left out so far.
   unsigned long busy_notes() const { return busy_notes_; }
 
@@ -155,6 +191,24 @@ class Monitor {
   unsigned long busy_notes_ = 0;
 };
 
+// Does this again and again on a thread of its own while it lives.
+class Meanwhile {
+ public:
+  explicit Meanwhile(const std::function<void()>& act)
+      : thread_([this, act] {
+          for (; !ends_; usleep(500)) act();
+        }) {}
+  Meanwhile& operator=(Meanwhile&&) = delete;  // neither copied nor moved
+  ~Meanwhile() {
+    ends_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> ends_{false};
+  std::thread thread_;
+};
+
 class MonitorTest : public testing::Test {
  protected:
   MonitorTest() {
@@ -164,7 +218,10 @@ class MonitorTest : public testing::Test {
   }
   ~MonitorTest() override { fs::remove_all(folder_); }
 
-  void configure(const std::string& text) const { std::ofstream(folder_ / "a.toml") << text; }
+  void put(const std::string& name, const std::string& text) const {
+    std::ofstream(folder_ / name) << text;
+  }
+  void configure(const std::string& text) const { put("a.toml", text); }
   void configure_with_socket(const std::string& text) const {
     configure("[status]\nsocket = '" + socket_path() + "'\n" + text);
   }
@@ -174,6 +231,14 @@ class MonitorTest : public testing::Test {
   std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
     configure(text);
     return Monitor(folder_, "mirt-monitor check-config a.toml " + options).end(exit_code);
+  }
+
+  // The record with these members of a command that ends with this exit status.
+  Json record_of(const std::string& command, const Json& members, int exit_code = 1) const {
+    Monitor monitor(folder_, command);
+    const Json record = monitor.await(members);
+    monitor.end(exit_code);
+    return record;
   }
 
   fs::path folder_;

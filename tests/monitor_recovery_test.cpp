@@ -11,19 +11,15 @@ size_t count_of(const std::string& word, const std::string& text) {
   return count;
 }
 
-// The data plane under two process ids, as after a restart: each call asks for a recovery of one.
-std::string two_targets(const Child& first, const Child& second) {
-  return instance("first", "RebootAppData", {{"UserData", std::to_string(first.pid())}}) +
-         instance("second", "RebootAppData", {{"UserData", std::to_string(second.pid())}});
-}
-
 TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber) {
   const std::pair<std::string, unsigned> rows[] = {
       {"redundancy = 'allow'\n", 1},
       {"redundancy = 'command'\ncommand = 'echo asked >&2'\nat_most = 2\nper = '1 h'\n", 2}};
   for (const auto& [recovery, at_most] : rows) {
+    // The data plane under two process ids, as after a restart.
     const Child first({"first", "-u"}), second({"second", "-u"});
-    configure("[recovery]\n" + recovery + two_targets(first, second));
+    configure("[recovery]\n" + recovery + reboot("first", first.pid()) +
+              reboot("second", second.pid()));
     Monitor monitor(folder_, kRun + "--rounds 4");
     EXPECT_EQ(monitor.records().size(), 8U);
     const std::string log = monitor.end(0);
@@ -38,11 +34,11 @@ TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber)
 }
 
 TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
-  const Child first({"first", "-u"}), second({"second", "-u"});
+  const Child first({"first", "-u"});
   // Twice no, then yes for ever.
   configure(
       "[recovery]\nredundancy = 'command'\ncommand = 'echo >>asked; test $(wc -l <asked) -gt 2'\n" +
-      instance("first", "RebootAppData", {{"UserData", std::to_string(first.pid())}}));
+      reboot("first", first.pid()));
   Monitor monitor(folder_, kRun + "--rounds 4");
   const std::string log = (monitor.records(), monitor.end(0));
   EXPECT_EQ(count_of("the command's exit code is 1", log), 2U) << log;
@@ -55,9 +51,7 @@ TEST_F(MonitorTest, CommandsAreGivenNoPipeOfAnother) {
   configure(
       "[recovery]\nredundancy = 'command'\ncommand = 'ls /proc/self/fd >new; mv new seen; exit "
       "1'\n" +
-      instance("reboot", "RebootAppData", {{"UserData", "1"}}) +
-      instance("ask", "IsExistProcessPreCmd",
-               {{"ProcessName", "x"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "x"}}));
+      reboot("reboot", 1) + pre_command("ask", "cat fifo", "x"));
   Monitor monitor(folder_, kRun);
   const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
   // The second answer from here on is of a command that was started while cat runs.

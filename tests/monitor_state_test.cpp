@@ -2,16 +2,11 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <atomic>
-#include <fstream>
 #include <map>
 #include <set>
-#include <thread>
 #include <tuple>
-#include <utility>
 
 #include "heart_fixture.h"
 #include "walk_actors.h"
@@ -26,19 +21,6 @@ std::string as_other_user(const std::string& command) {
   const bool possible = system((prefix + "test -x " MIRT_MONITOR_PATH " 2>/dev/null").c_str()) == 0;
   return possible ? prefix + command : "";
 }
-
-// A file over another one while it lives.
-class FileMount {
- public:
-  FileMount(const fs::path& from, std::string to) : to_(std::move(to)) {
-    EXPECT_EQ(mount(from.c_str(), to_.c_str(), nullptr, MS_BIND, nullptr), 0) << strerror(errno);
-  }
-  FileMount& operator=(FileMount&&) = delete;  // neither copied nor moved
-  ~FileMount() { EXPECT_EQ(umount2(to_.c_str(), MNT_DETACH), 0) << strerror(errno); }
-
- private:
-  std::string to_;
-};
 
 TEST_F(HeartTest, WithoutDescriptorsNothingIsJudgedAndNoAlarmRises) {
 #if defined(__SANITIZE_ADDRESS__)
@@ -93,9 +75,7 @@ TEST_F(MonitorTest, AProcessThatMayNotBeReadIsNotAtZero) {
       "cannot read process " + std::to_string(child.pid()) + ": " + path + ": Permission denied";
   const std::string several = as_other_user(once + "GetProcessHandleExtern" + name);
   for (const std::string& command : {handles, several}) {
-    Monitor monitor(folder_, command);
-    monitor.await({{"state", "unjudged"}, {"answer", 0.0}, {"detail", detail}});
-    monitor.end(1);
+    record_of(command, {{"state", "unjudged"}, {"answer", 0.0}, {"detail", detail}});
   }
   // Its memory is for everybody to read, and one's own handles are.
   Monitor(folder_, as_other_user(once + "GetProcessMemory" + name)).end(0);
@@ -107,18 +87,14 @@ TEST_F(MonitorTest, HiddenProcessesAreNotAbsent) {
       as_other_user("mirt-monitor once --json IsExistProcess 'no such process'");
   if (once.empty()) GTEST_SKIP() << "needs root, to be another user who can run the program";
   // The shell is process 1, and root's.
-  Monitor monitor(folder_,
-                  "unshare --mount --pid --fork sh -c \"mount -t proc -o hidepid=2 proc "
-                  "/proc && " +
-                      once + "; exit \\$?\"");
-  const Json record = monitor.await({{"state", "unjudged"}});
-  EXPECT_EQ(record["detail"], "/proc hides the processes of other users (hidepid)");
-  monitor.end(1);
+  record_of(
+      "unshare --mount --pid --fork sh -c \"mount -t proc -o hidepid=2 proc /proc && " + once +
+          "; exit \\$?\"",
+      {{"state", "unjudged"}, {"detail", "/proc hides the processes of other users (hidepid)"}});
 }
 
 TEST_F(MonitorTest, LimitsAndCountersThatSayNothingAreToldApartFromZero) {
   SKIP_WITHOUT_MOUNTS();
-  ASSERT_TRUE(enter_private_namespace());
   const Child child({kCommandLine});
   const std::string id = std::to_string(child.pid()), name = std::string(" '") + kCommandLine + "'";
   std::string limits = read_file("/proc/" + id + "/limits");
@@ -129,10 +105,9 @@ TEST_F(MonitorTest, LimitsAndCountersThatSayNothingAreToldApartFromZero) {
   {
     const FileMount mounted(folder_ / "limits", "/proc/" + id + "/limits");
     for (const char* const item : {"GetProcessHandle", "GetProcessHandleExtern"}) {
-      Monitor monitor(folder_, std::string("mirt-monitor once --json ") + item + name);
-      const Json record = monitor.await({{"state", "unjudged"}, {"answer", 0.0}});
-      EXPECT_EQ(record["detail"], "process " + id + " has no limit of open files");
-      monitor.end(1);
+      const std::string detail = "process " + id + " has no limit of open files";
+      record_of(std::string("mirt-monitor once --json ") + item + name,
+                {{"state", "unjudged"}, {"answer", 0.0}, {"detail", detail}});
     }
   }
   // 500 ticks of a process within one of the machine: a file could not be read in between.
@@ -140,10 +115,9 @@ TEST_F(MonitorTest, LimitsAndCountersThatSayNothingAreToldApartFromZero) {
   write_file(folder_ / "process", id + " (x) S 1 1 1 0 -1 0 0 0 0 0 500 0 0 0 20 0 1 0 33 0 0\n");
   const FileMount machine(folder_ / "machine", "/proc/stat"),
       process(folder_ / "process", "/proc/" + id + "/stat");
-  Monitor monitor(folder_, "mirt-monitor once --json GetProcessSysCPU" + name);
-  const Json record = monitor.await({{"state", "unjudged"}, {"answer", 50000.0}});
+  const Json record = record_of("mirt-monitor once --json GetProcessSysCPU" + name,
+                                {{"state", "unjudged"}, {"answer", 50000.0}});
   EXPECT_EQ(record["detail"].get<std::string>().find("50000 % is more than possible"), 0U);
-  monitor.end(1);
 }
 
 // The thread that reads the command line of the stuck process is lost; its instance continues.
@@ -252,19 +226,11 @@ TEST_F(HeartTest, SignsOfLifeExcuseAStandstillButNotForEver) {
   Monitor monitor(folder_, kRun);
   monitor.await({{"state", "raised"}});
   // At work on something else at each call, and yet without a beat.
-  std::atomic<bool> ends{false};
-  std::thread working([&] {
-    for (uint32_t flow = 101; !ends; usleep(500)) {
-      __atomic_store_n(&entry.flow, flow == ~0U ? 1 : flow, __ATOMIC_RELEASE);
-      ++flow;
-    }
-  });
+  const Meanwhile working([&] { __atomic_add_fetch(&entry.flow, 1, __ATOMIC_RELEASE); });
   monitor.await({{"state", "unjudged"},
                  {"answer", 0.0},
                  {"detail", "its owner or flow id changed since the previous call"}});
   monitor.await({{"state", "alarm"}});
-  ends = true;
-  working.join();
 }
 
 TEST_F(HeartTest, ABeatJustAfterTheCallIsASignOfLife) {
@@ -274,19 +240,15 @@ TEST_F(HeartTest, ABeatJustAfterTheCallIsASignOfLife) {
   Monitor monitor(folder_, kRun);
   monitor.await({{"state", "ok"}});
   // The item logs that the heartbeat stands still, and at once it moves, sooner or later in time.
-  std::atomic<bool> ends{false};
-  std::thread beating([&] {
-    for (uintmax_t logged = 0; !ends; usleep(500)) {
-      const uintmax_t size = fs::file_size(folder_ / "stderr");
-      if (size != std::exchange(logged, size)) {
-        __atomic_add_fetch(&entry.heartbeat, 1, __ATOMIC_RELEASE);
-      }
+  uintmax_t logged = 0;
+  const Meanwhile beating([&] {
+    const uintmax_t size = fs::file_size(folder_ / "stderr");
+    if (size != std::exchange(logged, size)) {
+      __atomic_add_fetch(&entry.heartbeat, 1, __ATOMIC_RELEASE);
     }
   });
   monitor.await(
       {{"state", "unjudged"}, {"answer", 0.0}, {"detail", "it moved just after this call"}});
-  ends = true;
-  beating.join();
 }
 
 TEST_F(HeartTest, WhoeverHoldsTheLockIsNamedAfterASecond) {
@@ -296,16 +258,16 @@ TEST_F(HeartTest, WhoeverHoldsTheLockIsNamedAfterASecond) {
   configure(kHeart);
   Monitor monitor(folder_, kRun + "--rounds 1");
   const std::string expected =
-      "warning  heart: waits for the lock on /tmp/mirt_agent_lock, which "
-      "process " +
+      "warning  heart: waits for the lock on /tmp/mirt_agent_lock, which process " +
       std::to_string(getpid()) + " (\"monitor_tests\") holds";
-  while (read_file(folder_ / "stderr").find(expected) == std::string::npos) usleep(1000);
+  monitor.await_log(expected);
   close(lock);
   monitor.await({{"state", "ok"}});
   monitor.end(0);
 }
 
 TEST_F(MonitorTest, PreCommandsAreJudgedByWhatTheyPrinted) {
+  const std::string once = "mirt-monitor once --json IsExistProcessPreCmd 'no such process' '";
   const std::string no_search = ", so the item did not search for the process";
   const std::tuple<const char*, const char*, std::string> rows[] = {
       {"echo ready; exit 3", "ok", ""},
@@ -315,14 +277,11 @@ TEST_F(MonitorTest, PreCommandsAreJudgedByWhatTheyPrinted) {
       {"exit 3", "unjudged", "the pre-command failed (it ended with exit status 3)"},
       {"kill -9 $$", "unjudged", "the pre-command failed (signal 9 ended it)"}};
   for (const auto& [command, state, detail] : rows) {
-    Monitor monitor(folder_, std::string("mirt-monitor once --json IsExistProcessPreCmd "
-                                         "'no such process' '") +
-                                 command + "' ready");
     const bool looked = *state == 'o';
-    const Json record = monitor.await({{"answer", looked ? 0.0 : 1.0}});
-    EXPECT_EQ(record["state"], state) << command;
+    const Json record =
+        record_of(once + command + "' ready", {{"state", state}, {"answer", looked ? 0.0 : 1.0}},
+                  looked ? 0 : 1);
     EXPECT_EQ(record.value("detail", ""), looked ? "" : detail + no_search);
-    monitor.end(looked ? 0 : 1);
   }
 }
 
@@ -370,7 +329,6 @@ TEST_F(MonitorTest, RoundsFailWhenEveryCallDid) {
 
 TEST_F(MonitorTest, ABlindInstanceSaysWhereItHangsAndItsAlarmCountsBeats) {
   SKIP_WITHOUT_MOUNTS();
-  ASSERT_TRUE(enter_private_namespace());
   const Child child({kCommandLine});
   const std::string id = std::to_string(child.pid()), path = "/proc/" + id + "/cmdline";
   mkfifo((folder_ / "fifo").c_str(), 0600);
@@ -419,14 +377,11 @@ TEST_F(MonitorTest, APatternThatMatchesNothingButTheCommandSaysSo) {
     EXPECT_EQ(monitor.end(command[0] == 'p' ? 0 : 1), "mirt-monitor: " + only + "\n");
   }
   for (const char* const item : {"GetProcessMemoryFuzzyMatch", "CheckProcessStatusIsD"}) {
-    Monitor monitor(
-        folder_, std::string("mirt-monitor once --json ") + item + " '*nothing but mirt-monitor*'");
-    monitor.await({{"state", "absent"}, {"detail", only}, {"value", nullptr}});
-    monitor.end(1);
+    record_of(std::string("mirt-monitor once --json ") + item + " '*nothing but mirt-monitor*'",
+              {{"state", "absent"}, {"detail", only}, {"value", nullptr}});
   }
   const Child child({"also there", "-u"});
-  Monitor monitor(folder_, "mirt-monitor once CheckProcessStatusIsD '*also there*'");
-  monitor.end(0);
+  Monitor(folder_, "mirt-monitor once CheckProcessStatusIsD '*also there*'").end(0);
 }
 
 }  // namespace
