@@ -86,13 +86,7 @@ bool set_counting(bool on) {
 
 namespace {
 
-// The results that a child writes to memory shared with its parent.
-struct TrialResult {
-  size_t allocations;
-  char outcome[kOutcomeSize], again[kOutcomeSize], faults[kOutcomeSize];
-};
-
-void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResult& trial) {
+void run(const Scenario& scenario, Refusal refusal, bool descriptors, Observed& trial) {
   if (scenario.prepare != nullptr) scenario.prepare();
   const int open_before = open_descriptors();
   {
@@ -118,13 +112,14 @@ void run(const Scenario& scenario, Refusal refusal, bool descriptors, TrialResul
 }  // namespace
 
 Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors) {
-  static auto& trial = *static_cast<TrialResult*>(mmap(
-      nullptr, sizeof(TrialResult), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  // The child writes its results to shared memory.
+  static auto& trial = *static_cast<Observed*>(
+      mmap(nullptr, sizeof(Observed), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   trial = {};
   const int status = status_of_child([&] {
     run(scenario, refusal, descriptors, trial);
     return 0;
   });
-  const std::string crash = status != 0 ? "crashed, status " + std::to_string(status) : "";
-  return {trial.allocations, trial.outcome, trial.again, trial.faults + crash};
+  if (status != 0) sprintf(trial.faults, "crashed, status %d", status);
+  return trial;
 }

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 // One call under test. Each run has its own child process, so that it can crash and starts with
 // initial static variables.
@@ -25,10 +24,10 @@ struct Refusal {
 constexpr Refusal kNone{0, 0}, kAll{0, SIZE_MAX};
 
 struct Observed {
-  size_t allocations = 0;  // number of requests
-  std::string outcome;
-  std::string again;   // the outcome of the next call, with nothing refused
-  std::string faults;  // a crash, leaked blocks or descriptors, a zombie; empty if none
+  size_t allocations;  // number of requests
+  // The outcome; that of the next call, with nothing refused; and a crash, leaked blocks or
+  // descriptors, or a zombie; empty if none.
+  char outcome[kOutcomeSize], again[kOutcomeSize], faults[kOutcomeSize];
 };
 
 Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptors = true);

@@ -134,8 +134,8 @@ TEST_P(OutOf, MemoryOrDescriptors) {
   const Row& row = GetParam();
   const auto expect = [&row](const Observed& run, const std::vector<std::string>& allowed) {
     EXPECT_NE(std::find(allowed.begin(), allowed.end(), run.outcome), allowed.end()) << run.outcome;
-    EXPECT_EQ(run.faults, "");
-    EXPECT_EQ(run.again, row.whole);
+    EXPECT_STREQ(run.faults, "");
+    EXPECT_STREQ(run.again, row.whole);
   };
   const Observed whole = run_in_child(row.scenario, kNone);
   expect(whole, {row.whole});
