@@ -27,7 +27,7 @@ CALLS = {
     'read': (0, [SHORT, E.EIO, E.EINTR, E.ENOMEM]),
     'pread64': (17, [SHORT, E.EIO]),
     'write': (1, [E.ENOSPC, E.EIO, E.EINTR, SHORT]),
-    'getdents64': (217, [E.EIO, E.ENOMEM, E.ENOENT]),
+    'getdents64': (217, [E.EIO, E.ENOMEM]),  # for libc, ENOENT is the end of the folder
     'newfstatat': (262, [E.EACCES, E.ENOMEM, E.EIO]),
     'statfs': (137, [E.EIO, E.EINTR, E.EACCES]),
     'mmap': (9, [E.ENOMEM]),

@@ -96,7 +96,9 @@ void print_processes(std::vector<ProcessRow> rows) {
 }
 
 void print_file_systems() {
-  for (const std::string& folder : local_file_systems()) {
+  const FileSystems found = local_file_systems();
+  for (const std::string& what : found.left_out) complain("left out: " + what);
+  for (const std::string& folder : found.folders) {
     const bool is_text = first_malformed(folder) == std::string::npos;
     if (!is_text || folder.size() >= FI_PARAM_VALUE_LEN) continue;
     std::printf("%s = { above = \"90 %%\" }\n", toml_text(folder).c_str());

@@ -4,12 +4,16 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string_view>
 
 namespace {
+
+constexpr char kMounts[] = "/proc/self/mounts";
 
 // ZFS file systems have no device node.
 bool is_local(const mntent& mount) {
@@ -19,25 +23,29 @@ bool is_local(const mntent& mount) {
 
 }  // namespace
 
-std::vector<std::string> local_file_systems() {
+FileSystems local_file_systems() {
+  FileSystems found;
   std::map<dev_t, std::string> folders;
   struct stat about {};
-  if (stat("/", &about) == 0) folders.emplace(about.st_dev, "/");
-  const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent("/proc/self/mounts", "re"),
-                                                     endmntent);
+  const auto look_at = [&](const std::string& path) {
+    const bool done = stat(path.c_str(), &about) == 0;
+    if (!done) found.left_out.push_back(path + ": " + std::strerror(errno));
+    return done;
+  };
+  if (look_at("/")) folders.emplace(about.st_dev, "/");
+  const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent(kMounts, "re"), endmntent);
+  if (!mounts) found.left_out.push_back(std::string(kMounts) + ": " + std::strerror(errno));
   mntent mount{};
   char text[8192];
   while (mounts && getmntent_r(mounts.get(), &mount, text, sizeof text)) {
     const std::string folder = mount.mnt_dir;
     if (!is_local(mount) || !hasmntopt(&mount, "rw")) continue;
-    if (stat(folder.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) continue;
+    if (!look_at(folder) || !S_ISDIR(about.st_mode)) continue;
     // A file system can be mounted several times. Takes the shortest path.
     std::string& known = folders.emplace(about.st_dev, folder).first->second;
     if (folder.size() < known.size()) known = folder;
   }
-  std::vector<std::string> all;
-  all.reserve(folders.size());
-  for (const auto& [device, folder] : folders) all.push_back(folder);
-  std::sort(all.begin(), all.end());
-  return all;
+  for (const auto& [device, folder] : folders) found.folders.push_back(folder);
+  std::sort(found.folders.begin(), found.folders.end());
+  return found;
 }

@@ -5,8 +5,13 @@
 #include <string>
 #include <vector>
 
-// One folder for each: "/" first, then the writable file systems on devices of this machine.
-// Network file systems are not touched, because they may never answer.
-std::vector<std::string> local_file_systems();
+struct FileSystems {
+  std::vector<std::string> folders;   // one for each file system
+  std::vector<std::string> left_out;  // what could not be read, each with the reason
+};
+
+// "/" first, then the writable file systems on devices of this machine, as /proc/self/mounts has
+// them. Network file systems are not touched, because they may never answer.
+FileSystems local_file_systems();
 
 #endif
