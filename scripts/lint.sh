@@ -28,9 +28,10 @@ layout() {
     xargs -0 clang-format --dry-run -Werror
 }
 
+# Without precompiled headers, so that each source must include what it uses.
 clang_build() {
   CC=clang CXX=clang++ build_in build-lint -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
+    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 }
 
 # tidy_file OBJECT: clang-tidy for its source. The compiler has listed the files that it depends on.
