@@ -5,6 +5,7 @@ PROGRAMS is the folder of the built programs. It must run as root in a PID and m
 own with an own /tmp and /dev/shm, because it fills both and expects to know all processes. Prints
 one line for each area; exits with 1 if one has a failure.
 """
+import ctypes
 import fcntl
 import json
 import os
@@ -20,6 +21,7 @@ import urllib.request
 
 PROGRAMS, SECONDS, KILLS = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 MONITOR = os.path.join(PROGRAMS, "mirt-monitor")
+FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1"
 STEADY = 40
 PATIENCE = 30  # seconds until something that must happen counts as missed
 ODD_NAMES = ["blank in name", "(paren) 1 (", "line\nbreak", "\x1b[2J\x1b]0;t\x07", b"\xff\xfe\xc3(",
@@ -275,6 +277,50 @@ def kills_of_attachers():
     tell("kill -9 of attaching processes", KILLS, faults)
 
 
+def kills_of_watched_processes():
+    """Each end is reported once and each return clears it; nothing else is reported."""
+    count, faults = 20, []
+    watched = [named(f"watched-{i}") for i in range(count)]
+    write_config("/tmp/watched.toml", "every = 0.1\n" + "".join(
+        f'[[process]]\nname = "w{i}"\nexact = "watched-{i}"\nrunning = true\nmemory = true\n'
+        for i in range(count)))
+    monitor = Monitor("/tmp/watched.toml")
+
+    def all_have(state):
+        return lambda: all(monitor.records(instance=f"w{i}.running", kind="item")[-1:] and
+                           monitor.records(instance=f"w{i}.running", kind="item")[-1]["state"] ==
+                           state for i in range(count))
+    told = 0
+    if not wait_for(all_have("ok")):
+        faults.append(f"no answer: {monitor.log[-3:]}")
+    for turn in range(max(1, KILLS // count)):
+        random.shuffle(order := list(range(count)))
+        for i in order:
+            watched[i].kill()
+            watched[i].wait()
+            time.sleep(random.uniform(0, 0.02))
+        if not wait_for(all_have("alarm")):
+            faults.append(f"turn {turn}: an end was not noticed")
+        for i in order:
+            watched[i] = named(f"watched-{i}")
+        if not wait_for(all_have("ok")):
+            faults.append(f"turn {turn}: a return was not noticed")
+        states = [(r["instance"], r["state"]) for r in monitor.records(kind="alarm")]
+        right = {(f"w{i}.running", state) for i in range(count) for state in ("raised", "cleared")}
+        if len(states) != 2 * count or set(states) != right:
+            faults.append(f"turn {turn}: {len(states)} alarms instead of {2 * count}: {states}")
+        told += len(states)
+        monitor.lines.clear()
+        wait_for(all_have("ok"))
+    status = monitor.end()
+    if status != 0:
+        faults.append(f"exit status {status}: {monitor.log[-3:]}")
+    tell("kill -9 of watched processes", told // 2, faults)
+    for process in watched:
+        process.kill()
+        process.wait()
+
+
 # What runs out.
 
 def limited(*limits, user=None):
@@ -299,6 +345,79 @@ def judge(name, monitor, faults, must_go_on=True):
         faults.append(f"{name}: goes on: {goes_on}, status {status}, {monitor.log[-2:]}")
     if ended is not None and (must_go_on or status != 1 or not monitor.log):
         faults.append(f"{name}: ended with {status}, {monitor.log[-2:]}")
+
+
+def dead_mount(path):
+    """A file system that answers nothing, until the returned descriptor is closed."""
+    os.makedirs(path, exist_ok=True)
+    fuse = os.open("/dev/fuse", os.O_RDWR | os.O_CLOEXEC)
+    options = f"fd={fuse},rootmode=40000,user_id=0,group_id=0".encode()
+    if ctypes.CDLL(None).mount(b"dead", path.encode(), b"fuse", 0, options) != 0:
+        raise OSError("cannot mount a file system of its own")
+    return fuse
+
+
+def steady_config(path, count, head):
+    write_config(path, head + "".join(
+        f'[[process]]\nname = "s{i}"\nexact = "steady-{i}"\nrunning = true\nmemory = true\n'
+        for i in range(count)))
+
+
+def a_dead_mount():
+    """Only the watch of this file system waits."""
+    faults, seconds = [], 10
+    steady = [named(f"steady-{i}") for i in range(20)]
+    fuse = dead_mount("/tmp/dead")
+    steady_config("/tmp/dead.toml", 20, 'every = 0.2\n[machine]\ndisk = { "/tmp/dead" = true }\n')
+    monitor = Monitor("/tmp/dead.toml")
+    time.sleep(seconds)
+    calls = [len(monitor.records(instance=f"s{i}.running", kind="item")) for i in range(20)]
+    if min(calls) < seconds * 5 * 0.9:
+        faults.append(f"calls of the other watches: {calls}")
+    if monitor.records(instance="disk:/tmp/dead", kind="item", state="ok"):
+        faults.append("the dead mount is ok")
+    faults += [f"false alarm: {r}" for r in monitor.records(kind="alarm")
+               if r["instance"].startswith("s")]
+    status = monitor.end()
+    if status != 0:
+        faults.append(f"exit status {status}: {monitor.log[-3:]}")
+    tell("a dead mount under statfs", sum(calls), faults)
+    os.close(fuse)
+    subprocess.run(["umount", "--lazy", "/tmp/dead"], check=False)
+    for process in steady:
+        process.kill()
+        process.wait()
+
+
+def steps_of_the_clock():
+    """The clock of the monitor, not that of the machine, is set forwards and backwards."""
+    faults, steps = [], 20
+    steady = [named(f"steady-{i}") for i in range(20)]
+    steady_config("/tmp/steps.toml", 20, "every = 0.1\n")
+
+    def set_clock(hours):
+        write_config("/tmp/clock.new", f"{hours:+d}h\n")
+        os.rename("/tmp/clock.new", "/tmp/clock")
+
+    set_clock(0)
+    monitor = Monitor("/tmp/steps.toml", env=dict(
+        os.environ, LD_PRELOAD=FAKETIME, FAKETIME_TIMESTAMP_FILE="/tmp/clock",
+        FAKETIME_NO_CACHE="1", FAKETIME_DONT_FAKE_MONOTONIC="1"))
+    for step in range(steps):
+        calls = len(monitor.records(kind="item"))
+        if not wait_for(lambda: len(monitor.records(kind="item")) > calls + 80):
+            faults.append(f"step {step}: the calls stop: {monitor.log[-3:]}")
+            break
+        set_clock(30 if step % 2 else random.randrange(-30, 29))
+    faults += [f"false alarm: {r}" for r in monitor.records(kind="alarm")]
+    said = sum("the clock was set" in r["text"] for r in monitor.records(kind="event"))
+    status = monitor.end()
+    if status != 0 or said < steps - 1:  # it can end before it has seen the last one
+        faults.append(f"exit status {status}, {said} steps noticed: {monitor.log[-3:]}")
+    tell("steps of the clock, up to 60 hours", steps, faults, f"noticed: {said}")
+    for process in steady:
+        process.kill()
+        process.wait()
 
 
 def shortages():
@@ -326,7 +445,10 @@ def shortages():
     faults = []
     for name, more, must_go_on in shortage:
         judge(name, Monitor("/tmp/shortage.toml", **more), faults, must_go_on)
-    tell("shortages from the start", len(shortage), faults)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=1", "tmpfs", "/dev/shm"], check=True)
+    judge("/dev/shm full", Monitor("/tmp/shortage.toml"), faults)
+    subprocess.run(["umount", "/dev/shm"], check=True)
+    tell("shortages from the start", len(shortage) + 1, faults)
 
     faults = []
     with open("/tmp/full/output", "wb") as output:
@@ -430,7 +552,10 @@ def reloads():
 print(f"{'area':<34} {'cases':>8} {'failures':>8}", flush=True)
 kills_of_the_monitor()
 kills_of_attachers()
+kills_of_watched_processes()
 shortages()
+a_dead_mount()
+steps_of_the_clock()
 reloads()
 restless()
 print("no failures" if failures == 0 else f"{failures} failures")

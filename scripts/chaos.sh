@@ -12,7 +12,7 @@ help_if_asked "$@"
 seconds=60 kills=200
 read_counts 1 "seconds kills" "$@"
 
-install_missing "${build_packages[@]}" "${test_packages[@]}"
+install_missing "${build_packages[@]}" "${test_packages[@]}" libfaketime
 build_in build-test -DMIRT_BUILD_BENCH=ON
 export PROGRAMS=$PWD/build-test/bin seconds kills
 # shellcheck disable=SC2016 # the inner shell expands them
