@@ -2,6 +2,7 @@
 #include <cmath>
 #include <regex>
 
+#include "every_item.h"
 #include "heart_fixture.h"
 #include "hung_thread.h"
 #include "item/state.h"
@@ -10,51 +11,6 @@
 #include "status/value_metric.h"
 
 namespace {
-
-using Value = ParamRow::Value;
-
-constexpr char kCommandLine[] = "watched by the metrics test";
-
-// A value with which the item works.
-std::string working_value(const ParamRow& row) {
-  switch (row.value) {
-    case Value::kShortName:
-      return "cat";
-    case Value::kModule:
-      return "77";
-    case Value::kDirectory:
-      return "/";
-    case Value::kSeconds:
-    case Value::kThread:
-      return "1";
-    case Value::kCommand:
-      return "echo ready";
-    case Value::kKeyWords:
-      return "ready";
-    case Value::kAny:
-      return row.name == std::string("ErrCode") ? "0xF0000203" : "5";
-    default:
-      return kCommandLine;
-  }
-}
-
-// An instance of each item, called once, under the item's name.
-std::string every_item() {
-  std::string text;
-  for (const ItemRow& item : all_items()) {
-    Params params;
-    for (const ParamRow& row : *item.params) params.emplace_back(row.name, working_value(row));
-    text += instance(item.name, item.name, params, "period = 1000\ndeadline = 1000\n");
-  }
-  return text;
-}
-
-std::string pre_command(const std::string& name, const std::string& command,
-                        const std::string& deadline) {
-  return instance(name, "IsExistProcessPreCmd",
-                  {{"ProcessName", kCommandLine}, {"PreCmd", command}, {"RetKeyWords", "ready"}},
-                  "period = 1000\ndeadline = " + deadline + "\n");
-}
 
 std::string of_watch(const std::string& name) {
   return "{watch=\"" + name + "\"";
@@ -136,14 +92,16 @@ void expect_known_metrics(const std::string& program) {
 
 TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
   make_table()[0] = {process_, 77, 5, 9, 0};
-  const Child child({kCommandLine});
+  const Child child({kWatchedCommandLine});
   const HungThread hung;
   configure_with_socket(
-      every_item() + instance("absent", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
+      every_item("period = 1000\ndeadline = 1000\n") +
+      instance("absent", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
       instance("failed", "GetDiskUsage", {{"d", "/nowhere"}}) + alarm("on = ['failed']") +
       alarm("on = ['failed']\nfor = 2\nseverity = 'warning'") +
-      pre_command("blind", "sleep 1000", "0.01") + pre_command("pending", "sleep 1000", "1000") +
-      pre_command("unjudged", "echo no", "1000") +
+      pre_command("blind", "sleep 1000", "", "period = 1000\ndeadline = 0.01\n") +
+      pre_command("pending", "sleep 1000", "", "period = 1000\ndeadline = 1000\n") +
+      pre_command("unjudged", "echo no", "yes") +
       instance("heart", "ProcessHeartBeat", {{"ProcessName", "cat"}, {"ProcessMoudleId", "77"}}) +
       alarm("equals = 0") +
       instance("stuck", "CheckProcessStatusIsD", {{"ProcessName", "*metrics_tests*"}}) +

@@ -2,7 +2,8 @@
 #include <algorithm>
 #include <set>
 
-#include "monitor_fixture.h"
+#include "child.h"
+#include "every_item.h"
 
 namespace {
 
@@ -114,6 +115,27 @@ TEST_F(ReloadTest, AStormLosesNoAlarmAndCallsNothingTwiceAtOnce) {
   EXPECT_LT(open_now(), 100) << "each shell that runs has a pipe; nothing else is left open";
   monitor.stop();
   EXPECT_EQ(read_file(folder_ / "twice"), "");
+}
+
+// For ThreadSanitizer above all: calls of all items share what the plug-in keeps.
+TEST_F(ReloadTest, EveryItemIsCalledOnThreadsOfOneProcessMeanwhile) {
+  const Child watched({kWatchedCommandLine});
+  const std::string items = "workers = 60\n" + every_item("period = 1.1\ndeadline = 1000\n");
+  const std::string more = instance("more", "GetSysMemory"),
+                    other = instance("other", "GetSysMemory");
+  configure(items + more);
+  Monitor monitor(folder_, kRun);
+  std::multiset<std::string> calls{monitor.await({{"kind", "item"}})["instance"]};
+  std::set<std::string> twice;
+  for (bool is_other = true; twice.size() < all_items().size() + 2; is_other = !is_other) {
+    reconfigure(monitor, items + (is_other ? other : more));
+    for (int lines = 0; lines < 3; ++lines) {
+      const std::string name = monitor.await({{"kind", "item"}})["instance"];
+      calls.insert(name);
+      if (calls.count(name) > 1) twice.insert(name);
+    }
+  }
+  monitor.stop();
 }
 
 }  // namespace
