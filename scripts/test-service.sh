@@ -136,7 +136,7 @@ inside bash -c '. /usr/share/bash-completion/completions/mirt-monitor
   _mirt_monitor
   [ "${COMPREPLY[*]}" = sleeper.running ]' || fault "the name of a watch is not completed"
 
-step "a reload with mistakes fails, and the configuration before stays in force"
+step "a reload with mistakes fails, and the previous configuration stays in force"
 echo 'name = 7' >"$root/etc/mirt-monitor/conf.d/bad.toml"
 ! inside systemctl reload mirt-monitor 2>/dev/null || fault "a reload with mistakes was accepted"
 inside journalctl --no-pager -u mirt-monitor | grep -q 'bad.toml:1: ' || fault "the mistake is not in the journal"
@@ -170,7 +170,7 @@ still_raised() {
   [ "$(times_told raised)" = 1 ] || fault "$1: told again"
 }
 
-step "the watchdog restarts a monitor that stands still, and no alarm is lost or told again"
+step "the watchdog restarts a stopped monitor, and no alarm is lost or told again"
 before=$(state_of MainPID)
 inside kill -STOP "$before"
 await "another process" runs_anew

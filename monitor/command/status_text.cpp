@@ -107,7 +107,7 @@ void add_evidence(const Json& evidence, std::vector<std::string>& lines) {
       labelled("thread", cell(member(evidence, "tid")) + " \"" + shown(evidence, "name") + "\", " +
                              shown(evidence, "state") + ", in " + cell(member(evidence, "wchan"))));
   const double standing_s = evidence.value("standing_seconds", 0.0);
-  lines.push_back(labelled("", "has stood still for " +
+  lines.push_back(labelled("", "has not run for " +
                                    seconds_text(std::chrono::duration<double>(standing_s)) +
                                    "; threads of its process with this stack: " +
                                    cell(member(evidence, "threads_with_this_stack"))));

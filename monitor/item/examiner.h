@@ -59,7 +59,7 @@ class Examiner {
   // The item searched all processes and found nothing. It may have skipped a stuck one.
   bool found_nothing() const { return found_nothing_; }
 
-  // For how long a thread that the last answer says hangs has stood still, in seconds.
+  // For how long the hung thread of the last answer has not run, in seconds.
   double standing_s() const;
 
  private:
@@ -87,7 +87,7 @@ class Examiner {
   void remember(int pid);
   const std::string& name() const { return params_.front().value; }
 
-  // A thread hangs once it has stood still over this many calls.
+  // A thread hangs once it has not run during this many calls.
   static constexpr size_t kCallsOfAHang = 11;
 
   const ItemRow& item_;

@@ -110,7 +110,7 @@ class PeopleReporter final : public Reporter {
   static std::string evidence_text(const Answer& answer) {
     if (!answer.evidence) return "";
     const ThreadEvidence& evidence = *answer.evidence;
-    std::string text = ", stands still for " + number_text(std::round(answer.standing_s)) + " s";
+    std::string text = ", has not run for " + number_text(std::round(answer.standing_s)) + " s";
     if (!evidence.wchan.empty()) text += " in " + printable(evidence.wchan);
     if (evidence.same_stack > 1) {
       text += ", " + std::to_string(evidence.same_stack) + " threads with this stack";

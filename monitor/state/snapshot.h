@@ -51,7 +51,7 @@ struct WatchView {
   bool has_value;
   double value;
   int pid;                           // the process it is about; 0: none
-  std::optional<unsigned> flow_id;   // of a heartbeat that stands still
+  std::optional<unsigned> flow_id;   // of a heartbeat that has stopped
   std::optional<WallTime> answered;  // the last time
   std::vector<AlarmView> alarms;     // raised ones
   std::array<bool, 2> has_alarm;     // by Severity: one with it is configured

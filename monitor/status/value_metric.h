@@ -25,7 +25,7 @@ constexpr ValueMetric kValueMetrics[] = {
     {"mirt_process_running", "1 if the process runs, else 0.", {"IsExistProcess"}},
     {"mirt_process_hung", "1 if a thread of the process hangs, else 0.", {"CheckProcessStatusIsD"}},
     {"mirt_heartbeat_fresh",
-     "0 if the heartbeat of the process stands still, else 1.",
+     "0 if the heartbeat of the process has stopped, else 1.",
      {"ProcessHeartBeat"}},
     {"mirt_machine_cpu_ratio", "Busy processor time, as a share of all.", {"GetSysCPU"}},
     {"mirt_machine_user_cpu_ratio",

@@ -50,7 +50,7 @@ class WatchMetrics {
 
   std::vector<MetricFamily> values_;  // as in kValueMetrics
   MetricFamily flow_ids_{"mirt_heartbeat_flow_id",
-                         "Flow id that the process left, while its heartbeat stands still."};
+                         "Flow id that the process left, while its heartbeat has stopped."};
   MetricFamily pids_{"mirt_process_pid", "The process that the value is about."};
   MetricFamily states_{"mirt_watch_state", "1 for the state in which the watch is, 0 for others."};
   MetricFamily answered_{"mirt_watch_last_answer_timestamp_seconds",
