@@ -3,16 +3,19 @@
 # (clang-format), a build with clang, clang-tidy, cppcheck, shellcheck, and the order of the monitor's
 # includes. Every check runs; the exit status is 1 if one has failed. clang-tidy only looks at files
 # that have changed since it last found nothing in them: build-lint/tidy has their checksums. With
-# --quick its static analyzer only looks at the plug-in and its libraries.
+# --quick (scripts/test.sh), the build with clang, clang-tidy and cppcheck only look at the plug-in
+# and its libraries.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
 help_if_asked "$@"
-export quick=${1:-}
 
 install_missing "${build_packages[@]}" "${test_packages[@]}" "${lint_packages[@]}"
 
-shipped=(include platform host plugins mirtmonitor monitor examples bench)
+checked=(include platform host plugins mirtmonitor) others=OFF
+if [ "${1:-}" != --quick ]; then
+  checked+=(monitor examples bench) others=ON
+fi
 failed=()
 
 # check NAME COMMAND...
@@ -24,14 +27,16 @@ check() {
 }
 
 layout() {
-  find "${shipped[@]}" tests fuzz \( -name '*.cpp' -o -name '*.c' -o -name '*.h' \) -print0 |
+  find . -path './build*' -prune -o \( -name '*.cpp' -o -name '*.c' -o -name '*.h' \) -print0 |
     xargs -0 clang-format --dry-run -Werror
 }
 
 # Without precompiled headers, so that each source must include what it uses.
 clang_build() {
   CC=clang CXX=clang++ build_in build-lint -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+    -DMIRT_BUILD_MONITOR=$others -DMIRT_BUILD_TESTS=$others -DMIRT_BUILD_BENCH=$others \
+    -DMIRT_BUILD_EXAMPLES=$others
 }
 
 # tidy_file OBJECT: clang-tidy for its source. The compiler has listed the files that it depends on.
@@ -49,8 +54,8 @@ tidy_file() {
   # The static analyzer takes longer than all other checks for large headers, and finds nothing in the
   # macros of the test framework.
   local checks=()
-  case $quick$source in
-    --quickmonitor/* | *tests/* | *bench/* | *fuzz/*) checks=(--checks='-clang-analyzer-*') ;;
+  case $source in
+    tests/* | bench/* | fuzz/*) checks=(--checks='-clang-analyzer-*') ;;
   esac
   sum=$({ echo "${checks[*]}"; cat "${files[@]}" .clang-tidy; } | sha256sum)
   [ "$sum" != "$(cat "$seen" 2>/dev/null)" ] || return 0
@@ -80,7 +85,7 @@ cpp_check() {
     --suppress=returnTempReference --suppress=legacyUninitvar \
     --suppress=syntaxError --suppress=internalAstError:monitor/status/page_files.cpp \
     -Iinclude -Iplatform -Ihost -Imonitor -Imirtmonitor/plugin/linux \
-    -Iplugins/libmirt_agent/heart "${shipped[@]}"
+    -Iplugins/libmirt_agent/heart "${checked[@]}"
 }
 
 check "clang-format" layout

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# test.sh [CTEST-ARGUMENT...]: installs missing packages, builds and runs all tests: in the release
-# build, with AddressSanitizer and UndefinedBehaviorSanitizer, and the tests with several threads
-# with ThreadSanitizer. The release build also tests the Debian packages (scripts/test-service.sh).
-# After a suite that fails the next one still runs. The summary at the end has one line for each suite;
-# the exit status is 1 if a suite has failed. scripts/lint.sh checks the sources.
+# test.sh [CTEST-ARGUMENT...]: installs missing packages, checks the sources (scripts/lint.sh --quick),
+# builds and runs all tests: in the release build, with AddressSanitizer and
+# UndefinedBehaviorSanitizer, and the tests with several threads with ThreadSanitizer. The release
+# build also tests the Debian packages (scripts/test-service.sh). After a suite that fails the next one
+# still runs. The summary at the end has one line for each suite; the exit status is 1 if a suite has
+# failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -45,6 +46,12 @@ suite() {
   outcome "$name" "$tests${skipped:+, $skipped skipped}"
 }
 
+if scripts/lint.sh --quick; then
+  outcome "sources" "no findings"
+else
+  outcome "sources" "FAILED"
+  failed=1
+fi
 suite "release" build-test -DMIRT_BUILD_BENCH=ON -- "$@"
 suite "address and undefined-behaviour sanitizers" build-asan -DCMAKE_BUILD_TYPE=Debug \
   -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined -- "$@"
