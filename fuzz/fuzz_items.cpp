@@ -78,8 +78,12 @@ class OwnRoot {
   OwnRoot& operator=(OwnRoot&&) = delete;  // neither copied nor moved
   ~OwnRoot() { FUZZ_CHECK(fchdir(real_root_) == 0 && chroot(".") == 0 && fchdir(folder_) == 0); }
 
+  // Opens the folders after the change of the mount namespace: before it they belong to the old
+  // one.
   static bool prepare() {
     mount_empty(kRoot.c_str());
+    real_root_ = open_folder("/");
+    folder_ = open_folder(".");
     return real_root_ >= 0 && folder_ >= 0;
   }
 
@@ -89,7 +93,7 @@ class OwnRoot {
   }
 
   inline static const fs::path kRoot = "/dev/shm";
-  inline static const int real_root_ = open_folder("/"), folder_ = open_folder(".");
+  inline static int real_root_ = -1, folder_ = -1;
 };
 
 void call(Item item, std::vector<FI_PARAM_S>& parameters, FI_CONTEXT_S& context) {
