@@ -118,6 +118,7 @@ class HttpTest : public MonitorTest {
   int status_of(const std::string& method, const std::string& path,
                 const httplib::Headers& headers = {}) {
     httplib::Client client("127.0.0.1", port_);
+    client.set_read_timeout(300);
     httplib::Request request;
     request.method = method;
     request.path = path;

@@ -307,8 +307,8 @@ TEST_F(MonitorTest, ProcessOneTakesOrphansAndPassesSignalsAndTheStatusOn) {
 }
 
 TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
-  configure(kCounted + "[instance.alarm]\nequals = 0\nfor = 20\n" +
-            instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
+  const std::string judged = kCounted + "[instance.alarm]\nequals = 0\nfor = 20\n";
+  configure(judged + instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
   Monitor monitor(folder_, kRun);
   unsigned long last = monitor.await({{"instance", "counted"}})["seq"];
   const unsigned long notes = monitor.busy_notes();
@@ -316,6 +316,10 @@ TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
   // Long enough for the alarm, and for more lines than are kept.
   await_calls(folder_, 400);
   std::vector<Json> records = monitor.records({{"state", "raised"}});
+  // Without the chatty one a slow reader keeps up, too.
+  configure(judged);
+  kill(monitor.pid(), SIGHUP);
+  for (Json& record : monitor.records({{"kind", "event"}})) records.push_back(std::move(record));
   kill(monitor.pid(), SIGTERM);
   for (Json& record : monitor.records()) records.push_back(std::move(record));
   monitor.end(0);

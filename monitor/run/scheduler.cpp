@@ -504,6 +504,9 @@ void Scheduler::tell(Slot& slot, Answer& answer) {
 // Adds to the answer how the process ended, or that another process runs now.
 Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
   const int pid = slot.call->examiner.pid();
+  // A call can have found the process before it ended, and be told after its end was noticed. The
+  // next call, which is due at once, tells whether another process runs.
+  if (pid == slot.ended_pid && slot.call->began <= slot.ended_at) return {};
   const bool is_there = pid > 0 && answer.finding.measured();
   Cause cause;
   if (!slot.ended.empty() && !is_there) {
@@ -523,19 +526,14 @@ void Scheduler::follow(Slot& slot) {
   const int pid = slot.call->examiner.pid();
   if (ends_.follow(slot, pid, slot.call->ended) || pid == slot.ended_pid) return;
   // The process ended after the call. One extra call is enough: the item may name it again.
-  slot.ended_pid = pid;
-  slot.ended = "process " + std::to_string(pid) + " has ended";
-  slot.call_at_once = true;
-  slot.due = Clock::now();
+  slot.note_end(pid, "process " + std::to_string(pid) + " has ended");
 }
 
 // Calls the instances of an ended process at once. The item decides what the end means.
 void Scheduler::look_at_ends() {
   for (const EndWatch::Ended& ended : ends_.take_ended()) {
     for (Slot* const slot : ended.slots) {
-      slot->ended = ended.text;
-      slot->call_at_once = true;
-      if (slot->phase == Phase::kIdle) slot->due = Clock::now();
+      slot->note_end(ended.pid, ended.text);
     }
   }
 }

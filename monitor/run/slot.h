@@ -60,6 +60,15 @@ struct Slot {
     return made;
   }
 
+  // Its process has ended: the instance is called at once.
+  void note_end(int process, std::string text) {
+    ended_pid = process;
+    ended_at = Clock::now();
+    ended = std::move(text);
+    call_at_once = true;
+    if (phase == Phase::kIdle) due = ended_at;
+  }
+
   const Instance instance;
   std::unique_ptr<Call> call;
   Standstill standstill;  // of a heartbeat
@@ -70,13 +79,14 @@ struct Slot {
   Phase phase = Phase::kIdle;
   State state = State::kPending;
   WallTime state_since{};
-  int followed = 0;           // the followed process; 0: none
-  int ended_pid = 0;          // a process that ended before it could be followed
-  std::string ended{};        // how the process ended; empty once another one runs
-  unsigned restarts = 0;      // how often another process replaced an ended one
-  bool call_at_once = false;  // its process has ended: do not wait for the next start time
-  bool refused = false;       // due, but there was no worker for it
-  bool lock_is_told = false;  // it is logged that it waits for the lock of the heartbeat table
+  int followed = 0;              // the followed process; 0: none
+  int ended_pid = 0;             // the process that ended last
+  Clock::time_point ended_at{};  // when that was noticed
+  std::string ended{};           // how the process ended; empty once another one runs
+  unsigned restarts = 0;         // how often another process replaced an ended one
+  bool call_at_once = false;     // its process has ended: do not wait for the next start time
+  bool refused = false;          // due, but there was no worker for it
+  bool lock_is_told = false;     // it is logged that it waits for the lock of the heartbeat table
   unsigned long calls = 0;
   Clock::time_point due{};
   Clock::time_point deadline{};
