@@ -55,7 +55,7 @@ else
     cmp "$package" "$second/${package##*/}" || fault "not reproducible: ${package##*/}"
   done
 fi
-lintian --allow-root --fail-on error,warning "$first"/*.changes || fault "lintian"
+TMPDIR=$work lintian --allow-root --fail-on error,warning "$first"/*.changes || fault "lintian"
 rm -rf "$work/packages"
 mkdir "$work/packages"
 cp "$first"/{mirt-monitor,libmirt-linux-plugin1}_*.deb "$work/packages/"

@@ -222,7 +222,8 @@ def main(monitor_path, hung_thread_path):
         probe.bind(("127.0.0.1", 0))
         port = probe.getsockname()[1]
         probe.close()
-        folder = stack.enter_context(tempfile.TemporaryDirectory())
+        folder = stack.enter_context(tempfile.TemporaryDirectory(ignore_cleanup_errors=True))
+        os.environ["TMPDIR"] = folder  # a browser that is killed leaves files there
         with open(f"{folder}/a.toml", "w", encoding="utf-8") as file:
             file.write(f"""
                 every = "100ms"
