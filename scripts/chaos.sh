@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # chaos.sh [--seconds N] [--kills N]: installs missing packages, builds, and attacks running monitors:
 # processes that start, end and rename themselves at a high rate, a stuck process, kill -9, full
-# disks, a dead mount, limits of memory, descriptors and threads, steps of the clock. By default 60 seconds of restless processes and
-# 200 kills of each kind, about six minutes. Needs root.
+# disks, a dead mount, limits of memory, descriptors and threads, steps of the clock. By default 60
+# seconds of restless processes and 200 kills of each kind, about eight minutes. Needs root.
 # Exit status 0: no failure; 1: a failure, with its line.
 set -euo pipefail
 cd "$(dirname "$0")/.."
