@@ -120,6 +120,6 @@ Observed run_in_child(const Scenario& scenario, Refusal refusal, bool descriptor
     run(scenario, refusal, descriptors, trial);
     return 0;
   });
-  if (status != 0) sprintf(trial.faults, "crashed, status %d", status);
+  if (status != 0) snprintf(trial.faults, sizeof trial.faults, "crashed, status %d", status);
   return trial;
 }

@@ -7,7 +7,7 @@
 #include "item/item_table.h"
 #include "monitor_fixture.h"
 
-inline constexpr char kWatchedCommandLine[] = "watched by the metrics test";
+inline constexpr char kWatchedCommandLine[] = "watched by every item";
 
 // A value with which the item works.
 inline std::string working_value(const ParamRow& row) {
