@@ -27,14 +27,17 @@ FileSystems local_file_systems() {
   FileSystems found;
   std::map<dev_t, std::string> folders;
   struct stat about {};
+  const auto leave_out = [&](const std::string& path) {
+    found.left_out.push_back(path + ": " + std::strerror(errno));
+  };
   const auto look_at = [&](const std::string& path) {
     const bool done = stat(path.c_str(), &about) == 0;
-    if (!done) found.left_out.push_back(path + ": " + std::strerror(errno));
+    if (!done) leave_out(path);
     return done;
   };
   if (look_at("/")) folders.emplace(about.st_dev, "/");
   const std::unique_ptr<FILE, int (*)(FILE*)> mounts(setmntent(kMounts, "re"), endmntent);
-  if (!mounts) found.left_out.push_back(std::string(kMounts) + ": " + std::strerror(errno));
+  if (!mounts) leave_out(kMounts);
   mntent mount{};
   char text[8192];
   while (mounts && getmntent_r(mounts.get(), &mount, text, sizeof text)) {
@@ -45,6 +48,7 @@ FileSystems local_file_systems() {
     std::string& known = folders.emplace(about.st_dev, folder).first->second;
     if (folder.size() < known.size()) known = folder;
   }
+  if (mounts && std::ferror(mounts.get()) != 0) leave_out(kMounts);
   for (const auto& [device, folder] : folders) found.folders.push_back(folder);
   std::sort(found.folders.begin(), found.folders.end());
   return found;
