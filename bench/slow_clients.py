@@ -3,8 +3,9 @@
 
 Runs MONITOR with 100 watches, each called ten times a second, in turns without and with CLIENTS
 (1,000) clients for SECONDS (20). A third of the clients send a request of one byte a second, a third
-ask for the largest answer and read one byte a second, a third send garbage. Whoever is disconnected
-connects again a second later. Beside them an honest client asks for the state all the time.
+ask for the largest answer and read one byte a second, a third send garbage. A client that is
+disconnected connects again a second later. Beside them a well-behaved client asks for /healthz again
+and again.
 """
 import http.client
 import os
@@ -145,7 +146,7 @@ with tempfile.TemporaryDirectory() as folder:
     with subprocess.Popen([monitor, "run", "--config", path], stdout=subprocess.DEVNULL) as process:
         try:
             time.sleep(3)
-            print("                 lateness, ms                          honest client, ms")
+            print("                 lateness, ms                          well-behaved client, ms")
             print("clients   calls     mean  99 %<= 99.9<=   MiB  files answers  median    most failures")
             for _ in range(rounds):
                 print(measure(False), flush=True)

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # lint.sh [--quick]: installs missing packages and checks the sources without running them: layout
 # (clang-format), a build with clang, clang-tidy, cppcheck, shellcheck, and the order of the monitor's
-# includes. Every check runs; the exit status is 1 if one has failed. clang-tidy only looks at files
-# that have changed since it last found nothing in them: build-lint/tidy has their checksums. With
-# --quick (scripts/test.sh), the build with clang, clang-tidy and cppcheck only look at the plug-in
+# includes. Every check runs; the exit status is 1 if one has failed. clang-tidy skips files
+# that have not changed since it found nothing in them: build-lint/tidy has their checksums. With
+# --quick (scripts/test.sh), the build with clang, clang-tidy and cppcheck check only the plug-in
 # and its libraries.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -77,7 +77,7 @@ clang_tidy() {
     xargs -P "$(nproc)" -I{} bash -c 'tidy_file {}'
 }
 
-# Not enabled: what this version gets wrong about emplace_back(), placement new, functions that are
+# Not enabled: checks that report false errors for emplace_back(), placement new, functions that are
 # try blocks, and text that an #include inserts into an initialiser. The compilers and clang-tidy check the same.
 cpp_check() {
   cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \

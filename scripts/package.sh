@@ -3,7 +3,7 @@
 # Debian packages mirt-monitor, libmirt-linux-plugin1 and libmirt-linux-plugin-dev into FOLDER, by
 # default build-package. Prints their names. The same sources give the same bytes.
 #   --version VERSION  the version of the packages, instead of that of packaging/debian/changelog
-#   --again            keeps what a build before has compiled in FOLDER
+#   --again            keeps the files that an earlier build has compiled in FOLDER
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/setup.sh
@@ -29,7 +29,7 @@ tree=$folder/tree
 mkdir -p "$tree"
 rm -f "$folder"/*.deb
 find "$tree" -mindepth 1 -maxdepth 1 ! -name 'obj-*' -exec rm -rf {} +
-# Only what belongs to the sources; files that have not changed keep their times.
+# Copies only files of the sources. Files that have not changed keep their times.
 tar --create --exclude='./build*' --exclude=./.git --exclude=./.cache . |
   tar --extract --directory "$tree"
 cp -a packaging/debian "$tree"
@@ -39,7 +39,7 @@ cp LICENSE "$tree/debian/copyright"
 log=$folder/build.log
 options=()
 [ -z "$again" ] || options+=(--no-pre-clean)
-# The build must depend on nothing of the caller's environment.
+# The build must not depend on the caller's environment.
 (cd "$tree" && env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/nonexistent LC_ALL=C.UTF-8 \
   DEB_BUILD_OPTIONS="noautodbgsym parallel=$(nproc)" \
   dpkg-buildpackage --build=binary --unsigned-changes --unsigned-buildinfo "${options[@]}") \

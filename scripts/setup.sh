@@ -63,9 +63,9 @@ install_missing() {
   install_without_services "${missing[@]}"
 }
 
-# install_without_services PACKAGE...: for install_missing. The services of the packages are neither
-# started nor enabled: what needs these programs starts them itself. A policy of the machine about
-# services stays as it is.
+# install_without_services PACKAGE...: for install_missing. Does not start or enable the services of
+# the packages, because the scripts start these programs themselves. Does not change the machine's
+# policy about services.
 install_without_services() {
   local policy=/usr/sbin/policy-rc.d made=() status=0
   if [ ! -e "$policy" ]; then
@@ -99,7 +99,7 @@ build_in() {
   return $status
 }
 
-# show_progress: on a terminal, shows the last line that it has read, cut to the terminal's width.
+# show_progress: on a terminal, shows the latest line of its input, truncated to the terminal's width.
 show_progress() {
   local line width
   if [ ! -t 2 ]; then

@@ -158,7 +158,7 @@ alarm=$(records "An alarm was raised" sleeper.running | field MIRT_ALARM)
 [ -n "$alarm" ] || fault "the record has no MIRT_ALARM"
 [ "$(records "An alarm was raised" sleeper.running | field PRIORITY)" = 2 ] || fault "wrong priority"
 [ "$(records "An alarm was raised" sleeper.running | field MIRT_STATE)" = alarm ] || fault "wrong state"
-inside journalctl --no-pager -x MIRT_ALARM="$alarm" | grep -q 'To keep its alerts back' ||
+inside journalctl --no-pager -x MIRT_ALARM="$alarm" | grep -q 'To silence its alerts' ||
   fault "journalctl -x does not explain the record"
 await "the state file" grep -q "$alarm" "$root/var/lib/mirt-monitor/state.json"
 await "the alert" grep -q raised "$root/var/lib/mirt-monitor/told"

@@ -2,8 +2,8 @@
 # test.sh [CTEST-ARGUMENT...]: installs missing packages, checks the sources (scripts/lint.sh --quick),
 # builds and runs all tests: in the release build, with AddressSanitizer and
 # UndefinedBehaviorSanitizer, and the tests with several threads with ThreadSanitizer. The release
-# build also tests the Debian packages (scripts/test-service.sh). After a suite that fails the next one
-# still runs. The summary at the end has one line for each suite; the exit status is 1 if a suite has
+# build also tests the Debian packages (scripts/test-service.sh). If a suite fails, the next one still
+# runs. The summary at the end has one line for each suite; the exit status is 1 if a suite has
 # failed.
 set -euo pipefail
 cd "$(dirname "$0")/.."

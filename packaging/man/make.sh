@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# make.sh FOLDER VERSION: makes the manual pages from docs/, with pandoc. Each page is a part of the
-# manual, so nothing is written twice.
+# make.sh FOLDER VERSION: makes the manual pages from docs/, with pandoc. Each page consists of parts
+# of docs/, so no text exists twice.
 set -euo pipefail
 folder=$1
 version=$2
 cd "$(dirname "$0")/../.."
 
-# part FILE HEADING...: these sections of the file, with their headings. Without a HEADING: what is
-# before the first section, except the title.
+# part FILE HEADING...: prints these sections of the file, with their headings. Without a HEADING:
+# prints the text before the first section, except the title.
 part() {
   local file=$1
   shift
@@ -43,7 +43,7 @@ configuration="mirt-monitor.toml(5)"
 
 while read -r command; do
   part docs/commands.md "$command" | sed 1d | {
-    # What the output means is for the command that writes it.
+    # The meaning of the output belongs to the command that writes it.
     cat
     [ "$command" != run ] || part docs/monitor.md "Output"
   } | page "mirt-monitor-${command// /-}" 1 -M command=yes -M see="mirt-monitor(1), $configuration"

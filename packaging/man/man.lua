@@ -1,13 +1,13 @@
 -- Turns a part of the manual (docs/) into a manual page. With the variable "command", the first
 -- paragraph becomes the name and the first code block the synopsis.
 
--- What other pages say is found by their names, not by links.
+-- A manual page has no links.
 function Link(link)
   return link.content
 end
 
--- Man pages are narrow: a table becomes a list. The first column is the term; the columns between it
--- and the last are in parentheses, after their headings.
+-- Manual pages are narrow, so a table becomes a list. The first column is the term. The columns
+-- between the first and the last follow their headings.
 function Table(tbl)
   local simple = pandoc.utils.to_simple_table(tbl)
   local items = {}
@@ -30,7 +30,7 @@ function Table(tbl)
   return pandoc.DefinitionList(items)
 end
 
--- A paragraph of the line's words; what is in brackets stays together.
+-- A paragraph of the words of the line. Words in brackets stay on one line.
 local function unbroken(line)
   local words = pandoc.List()
   for part in line:gsub("%b[]", function(option) return option:gsub(" ", "\u{a0}") end):gmatch("%S+") do
