@@ -16,14 +16,20 @@
 #include "item_call.h"
 #include "mirt_items.h"
 #include "mirt_process.h"
+#include "mirt_walk_group.h"
 #include "proc_fixture.h"
 #include "walk_actors.h"
 
 namespace {
 std::atomic<bool> g_no_lines{false}, g_no_rounds{false};
-}
+thread_local MIRT_WALK_GROUP* g_group = nullptr;
+}  // namespace
 
 extern "C" {
+MIRT_WALK_GROUP* MIRT_CurrentWalkGroup(void) {
+  return g_group;
+}
+
 void* __real_realloc(void* memory, size_t size);
 void* __wrap_realloc(void* memory, size_t size) {
   return g_no_lines ? nullptr : __real_realloc(memory, size);
@@ -169,6 +175,45 @@ TEST_F(SharedWalk, WithoutMemoryEachWalksAlone) {
     expect_the_same_from(3);
     *refused = false;
   }
+}
+
+// All calls of a group answer as of the moment of its first search.
+TEST_F(SharedWalk, GroupReadsOnceAndForgetsAtItsEnd) {
+  put_cmdline(pids_[0], {"early"});
+  int reads = 0;
+  ScopedHooks hooks;
+  hooks->open = [&](const char* path) { reads += strstr(path, "/cmdline") != nullptr ? 1 : 0; };
+  for (const bool memory : {true, false}) {
+    g_no_rounds = !memory;
+    MIRT_WALK_GROUP group{};
+    g_group = &group;
+    EXPECT_EQ(find_all("early", kMatchExact), Pids{pids_[0]});
+    put_cmdline(pids_[0], {"late"});
+    EXPECT_EQ(find_all("early", kMatchExact).size(), memory ? 1U : 0U);
+    g_group = nullptr;
+    EXPECT_EQ(find_all("late", kMatchExact), Pids{pids_[0]}) << "another call on this thread";
+    g_group = &group;
+    EXPECT_EQ(find_all("late", kMatchExact).size(), memory ? 0U : 1U);
+    g_group = nullptr;
+    ASSERT_EQ(group.lines != nullptr, memory);
+    EXPECT_EQ(reads, (memory ? 2 : 4) * kProcesses);
+    EXPECT_GE(group.steps, static_cast<unsigned>(kProcesses));
+    if (memory) group.leave(group.lines);
+    put_cmdline(pids_[0], {"early"});
+    reads = 0;
+  }
+  g_no_rounds = false;
+}
+
+// The searches of a group serve others, and are served by them.
+TEST_F(SharedWalk, GroupsAnswerAsEachSearchAloneWould) {
+  const std::vector<std::string> expected = lone_answers();
+  Threads(8, [&](int number) {
+    MIRT_WALK_GROUP group{};
+    g_group = number % 4 == 0 ? nullptr : &group;
+    for (size_t i = 0; i < patterns_.size(); ++i) EXPECT_EQ(all_answers(patterns_[i]), expected[i]);
+    if (group.lines != nullptr) group.leave(group.lines);
+  }).join();
 }
 
 // The first search stops before, and then after the point up to which a walk can start again.

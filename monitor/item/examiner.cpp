@@ -222,7 +222,10 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   }
   if (!trouble_before_.empty()) return unjudged(trouble_before_);
   const bool one_tells = !is_handles || may_read_all_files();
-  if (!follows_one && one_tells && still_matches()) return one_process(known_pid_);
+  // Who can read its command line can read the other files, except fd.
+  if (!follows_one && one_tells && still_matches()) {
+    return is_handles ? one_process(known_pid_) : ok();
+  }
   const std::vector<int> found = follows_one ? std::vector<int>() : matches();
   if (found.empty()) return nothing_found();
   remember(found.front());

@@ -1,6 +1,9 @@
 #include "run/end_watch.h"
 
+#include <sys/epoll.h>
+
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
@@ -18,11 +21,25 @@ bool has_ended(int pid) {
 
 }  // namespace
 
+bool EndWatch::wait_for_end(Process& process) {
+  if (ends_.get() < 0) ends_ = UniqueFd(epoll_create1(EPOLL_CLOEXEC));
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.ptr = &process;
+  return epoll_ctl(ends_.get(), EPOLL_CTL_ADD, process.process.fd(), &event) == 0;
+}
+
+// To close the descriptor is not enough: a child that has not called exec() yet still has it.
+EndWatch::Processes::iterator EndWatch::stop_following(Processes::iterator process) {
+  epoll_ctl(ends_.get(), EPOLL_CTL_DEL, process->process.fd(), nullptr);
+  return processes_.erase(process);
+}
+
 void EndWatch::leave(Slot& slot) {
   for (auto process = processes_.begin(); process != processes_.end();) {
     auto& slots = process->slots;
     slots.erase(std::remove(slots.begin(), slots.end(), &slot), slots.end());
-    process = slots.empty() ? processes_.erase(process) : std::next(process);
+    process = slots.empty() ? stop_following(process) : std::next(process);
   }
   slot.followed = 0;
 }
@@ -39,29 +56,32 @@ bool EndWatch::follow(Slot& slot, int pid, FollowedProcess::Steady::time_point s
     if (!process) return !has_ended(pid);
     processes_.push_back({std::move(*process), {}});
     found = std::prev(processes_.end());
+    if (!wait_for_end(*found)) {
+      processes_.pop_back();
+      return !has_ended(pid);
+    }
   }
   found->slots.push_back(&slot);
   slot.followed = pid;
   return true;
 }
 
-void EndWatch::add_to(std::vector<pollfd>& fds) const {
-  for (const Process& each : processes_) fds.push_back({each.process.fd(), POLLIN, 0});
-}
-
 std::vector<EndWatch::Ended> EndWatch::take_ended() {
+  std::array<epoll_event, 64> events;
+  const int count = epoll_wait(ends_.get(), events.data(), static_cast<int>(events.size()), 0);
   std::vector<Ended> ended;
-  for (auto each = processes_.begin(); each != processes_.end();) {
+  for (int i = 0; i < count; ++i) {
+    const auto each =
+        std::find_if(processes_.begin(), processes_.end(), [&](const Process& process) {
+          return &process == events[static_cast<size_t>(i)].data.ptr;
+        });
     const std::optional<ProcessEnd> end = each->process.end();
-    if (!end) {
-      ++each;
-      continue;
-    }
+    if (!end) continue;
     const int pid = each->process.pid();
     for (Slot* const slot : each->slots) slot->followed = 0;
     ended.push_back(
         {pid, "process " + std::to_string(pid) + " " + end_text(*end), std::move(each->slots)});
-    each = processes_.erase(each);
+    stop_following(each);
   }
   return ended;
 }

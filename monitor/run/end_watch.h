@@ -2,14 +2,13 @@
 #ifndef MONITOR_END_WATCH_H
 #define MONITOR_END_WATCH_H
 
-#include <poll.h>
-
 #include <cstddef>
 #include <list>
 #include <string>
 #include <vector>
 
 #include "proc/process_end.h"
+#include "proc/unique_fd.h"
 
 struct Slot;
 
@@ -30,10 +29,10 @@ class EndWatch {
   // 0: no process. False if the process has ended since.
   bool follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
 
-  // Adds the descriptors to wait for.
-  void add_to(std::vector<pollfd>& fds) const;
+  // Becomes readable when a process ends; negative while there is none.
+  int fd() const { return ends_.get(); }
 
-  // Returns the processes that ended since the previous call, and stops following them.
+  // Returns processes that have ended, and stops following them.
   std::vector<Ended> take_ended();
 
  private:
@@ -42,9 +41,15 @@ class EndWatch {
     std::vector<Slot*> slots;
   };
 
-  void leave(Slot& slot);
+  using Processes = std::list<Process>;
 
-  std::list<Process> processes_;
+  bool wait_for_end(Process& process);
+  void leave(Slot& slot);
+  Processes::iterator stop_following(Processes::iterator process);
+
+  UniqueFd ends_{
+      -1};  // an epoll of the processes: a look at the ends costs the same for any number
+  Processes processes_;
 };
 
 #endif

@@ -1,9 +1,9 @@
 #include "run/scheduler.h"
 
 #include <poll.h>
-#include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -51,6 +51,9 @@ constexpr std::chrono::seconds kRecently{10};
 constexpr size_t kFewCalls = 8;
 constexpr timespec kGatherAnswers{0, 1000000};
 
+// So often the scheduler checks that groups of calls make progress.
+constexpr std::chrono::milliseconds kGroupLook{20};
+
 constexpr Clock::duration kForever = std::chrono::hours(24);
 
 constexpr char kHeartbeatLock[] = "/tmp/mirt_agent_lock";
@@ -74,6 +77,18 @@ Clock::time_point deadline_of(const Instance& instance, Clock::time_point from) 
 
 bool is_heartbeat(const Instance& instance) {
   return instance.item->source.subject == Subject::kHeartbeat;
+}
+
+// True if the next call of this slot takes well under a millisecond, except for a search: it only
+// reads files of a process that was there at the previous call.
+bool is_short(const Slot& slot) {
+  const ItemRow& item = *slot.instance.item;
+  const Subject subject = item.source.subject;
+  if (item.interval != Interval::kNone || slot.instance.params.size() > 1) return false;
+  const bool was_there =
+      slot.has_value && (slot.state == State::kOk || slot.state == State::kAlarm);
+  return was_there &&
+         (subject == Subject::kProcess || (subject == Subject::kExistence && slot.value != 0.0));
 }
 
 // The longest sleep with which the scheduler still notices in time that it did not run.
@@ -106,17 +121,6 @@ size_t most_at_once(size_t reserved) {
   constexpr size_t kEach = 4;
   const size_t free = free_descriptors();
   return std::max<size_t>(1, (free - std::min(free, reserved)) / kEach);
-}
-
-// Like ppoll(). The kernel refuses more descriptors than this process may open now, and the limit
-// can be lowered while it runs. Then it waits for the first of them, and the next calls see the
-// ends.
-int wait_for(std::vector<pollfd>& fds, const timespec& timeout) {
-  const int ready = ppoll(fds.data(), fds.size(), &timeout, nullptr);
-  if (ready >= 0 || errno != EINVAL) return ready;
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  return ppoll(fds.data(), std::min<size_t>(fds.size(), limit.rlim_cur), &timeout, nullptr);
 }
 
 }  // namespace
@@ -434,7 +438,17 @@ void Scheduler::start_due() {
   }
   std::stable_sort(due.begin(), due.end(),
                    [](const Slot* a, const Slot* b) { return a->due < b->due; });
-  for (Slot* slot : due) at_most_lose(losses_, [&] { start(*slot); });
+  // The groups are started first: the walk of a group also serves searches that come within a
+  // millisecond.
+  std::vector<Slot*> by_name, by_search, alone;
+  for (Slot* const slot : due) {
+    const bool is_alone = slot->call_at_once || slot->alone || !is_short(*slot);
+    const bool is_named = slot->instance.item->source.match == Match::kExact;
+    (is_alone ? alone : is_named ? by_name : by_search).push_back(slot);
+  }
+  start_together(by_search);
+  start_together(by_name);
+  for (Slot* const slot : alone) at_most_lose(losses_, [&] { start(*slot); });
 }
 
 void Scheduler::start(Slot& slot) {
@@ -444,7 +458,25 @@ void Scheduler::start(Slot& slot) {
   }
   slot.call->end_is_known = slot.call_at_once;
   slot.refused = !pool_.start(*slot.call);
-  if (slot.refused) return;
+  if (!slot.refused) note_start(slot);
+}
+
+void Scheduler::start_together(const std::vector<Slot*>& slots) {
+  if (slots.empty()) return;
+  std::vector<Call*> calls;
+  for (Slot* const slot : slots) {
+    slot->call->end_is_known = false;
+    calls.push_back(slot->call.get());
+  }
+  const bool refused = !pool_.start(calls.data(), calls.size());
+  for (Slot* const slot : slots) {
+    slot->refused = refused;
+    if (!refused) note_start(*slot);
+  }
+  if (!refused) next_group_look_ = std::min(next_group_look_, Clock::now() + kGroupLook);
+}
+
+void Scheduler::note_start(Slot& slot) const {
   slot.order.reset();
   slot.call_at_once = false;
   slot.phase = Phase::kRunning;
@@ -453,6 +485,21 @@ void Scheduler::start(Slot& slot) {
   slot.started = Clock::now();
   slot.deadline = deadline_of(slot.instance, slot.started);
   ++slot.calls;
+}
+
+// Calls behind one that takes long are started again, each on its own thread.
+void Scheduler::look_at_groups(Clock::time_point now) {
+  if (now >= next_group_look_) {
+    pool_.look_at_groups();
+    next_group_look_ = pool_.any_waiting() ? now + kGroupLook : Clock::time_point::max();
+  }
+  const std::vector<Call*> withdrawn = pool_.take_withdrawn();
+  for (const Call* const call : withdrawn) {
+    call->slot->phase = Phase::kIdle;
+    call->slot->alone = true;
+    --call->slot->calls;
+  }
+  if (!withdrawn.empty()) remove_gone();
 }
 
 void Scheduler::collect() {
@@ -476,6 +523,7 @@ void Scheduler::take_back(Slot& slot) {
   const Call& call = *slot.call;
   const bool was_blind = slot.phase == Phase::kBlind;
   slot.phase = Phase::kIdle;
+  slot.alone = false;
   if (slot.gone && !slot.of_alarm) return;
   const Clock::time_point due = slot.due;
   plan_next(slot);  // first, so that it is called on time even if its answer is lost
@@ -654,6 +702,7 @@ void Scheduler::expire() {
     if (slot.phase == Phase::kRunning && slot.deadline <= now) go_blind(slot, now);
   }
   count_blind_starts(now);
+  look_at_groups(now);
   look_at_threads(now);
   if (now >= next_look_) look_at_waiting(now);
 }
@@ -763,7 +812,7 @@ bool Scheduler::finished() const {
 }
 
 Scheduler::Clock::time_point Scheduler::next_event() const {
-  Clock::time_point next = Clock::time_point::max();
+  Clock::time_point next = next_group_look_;
   bool any_running = !lost_.empty();
   for (const Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning) next = std::min(next, slot.deadline);
@@ -776,20 +825,17 @@ Scheduler::Clock::time_point Scheduler::next_event() const {
 }
 
 void Scheduler::wait() {
-  std::vector<pollfd> fds{{surface_.wake.fd(), POLLIN, 0}};
-  ends_.add_to(fds);
+  std::array<pollfd, 2> fds{{{surface_.wake.fd(), POLLIN, 0}, {ends_.fd(), POLLIN, 0}}};
   const Clock::time_point now = Clock::now();
   Clock::time_point until =
       std::min({next_event(), surface_.desk.next_due(), surface_.service.next_due(), now + pulse_});
   if (surface_.publisher.wanted()) until = std::min(until, next_publication_);
   notice_gap(gaps_.before_wait(now, until));
   const timespec timeout = remaining(until);
-  if (wait_for(fds, timeout) < 0 && errno != EINTR) {
+  if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {
     throw std::runtime_error(std::string("cannot wait: ") + std::strerror(errno));
   }
-  const bool an_end =
-      std::any_of(fds.begin() + 1, fds.end(), [](const pollfd& fd) { return fd.revents != 0; });
-  if (fds.front().revents != 0 && !an_end && !StopSignal::asked() &&
+  if (fds[0].revents != 0 && fds[1].revents == 0 && !StopSignal::asked() &&
       pool_.under_way() > kFewCalls) {
     nanosleep(&kGatherAnswers, nullptr);
   }

@@ -102,6 +102,9 @@ class Scheduler {
   void remove_gone();
   void start_due();
   void start(Slot& slot);
+  void start_together(const std::vector<Slot*>& slots);
+  void note_start(Slot& slot) const;
+  void look_at_groups(Clock::time_point now);
   void wait();
   void collect();
   void take_back(Slot& slot);
@@ -158,6 +161,7 @@ class Scheduler {
   std::list<Slot> slots_;     // workers hold references: never moved
   std::list<LostCall> lost_;  // calls that were replaced and have not returned
   Clock::time_point next_look_;
+  Clock::time_point next_group_look_ = Clock::time_point::max();
   std::optional<Clock::time_point> no_threads_since_;
   unsigned hangups_seen_ = 0;
   Losses losses_;

@@ -85,6 +85,7 @@ struct Slot {
   std::string ended{};           // how the process ended; empty once another one runs
   unsigned restarts = 0;         // how often another process replaced an ended one
   bool call_at_once = false;     // its process has ended: do not wait for the next start time
+  bool alone = false;            // withdrawn from a group: the next call gets its own thread
   bool refused = false;          // due, but there was no worker for it
   bool lock_is_told = false;     // it is logged that it waits for the lock of the heartbeat table
   unsigned long calls = 0;

@@ -36,7 +36,7 @@ void keep_answer(Slot& slot, const Answer& answer) {
   slot.pid = answer.thread_owner ? answer.thread_owner->pid : slot.call->examiner.pid();
   slot.cmdline = answer.thread_owner ? answer.thread_owner->command_line : "";
   slot.evidence = answer.evidence ? evidence_json(answer) : Json();
-  slot.call_s.add(std::chrono::duration<double>(slot.call->ended - slot.call->began).count());
+  slot.call_s.add(std::chrono::duration<double>(slot.call->took).count());
   keep_sample(slot, answer.time, answer.state);
 }
 

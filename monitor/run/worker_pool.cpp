@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -12,15 +14,24 @@
 
 namespace {
 
-void examine_and_call(Call& call) {
+using Clock = Call::Clock;
+
+double call_item(Call& call, WalkGroup* group) {
+  const WalkGroup::Member member(group);
+  return call.item.call(static_cast<int>(call.params.size()), call.params.data(), &call.context,
+                        &call.result);
+}
+
+void examine_and_call(Call& call, WalkGroup* group, Clock::time_point group_began) {
   call.finding = Finding{};
   call.examiner.before(call.context, call.end_is_known);
   set_report_origin(&call.origin);
   set_asking_result(&call.result);
-  call.began = Call::Clock::now();
-  call.value = call.item.call(static_cast<int>(call.params.size()), call.params.data(),
-                              &call.context, &call.result);
-  call.ended = Call::Clock::now();
+  const Clock::time_point began = Clock::now();
+  call.began = group ? group_began : began;
+  call.value = call_item(call, group);
+  call.ended = Clock::now();
+  call.took = call.ended - began;
   set_report_origin(nullptr);
   set_asking_result(nullptr);
   call.finding = call.examiner.after(call.context, call.result, call.value);
@@ -31,12 +42,13 @@ void examine_and_call(Call& call) {
 }
 
 // If an allocation fails, this call has no answer that can be trusted.
-void run(Call& call) noexcept {
-  call.began = call.ended = Call::Clock::now();
+void run(Call& call, WalkGroup* group, Clock::time_point group_began) noexcept {
+  call.began = call.ended = Clock::now();
+  call.took = Clock::duration::zero();
   call.result = FI_RESULT_S{};
   call.value = -1.0;
   try {
-    examine_and_call(call);
+    examine_and_call(call, group, group_began);
   } catch (const std::bad_alloc&) {
     set_report_origin(nullptr);
     set_asking_result(nullptr);
@@ -64,18 +76,24 @@ void WorkerPool::Worker::wait_for_call() {
   }
 }
 
-bool WorkerPool::start(Call& call) {
+bool WorkerPool::start(Call* const* calls, size_t count) {
   Worker* worker = nullptr;
   {
     const std::lock_guard lock(mutex_);
     join_ended();
     if (idle_.empty() && (usable_ >= limit_ || !start_worker())) return false;
-    finished_.reserve(finished_.size() + under_way_ + 1);  // so that workers need no memory
     worker = idle_.back();
+    // So that workers need no memory.
+    finished_.reserve(finished_.size() + under_way_ + count);
+    withdrawn_.reserve(withdrawn_.size() + under_way_ + count);
+    worker->waiting.assign(std::reverse_iterator(calls + count), std::reverse_iterator(calls + 1));
     idle_.pop_back();
-    worker->call = &call;
+    worker->call = calls[0];
+    if (count > 1) worker->group.emplace();
+    worker->steps = 0;
+    worker->call_at_look = nullptr;
     worker->phase = Phase::kHanded;
-    ++under_way_;
+    under_way_ += count;
   }
   sem_post(&worker->handed);
   return true;
@@ -108,28 +126,74 @@ void WorkerPool::work(Worker& worker) {
     worker.wait_for_call();
     Phase handed = Phase::kHanded;
     if (!worker.phase.compare_exchange_strong(handed, Phase::kInside)) break;  // stop()
-    run(*worker.call);
-    goes_on = finish(worker);
+    const Clock::time_point began = Clock::now();
+    After after;
+    do {
+      run(*worker.call, worker.group ? &*worker.group : nullptr, began);
+      after = finish(worker);
+    } while (after == After::kNextCall);
+    goes_on = after == After::kIdle;
   }
 }
 
-// Returns false if the worker must end.
-bool WorkerPool::finish(Worker& worker) {
+// Hands over the finished call.
+WorkerPool::After WorkerPool::finish(Worker& worker) {
   bool is_first = false;
-  bool goes_on = true;
+  After after;
   {
     const std::lock_guard lock(mutex_);
     is_first = finished_.empty();
     finished_.push_back(worker.call);
-    worker.call = nullptr;
-    worker.phase = Phase::kIdle;
     --under_way_;
-    goes_on = !worker.abandoned && !stopping_;
-    if (goes_on) idle_.push_back(&worker);
-    if (worker.abandoned) ++ended_;
+    after = what_next(worker);
   }
   if (is_first) wake_owner_.set();  // else it has been woken and has not taken them yet
-  return goes_on;
+  return after;
+}
+
+WorkerPool::After WorkerPool::what_next(Worker& worker) {
+  worker.call = nullptr;
+  if (!worker.waiting.empty() && !stopping_) {
+    worker.call = worker.waiting.back();
+    worker.waiting.pop_back();
+    return After::kNextCall;
+  }
+  worker.group.reset();
+  worker.phase = Phase::kIdle;
+  if (worker.abandoned) ++ended_;
+  if (worker.abandoned || stopping_) return After::kEnd;
+  idle_.push_back(&worker);
+  return After::kIdle;
+}
+
+void WorkerPool::look_at_groups() {
+  const std::lock_guard lock(mutex_);
+  for (Worker& worker : workers_) {
+    if (worker.waiting.empty()) continue;
+    const unsigned steps = worker.group->steps();
+    if (steps == worker.steps && worker.call == worker.call_at_look) withdraw(worker);
+    worker.steps = steps;
+    worker.call_at_look = worker.call;
+  }
+}
+
+void WorkerPool::withdraw(Worker& worker) {
+  withdrawn_.insert(withdrawn_.end(), worker.waiting.rbegin(), worker.waiting.rend());
+  under_way_ -= worker.waiting.size();
+  worker.waiting.clear();
+}
+
+bool WorkerPool::any_waiting() {
+  const std::lock_guard lock(mutex_);
+  return std::any_of(workers_.begin(), workers_.end(),
+                     [](const Worker& worker) { return !worker.waiting.empty(); });
+}
+
+std::vector<Call*> WorkerPool::take_withdrawn() {
+  std::vector<Call*> taken;
+  const std::lock_guard lock(mutex_);
+  taken.swap(withdrawn_);
+  return taken;
 }
 
 std::vector<Call*> WorkerPool::take_finished() {
@@ -157,6 +221,7 @@ bool WorkerPool::abandon(Call& call) {
     if (worker.phase != Phase::kInside) return false;
     worker.abandoned = true;
     --usable_;
+    withdraw(worker);
     return true;
   }
   return false;

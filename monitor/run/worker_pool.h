@@ -15,6 +15,7 @@
 
 #include "item/examiner.h"
 #include "item/plugin.h"
+#include "item/walk_group.h"
 #include "output/report_queue.h"
 #include "proc/thread_evidence.h"
 #include "proc/thread_owner.h"
@@ -39,13 +40,18 @@ struct Call {
   std::optional<ThreadEvidence> evidence{};   // of that thread, if it hangs
   double value = 0.0;
   Finding finding{};
-  Clock::time_point began{}, ended{};  // of the item itself, measured on its thread
+  // Of the item itself, measured on its thread. The calls of a group begin together.
+  Clock::time_point began{}, ended{};
+  Clock::duration took{};  // of this call alone
   std::chrono::system_clock::time_point answered{};
 };
 
-// Runs each call on a worker thread. Use start(), take_finished() and abandon() on one thread only.
-// Workers are started when needed and reused. A call that never returns occupies one thread and
-// delays no other call.
+// Runs each call on a worker thread. Use all functions on one thread only. Workers are started when
+// needed and reused. A call that never returns occupies one thread and delays no other call.
+//
+// Short calls can be started as a group: one worker makes them one after another, and they share
+// their walk over /proc. This saves two changes of the thread for each call. If one of them makes
+// no progress, those behind it are withdrawn.
 class WorkerPool {
  public:
   // `wake` is set when a call has finished.
@@ -60,7 +66,12 @@ class WorkerPool {
 
   // A worker runs the call. The record must not move until take_finished() returns it. False if the
   // limit is reached or no thread can be started: try again later.
-  bool start(Call& call);
+  bool start(Call& call) {
+    Call* const one = &call;
+    return start(&one, 1);
+  }
+  // The same for a group of calls.
+  bool start(Call* const* calls, size_t count);
 
   // The error of the last attempt to start a thread; 0: it was started.
   int thread_error() const { return thread_error_; }
@@ -70,6 +81,13 @@ class WorkerPool {
 
   // The calls that returned since the previous call, including abandoned ones.
   std::vector<Call*> take_finished();
+
+  // Withdraws the calls behind one that has made no progress since the previous look.
+  void look_at_groups();
+  // True if calls wait behind others of their group.
+  bool any_waiting();
+  // The calls that were withdrawn since the previous call: they have not begun and will not.
+  std::vector<Call*> take_withdrawn();
 
   // Gives up a call that takes too long, and makes room for another worker. Its thread ends when
   // the call returns. False if no thread is inside the call: it has just returned, or its worker
@@ -102,11 +120,19 @@ class WorkerPool {
     std::atomic<int> tid{0};
     std::atomic<Phase> phase{Phase::kIdle};
     Call* call = nullptr;
+    std::vector<Call*> waiting{};  // further calls of the group, the next one last
+    std::optional<WalkGroup> group{};
+    unsigned steps = 0;            // of the group, at the latest look
+    Call* call_at_look = nullptr;  // the call at the latest look
     bool abandoned = false;
   };
 
+  enum class After { kNextCall, kIdle, kEnd };
+
   void work(Worker& worker);
-  bool finish(Worker& worker);
+  After finish(Worker& worker);
+  After what_next(Worker& worker);
+  void withdraw(Worker& worker);
   bool start_worker();
   void join_ended();
 
@@ -115,7 +141,7 @@ class WorkerPool {
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::vector<Worker*> idle_;
-  std::vector<Call*> finished_;
+  std::vector<Call*> finished_, withdrawn_;
   std::list<Worker> workers_;  // a list: threads hold references
   size_t usable_ = 0;          // workers that are not abandoned
   size_t under_way_ = 0;

@@ -112,12 +112,20 @@ class Wakes {
   std::atomic<uint32_t>* waiting_ = nullptr;
 };
 
-WalkRound* join_waiting() {
+void make_waiting() {
   if (g_meeting.waiting == nullptr) g_meeting.waiting = new (std::nothrow) WalkRound;
+}
+
+WalkRound* join_waiting() {
+  make_waiting();
   if (g_meeting.waiting == nullptr) return nullptr;
   g_meeting.waiting->members.fetch_add(1, std::memory_order_relaxed);
   g_meeting.arrivals.fetch_add(1, std::memory_order_relaxed);
   return g_meeting.waiting;
+}
+
+void leave(WalkRound* round) noexcept {
+  if (round->members.fetch_sub(1, std::memory_order_acq_rel) == 1) delete round;
 }
 
 // Checks the progress of the running walk for a search that waits.
@@ -144,14 +152,35 @@ class Patience {
 
 }  // namespace
 
-SharedWalk::SharedWalk() {
+// The host need not define it.
+extern "C" __attribute__((weak)) MIRT_WALK_GROUP* MIRT_CurrentWalkGroup(void);
+
+SharedWalk::SharedWalk()
+    : group_(MIRT_CurrentWalkGroup == nullptr ? nullptr : MIRT_CurrentWalkGroup()) {
+  if (use_lines_of_group()) return;
   if (!g_meeting_guard.ready()) part_ = Part::kAlone;
   for (int attempt = 0; part_ == Part::kUndecided && attempt < kAttempts; ++attempt) join();
 }
 
 SharedWalk::~SharedWalk() {
   if (part_ == Part::kWalks) end_walk(WalkRound::kEachAlone);
-  leave_round();
+  if (!leave_lines_to_group()) leave_round();
+}
+
+bool SharedWalk::use_lines_of_group() noexcept {
+  if (group_ == nullptr || group_->lines == nullptr) return false;
+  round_ = static_cast<WalkRound*>(group_->lines);
+  round_->members.fetch_add(1, std::memory_order_relaxed);
+  part_ = Part::kHasLines;
+  return true;
+}
+
+// The group takes the place of this search in the round.
+bool SharedWalk::leave_lines_to_group() noexcept {
+  if (group_ == nullptr || group_->lines != nullptr || part_ != Part::kHasLines) return false;
+  group_->lines = round_;
+  group_->leave = [](void* lines) { leave(static_cast<WalkRound*>(lines)); };
+  return true;
 }
 
 void SharedWalk::join() {
@@ -218,6 +247,7 @@ void SharedWalk::serve_waiting() noexcept {
 }
 
 bool SharedWalk::move_on() noexcept {
+  if (group_ != nullptr) __atomic_fetch_add(&group_->steps, 1, __ATOMIC_RELAXED);
   if (part_ != Part::kWalks || g_meeting.running.load(std::memory_order_relaxed) != number_) {
     return true;
   }
@@ -229,16 +259,19 @@ bool SharedWalk::move_on() noexcept {
 void SharedWalk::gather() noexcept {
   constexpr timespec kQuiet{0, 1000000};
   constexpr int kMostPauses = 40;
-  uint32_t arrivals = arrivals_seen_;
-  for (int pauses = 0; pauses < kMostPauses; ++pauses) {
-    const uint32_t now = g_meeting.arrivals.load(std::memory_order_relaxed);
-    if (now == arrivals) break;
-    arrivals = now;
+  uint32_t before, now = g_meeting.arrivals.load(std::memory_order_relaxed);
+  int pauses = 0;
+  do {
+    before = now;
     nanosleep(&kQuiet, nullptr);
-  }
+    now = g_meeting.arrivals.load(std::memory_order_relaxed);
+  } while (now != before && ++pauses < kMostPauses);
   steps_ = kEarlySteps;  // only once
   const MeetingLock lock;
-  if (lock.held() && g_meeting.running.load(std::memory_order_relaxed) == number_) serve_waiting();
+  if (!lock.held() || g_meeting.running.load(std::memory_order_relaxed) != number_) return;
+  if (group_ != nullptr)
+    make_waiting();  // even if no other search waits, the group needs the lines
+  serve_waiting();
 }
 
 namespace {
@@ -268,7 +301,8 @@ bool read_command_lines(SharedWalk& walk, CommandLines& lines) {
 }  // namespace
 
 void SharedWalk::read_for_all() {
-  const bool read = read_command_lines(*this, round_->lines);
+  if (round_ == nullptr) gather();  // the host starts the calls of a beat together
+  const bool read = round_ != nullptr && read_command_lines(*this, round_->lines);
   end_walk(read ? WalkRound::kRead : WalkRound::kEachAlone);
   part_ = read ? Part::kHasLines : Part::kAlone;
 }
@@ -283,9 +317,7 @@ void SharedWalk::end_walk(uint32_t outcome) noexcept {
 }
 
 void SharedWalk::leave_round() noexcept {
-  if (round_ != nullptr && round_->members.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    delete round_;
-  }
+  if (round_ != nullptr) leave(round_);
   round_ = nullptr;
 }
 

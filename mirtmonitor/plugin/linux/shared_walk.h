@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "command_lines.h"
+#include "mirt_walk_group.h"
 
 struct WalkRound;
 
@@ -20,14 +21,18 @@ constexpr unsigned int kEarlySteps = 128;
 //
 // If a walk makes no progress for 100 ms, one of the waiting searches replaces it. If memory is
 // short, each search walks alone.
+//
+// A host can make a group of calls: their searches use the lines that the first of them got.
 class SharedWalk {
  public:
   SharedWalk();                                  // waits while a walk runs
   SharedWalk& operator=(SharedWalk&&) = delete;  // neither copied nor moved
   ~SharedWalk();
 
-  // Returns true if this search has to read for others, too: call read_for_all() next.
-  bool serves_others() const { return part_ == Part::kWalks && round_ != nullptr; }
+  // Returns true if this search has to read for others or for its group, too: call read_for_all() next.
+  bool serves_others() const {
+    return part_ == Part::kWalks && (round_ != nullptr || group_ != nullptr);
+  }
 
   // Returns the lines that were read for this search, or null if it has to walk itself.
   const CommandLines* lines() const;
@@ -44,6 +49,8 @@ class SharedWalk {
 
  private:
   enum class Part { kUndecided, kWalks, kHasLines, kAlone };
+  bool use_lines_of_group() noexcept;
+  bool leave_lines_to_group() noexcept;
   void join();
   void wait_for_walk();
   void begin_walk() noexcept;
@@ -52,8 +59,9 @@ class SharedWalk {
   void leave_round() noexcept;
 
   Part part_ = Part::kUndecided;
-  WalkRound* round_ = nullptr;  // one of its members is this search
-  uint64_t number_ = 0;         // of this search's walk
+  MIRT_WALK_GROUP* const group_;  // of this call; null: it has none
+  WalkRound* round_ = nullptr;    // one of its members is this search
+  uint64_t number_ = 0;           // of this search's walk
   uint32_t steps_ = 0;
   uint32_t arrivals_seen_ = 0;
 };
