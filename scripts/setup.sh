@@ -84,15 +84,19 @@ install_without_services() {
   return $status
 }
 
-# build_in DIRECTORY [CMAKE-ARGUMENT...]: prints what it does, on a terminal with the progress of the
-# build. Prints the log only if the build fails.
+# build_in DIRECTORY [--target TARGET] [CMAKE-ARGUMENT...]: prints what it does, on a terminal with
+# the progress of the build. Prints the log only if the build fails.
 build_in() {
-  local directory=$1 log status=0
+  local directory=$1 log status=0 target=()
   shift
+  if [ "${1:-}" = --target ]; then
+    target=(--target "$2")
+    shift 2
+  fi
   log=$(mktemp)
   echo "Building in $directory/ (the first time this takes a minute or two)" >&2
   {
-    cmake -S . -B "$directory" "$@" && cmake --build "$directory" -j"$(nproc)"
+    cmake -S . -B "$directory" "$@" && cmake --build "$directory" -j"$(nproc)" "${target[@]}"
   } 2>&1 | tee "$log" | show_progress || status=$?
   [ $status -eq 0 ] || cat "$log" >&2
   rm -f "$log"

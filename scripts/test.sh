@@ -13,36 +13,47 @@ help_if_asked "$@"
 install_missing "${build_packages[@]}" "${test_packages[@]}"
 
 # Most tests wait most of the time.
-export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-3}
+export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-4}
 
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+logs=$(mktemp -d)
+builder=''
+trap '[ -z "$builder" ] || kill -- "-$builder" 2>/dev/null; rm -rf "$logs"' EXIT
 summary=()
 failed=0
 
 # outcome NAME WORDS: keeps one line for the summary.
 outcome() { summary+=("$(printf '%-50s %s' "$1" "$2")"); }
 
-# suite NAME DIRECTORY CMAKE-ARGUMENT... [-- CTEST-ARGUMENT...]
+# build DIRECTORY [--target TARGET] CMAKE-ARGUMENT...: writes its exit status to a file.
+build() {
+  local status=0
+  build_in "$@" || status=$?
+  echo "$status" >"$logs/$1"
+}
+
+# Builds for the sanitizers while the tests of the release build wait.
+build_with_sanitizers() {
+  build build-asan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined
+  build build-tsan --target thread_tests -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
+    -DMIRT_SANITIZE=thread
+}
+
+# suite NAME DIRECTORY [CTEST-ARGUMENT...]: waits for its build.
 suite() {
-  local name=$1 directory=$2 configuration=()
+  local name=$1 directory=$2 tests skipped
   shift 2
   echo "== $name"
-  while [ $# -gt 0 ] && [ "$1" != -- ]; do
-    configuration+=("$1")
-    shift
-  done
-  [ $# -eq 0 ] || shift
-  if ! build_in "$directory" "${configuration[@]}"; then
+  while [ ! -s "$logs/$directory" ] && kill -0 "$builder"; do sleep 1; done
+  if [ "$(cat "$logs/$directory")" != 0 ]; then
+    [ ! -e "$logs/builds" ] || cat "$logs/builds" >&2
     outcome "$name" "FAILED: it could not be built"
     failed=1
     return
   fi
-  ctest --test-dir "$directory" --output-on-failure --no-tests=error "$@" 2>&1 | tee "$log" ||
-    failed=1
-  local tests skipped
-  tests=$(grep -E 'tests? (passed|failed)' "$log" || echo "FAILED: no test ran")
-  skipped=$(grep -cE '^ *[0-9]+/[0-9]+ Test .*\*\*\*Skipped' "$log" || true)
+  ctest --test-dir "$directory" --output-on-failure --no-tests=error "$@" 2>&1 |
+    tee "$logs/tests" || failed=1
+  tests=$(grep -E 'tests? (passed|failed)' "$logs/tests" || echo "FAILED: no test ran")
+  skipped=$(grep -cE '^ *[0-9]+/[0-9]+ Test .*\*\*\*Skipped' "$logs/tests" || true)
   outcome "$name" "$tests${skipped:+, $skipped skipped}"
 }
 
@@ -52,11 +63,17 @@ else
   outcome "sources" "FAILED"
   failed=1
 fi
-suite "release" build-test -DMIRT_BUILD_BENCH=ON -- "$@"
-suite "address and undefined-behaviour sanitizers" build-asan -DCMAKE_BUILD_TYPE=Debug \
-  -DMIRT_BUILD_BENCH=OFF -DMIRT_SANITIZE=address,undefined -- "$@"
-suite "thread sanitizer" build-tsan -DCMAKE_BUILD_TYPE=Debug -DMIRT_BUILD_BENCH=OFF \
-  -DMIRT_SANITIZE=thread -- -L threads "$@"
+build build-test -DMIRT_BUILD_BENCH=ON
+set -m # the builds get a process group, so that they can be ended
+{
+  renice -n 10 "$BASHPID" >/dev/null
+  build_with_sanitizers
+} >"$logs/builds" 2>&1 &
+builder=$!
+set +m
+suite "release" build-test "$@"
+suite "address and undefined-behaviour sanitizers" build-asan "$@"
+suite "thread sanitizer" build-tsan -L threads "$@"
 
 echo "== summary"
 printf '%s\n' "${summary[@]}"
