@@ -18,6 +18,7 @@
 #include "mirt_interface.h"
 #include "mirt_items.h"
 #include "mirt_process.h"
+#include "mirt_walk_group.h"
 
 int main(void) {
   FI_RESULT_S result;
