@@ -10,9 +10,9 @@
 
 typedef struct tagMIRT_WALK_GROUP {
   /* The command lines; NULL before the first search. Owned by the plug-in. */
-  void *lines;
+  void* lines;
   /* Set together with `lines`: the host calls leave(lines) after the last call of the group. */
-  void (*leave)(void *lines);
+  void (*leave)(void* lines);
   /* Changes with every process that a search of this group passes; other threads may read it with
    * __atomic_load_n(). */
   unsigned int steps;
@@ -25,7 +25,7 @@ extern "C" {
 /* The host program may define and export this function. It returns the group to which calls of the
  * current thread belong; NULL: each of them is a call of its own. Without this function no call has
  * a group. */
-MIRT_WALK_GROUP *MIRT_CurrentWalkGroup(void);
+MIRT_WALK_GROUP* MIRT_CurrentWalkGroup(void);
 
 #ifdef __cplusplus
 }

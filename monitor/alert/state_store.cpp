@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "proc/join_or_detach.h"
 #include "proc/replaced_file.h"
 #include "proc/trusted_folder.h"
 #include "text/log_lines.h"
@@ -129,10 +130,9 @@ class StateStore::Writer {
       say("error", path_, error_);
     }
   }
-  void join() {
-    if (thread_.joinable()) thread_.join();
+  void end(bool has_ended) {
+    if (thread_.joinable()) join_or_detach(thread_, has_ended);
   }
-  void detach() { thread_.detach(); }
 
  private:
   void run() noexcept;
@@ -221,10 +221,6 @@ bool StateStore::finish(std::chrono::milliseconds limit) {
   bool has_ended = false;
   const bool is_written = writer_->finish(limit, has_ended);
   stuck_ = !has_ended;
-  if (has_ended) {
-    writer_->join();
-  } else {
-    writer_->detach();
-  }
+  writer_->end(has_ended);
   return is_written;
 }

@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "proc/join_or_detach.h"
 #include "proc/spare_memory.h"
 #include "text/log_lines.h"
 
@@ -59,10 +60,6 @@ bool Reloader::finish(std::chrono::milliseconds limit) {
   const bool has_ended = ended_.wait_for(lock, limit, [&] { return !reading_; });
   lock.unlock();
   if (!thread_.joinable()) return true;
-  if (has_ended) {
-    thread_.join();
-  } else {
-    thread_.detach();
-  }
+  join_or_detach(thread_, has_ended);
   return has_ended;
 }

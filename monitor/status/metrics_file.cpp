@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "proc/join_or_detach.h"
 #include "proc/replaced_file.h"
 #include "status/metrics_text.h"
 #include "text/log_lines.h"
@@ -39,11 +40,7 @@ bool MetricsFile::finish(std::chrono::milliseconds limit) {
   wake_.notify_all();
   const bool has_ended = ended_.wait_for(lock, limit, [&] { return has_ended_; });
   lock.unlock();
-  if (has_ended) {
-    thread_.join();
-  } else {
-    thread_.detach();
-  }
+  join_or_detach(thread_, has_ended);
   return has_ended;
 }
 

@@ -9,6 +9,7 @@
 #include <exception>
 #include <utility>
 
+#include "proc/join_or_detach.h"
 #include "proc/spare_memory.h"
 
 namespace {
@@ -203,11 +204,7 @@ unsigned long LineQueue::finish(std::chrono::milliseconds limit) {
     lost += ordinary_.lines.size() + lasting_.lines.size() + loss_.ordinary + loss_.lasting;
   }
   lock.unlock();
-  if (has_ended) {
-    thread_.join();
-  } else {
-    thread_.detach();
-    stuck_ = true;
-  }
+  join_or_detach(thread_, has_ended);
+  stuck_ = !has_ended;
   return lost;
 }
