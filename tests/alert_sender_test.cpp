@@ -156,6 +156,18 @@ TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
   EXPECT_EQ(status_of(sender, "little").sent, 2U);
 }
 
+TEST(AlertCommand, ThatNeitherReadsNorEndsCostsNoProcessorTime) {
+  const CapturedLog log;
+  const clock_t before = std::clock();
+  AlertSender sender({command_alert("closes", {"sh", "-c", "exec <&-; sleep 1"}),
+                      command_alert("floods", {"yes"}, 1.0)});
+  for (const char* const alert : {"closes", "floods"}) {
+    sender.send(alert, {std::string(1000000, 'x'), {}});
+  }
+  ASSERT_TRUE(come_to_rest(sender, "closes", "floods"));
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 4);
+}
+
 TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
   std::string said;
   // A slow machine may not have started them all by then.
@@ -260,6 +272,7 @@ TEST(AlertSender, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
   EXPECT_EQ(status_of(sender, "changed").sent, 4U);
   ASSERT_TRUE(comes_true([&] { return log.count("ended, waiting messages dropped: 2\n") == 1; }))
       << log.text();
+  EXPECT_EQ(log.count("too many messages"), 0U);
   EXPECT_EQ(read_file(folder / "gone"), "1") << "what was under way goes on";
   EXPECT_EQ(sender.statuses().front().name, "new");
   EXPECT_TRUE(sender.stop(hours(1)));
@@ -350,7 +363,7 @@ TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
   EXPECT_EQ(status_of(sender, "redirects").last_error, "the server answered 302");
 }
 
-// Sends one message to the port, with one attempt, and gives the error.
+// Sends one message to the port, which fails, and gives the error.
 std::string error_of_post(int port, const AlertLimits& limits) {
   AlertSender sender({webhook_alert("ops", port)}, limits);
   sender.send("ops", {"{}", {}});
@@ -362,9 +375,18 @@ std::string error_of_post(int port, const AlertLimits& limits) {
 TEST(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
   const CapturedLog log;
   AlertLimits limits = patient();
-  limits.give_up = milliseconds(0);
   const Port refuses, silent, drips;
+  {
+    AlertLimits an_hour = limits;
+    an_hour.first_pause = hours(1);
+    an_hour.give_up = an_hour.longest_pause = hours(2);
+    AlertSender sender({webhook_alert("ops", refuses.number())}, an_hour);
+    sender.send("ops", {"{}", {}});
+    EXPECT_TRUE(comes_true([&] { return log.count("failed, will retry: cannot connect") == 1; }));
+  }
+  limits.give_up = milliseconds(20);  // in which there are some attempts
   EXPECT_EQ(error_of_post(refuses.number(), limits), "cannot connect");
+  limits.give_up = milliseconds(0);
 
   silent.listen_only();
   limits.to_answer = milliseconds(50);

@@ -4,6 +4,7 @@
 #include "schema_check.h"
 #include "status/api.h"
 #include "status/heartbeat_json.h"
+#include "status/http_exchange.h"
 #include "status/status_server.h"
 
 namespace {
@@ -23,15 +24,21 @@ TEST(ApiJson, OddValuesAndHostileTextAreValidJson) {
       R"("involuntary_switches":0,"standing_seconds":1.5,"threads_with_this_stack":1,"suspected":null})");
   watch.alarms.push_back({"1", kHostile, Severity::kWarning, {}, false});
   for (size_t i = 0; i < 10000; ++i) {
-    watch.history.add({WallTime(std::chrono::seconds(i)), HUGE_VALF, State::kOk});
+    watch.history.add({WallTime(std::chrono::seconds(i)), static_cast<float>(i), State::kOk});
   }
+  watch.history.add({WallTime(std::chrono::seconds(10000)), HUGE_VALF, State::kOk});
+  for (const double seconds : {0.5, 1.5}) watch.call_s.add(seconds);
   Snapshot snapshot{};
   snapshot.watches.push_back(std::make_shared<WatchView>(watch));
   snapshot.trouble = kHostile;
+  EXPECT_EQ(watch_json(watch)["mean_call_seconds"], 1.0);
   const auto history = watch_json(watch)["history"];
   EXPECT_GE(history.size(), 600U);
   EXPECT_LT(history.size(), 660U);
   EXPECT_EQ(history.back()["value"], nullptr);
+  for (size_t i = 2; i <= history.size(); ++i) {
+    ASSERT_EQ(history[history.size() - i]["value"], 10001 - i);
+  }
   Answers answers;
   answers.add("watch", json_text(watch_json(watch)));
   answers.add("status", json_text(status_json(snapshot, 600)));
@@ -54,6 +61,12 @@ TEST(HeartbeatJson, HasMovedIfTheSameModuleHasAnotherHeartbeat) {
   EXPECT_EQ(moved(nullptr, before), nullptr);
 }
 
+TEST(HttpExchange, TheLengthOfABodyMayFollowItsColonAtOnce) {
+  for (const std::string blank : {"", " ", "\t "}) {
+    EXPECT_EQ(extent_of("POST / HTTP/1.1\nContent-Length:" + blank + "7\r\n\r\n").body, 7U);
+  }
+}
+
 TEST(StatusRoutes, ASchedulerThatDoesNotAnswerIsNotHealthy) {
   const Wake wake;
   Publisher publisher(wake);
@@ -70,6 +83,12 @@ TEST(StatusRoutes, ASchedulerThatDoesNotAnswerIsNotHealthy) {
     EXPECT_EQ(response.status, 503);
     EXPECT_NE(response.body.find("the scheduler does not answer"), std::string::npos) << path;
   }
+  EXPECT_TRUE(publisher.wanted());
+  publisher.publish(nullptr);
+  EXPECT_FALSE(publisher.wanted());
+  publisher.close();
+  EXPECT_EQ(publisher.fresh(std::chrono::hours(1)), nullptr) << "without waiting";
+  EXPECT_TRUE(publisher.closed());
 }
 
 }  // namespace

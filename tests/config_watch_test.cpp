@@ -157,6 +157,8 @@ params = [{ name = "Directory", value = "/ü \"x" }]
 below = 1
 alert = ["a"]
 )");
+  const std::string allow = "[recovery]\nredundancy = \"allow\"\n";
+  EXPECT_EQ(expanded(allow + process("running = true\n")).find("\n" + allow), 0U);
 }
 
 TEST_F(WatchTest, TheItemIsThatOfTheWayToFindTheProcess) {
@@ -242,7 +244,7 @@ TEST_F(WatchTest, MistakesInWatchesSayWhatWasFoundAndExpected) {
        "values from 0 to 100 %"},
       {process("handles = { above = 5, severity = 'fatal' }\n"),
        "4: severity is \"fatal\", expected \"warning\" or \"critical\""},
-      {process("running = true\n") + process("memory = true\n"),
+      {process("running = true\n") + process("running = true\n"),
        "6: name \"p\" is already used in line 2, expected another name"},
       {process("running = true\n") + instance("p.running", "GetSysCPU"),
        "6: name \"p.running\" is already used in line 4, expected another name"},

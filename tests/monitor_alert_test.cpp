@@ -2,8 +2,11 @@
 #include <algorithm>
 
 #include "monitor_fixture.h"
+#include "text/clock_text.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 class AlertTest : public MonitorTest {
  protected:
@@ -77,6 +80,17 @@ TEST_F(AlertTest, TheEndOfAProcessIsToldOnceAndSoIsItsReturn) {
             "--page raised database.running critical\n"
             "--page cleared database.running critical\n");
   monitor.stop();
+}
+
+TEST_F(AlertTest, WhatLastsIsToldAgainButNotAtOnce) {
+  configure_watch("repeat = '1s'\n");
+  Monitor monitor(folder_, kRun + " >/dev/null");
+  const std::vector<Json> messages = await_told(3);
+  for (const size_t i : {1U, 2U}) {
+    EXPECT_TRUE(has(messages[i], {{"event", "reminder"}, {"alarm", messages[0]["alarm"]}}));
+    EXPECT_GT(*read_iso8601(messages[i]["time"]) - *read_iso8601(messages[i - 1]["time"]), 900ms);
+  }
+  monitor.stop_unread();
 }
 
 TEST_F(AlertTest, WhatIsSilencedIsRaisedButNotTold) {

@@ -64,6 +64,7 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
   while (!status["alerts"].at(0)["failing"]);
   EXPECT_EQ(status["silences"].at(0)["pattern"], "heart");
   EXPECT_EQ(status["counts"]["alarm"], 2);
+  EXPECT_LT(status["started"], status["time"]);
   EXPECT_EQ(status["watches"].size(), 5U);
   EXPECT_LE(status["watches"][0]["recent"].size(), 3U);
   answers.add("status", status.dump());
@@ -256,6 +257,12 @@ TEST_F(HttpTest, SlowAndHostileClientsHoldNobodyUp) {
       EXPECT_LE(descriptors_of(monitor.pid()), before + HttpServer::kMostConnections + 50) << i;
     }
   }
+  // One that goes on sending after its answer is cut off.
+  const UniqueFd talker = client_that_sends(port_, "GET /healthz HTTP/1.1\r\n\r\n");
+  size_t sent = 0;
+  while (sent < 10000 && send(talker.get(), garbage.data(), garbage.size(), MSG_NOSIGNAL) > 0)
+    ++sent;
+  EXPECT_LT(sent, 10000U);
   EXPECT_TRUE(UnixClient(folder_ / "socket").Get("/healthz")) << "it has a place of its own";
   // That a busy machine stops the whole monitor for a time is no matter here.
   const bool is_kept = get("/healthz") == 200 || body_.find("did not run") != std::string::npos;

@@ -128,6 +128,10 @@ TEST_F(ConfigTest, OnceRefusesAndWarnsTheSame) {
   Monitor warned(folder_, "mirt-monitor once IsExistProcess '*nobody*'");
   EXPECT_NE(warned.line(), std::nullopt);
   EXPECT_EQ(warned.end(0).find("mirt-monitor: warning: ProcessName has a *"), 0U);
+  Monitor often(folder_, "mirt-monitor once GetProcessCoreCPUExtern nobody --every 0.1 --rounds 1");
+  EXPECT_NE(often.line(), std::nullopt);
+  EXPECT_TRUE(contains(often.end(1), "warning: --every is 0.1, expected more than 0.5 s: each"));
+  EXPECT_EQ(check(instance("x", "GetSysCPU"), 0, "--expand"), "");
 }
 
 TEST_F(ConfigTest, ConditionsHaveToBePossible) {
@@ -190,7 +194,7 @@ TEST_F(ConfigTest, SlipsInTomlAreSaidInItsWords) {
       {"// a comment\n",
        "1: found // a comment, expected KEY = VALUE, a table header in [ ] or a comment that "
        "begins with #"},
-      {"period: 10\n", "1: no = after the key in period: 10, expected KEY = VALUE"},
+      {"period: 10 \n", "1: no = after the key in period: 10, expected KEY = VALUE"},
       {"period =\n", "1: no value after =, expected one on the same line"},
       {"a = [1,\n2\n[[instance]]\n",
        "3: found [[instance]] inside [ ], expected a comma or the closing ]"},

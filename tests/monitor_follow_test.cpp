@@ -1,6 +1,7 @@
 // Ends of watched processes, seen at once: the periods here are longer than any test.
 #include "monitor_fixture.h"
 #include "proc_fixture.h"
+#include "status/unix_client.h"
 
 namespace {
 
@@ -14,7 +15,7 @@ std::string exists(const std::string& command_line, const std::string& times) {
 TEST_F(MonitorTest, AnEndRaisesTheAlarmAtOnceAndSaysHow) {
   Child child({"followed by name", "-u"});
   const std::string command_line = "followed by name -u";
-  configure(
+  configure_with_socket(
       exists(command_line, kRare) +
       instance("memory", "GetProcessMemoryExtern", {{"ProcessName", "followed by name"}}, kRare) +
       "[instance.alarm]\non = ['absent']\n");
@@ -38,6 +39,9 @@ TEST_F(MonitorTest, AnEndRaisesTheAlarmAtOnceAndSaysHow) {
         << record;
   }
   EXPECT_EQ(raised["memory"]["instance_state"], "absent");
+  const auto shown = UnixClient(socket_path()).Get("/api/watch/memory");
+  ASSERT_TRUE(shown);
+  EXPECT_EQ(Json::parse(shown->body)["note"], raised["memory"]["cause"]);
   monitor.stop_unread();
 }
 

@@ -33,7 +33,9 @@ TEST(LockHolder, IsReadFromTheLinesOfTheFileAlone) {
   EXPECT_EQ(holder("12345: FLOCK  ADVISORY  READ 14 fd:1a:77 0 EOF"), 14);
   EXPECT_EQ(holder("5: -> FLOCK  ADVISORY  WRITE 15 fd:1a:77 0 EOF"), std::nullopt);
   EXPECT_EQ(holder("5: FLOCK"), std::nullopt);
-  EXPECT_FALSE(holder_of_lock("/nonexistent").has_value());
+  for (const char* const unlocked : {"/nonexistent", "/"}) {
+    EXPECT_FALSE(holder_of_lock(unlocked).has_value());
+  }
 }
 
 constexpr char kLockFile[] = "/tmp/mirt_agent_lock", kTable[] = "/dev/shm/MIRT_AGENT_HEARTBEAT";
@@ -116,6 +118,11 @@ TEST_F(PrepareTest, WhatOthersHaveLaidThereIsRefusedAndLeftAlone) {
   }
   EXPECT_EQ(read_file(other), "another's");
   EXPECT_EQ(fs::status(other).permissions(), fs::perms(0600));
+}
+
+TEST_F(PrepareTest, WhatCannotBeMadeIsSaid) {
+  ASSERT_EQ(system("mount -o remount,ro /dev/shm"), 0);
+  prepare("mirt-monitor: /dev/shm/MIRT_AGENT_HEARTBEAT cannot be created: Read-only file system\n");
 }
 
 TEST_F(PrepareTest, AllThatIsInTheWayIsSaidAtOnceAndADamagedTableStays) {

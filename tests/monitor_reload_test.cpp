@@ -9,8 +9,12 @@ namespace {
 
 const std::string kAlarm = "[instance.alarm]\nequals = 0\n";
 
-std::string missing(const std::string& name, const std::string& rest = kAlarm) {
-  return instance(name, "IsExistProcess", {{"ProcessName", "nobody"}}) + rest;
+constexpr char kOften[] = "period = 0.02\ndeadline = 1000\n";
+constexpr char kRarely[] = "period = 100000\ndeadline = 1000\n";
+
+std::string missing(const std::string& name, const std::string& rest = kAlarm,
+                    const char* times = kOften) {
+  return instance(name, "IsExistProcess", {{"ProcessName", "nobody"}}, times) + rest;
 }
 
 class ReloadTest : public MonitorTest {
@@ -50,13 +54,13 @@ TEST_F(ReloadTest, WhatIsUnchangedGoesOnAndTheRestComesAndGoes) {
 }
 
 TEST_F(ReloadTest, AConfigurationWithMistakesChangesNothing) {
-  configure(missing("kept"));
+  configure(missing("kept", kAlarm, kRarely));  // nothing else wakes it
   Monitor monitor(folder_, kRun);
   const std::string id = monitor.await({{"state", "raised"}})["alarm"];
   reconfigure(monitor, "[[instance]]\nname = 7\n");
   // A good one after it shows that the bad one has been read.
   while (read_file(folder_ / "stderr").find("stays in force") == std::string::npos) usleep(1000);
-  reconfigure(monitor, missing("kept") + missing("new"));
+  reconfigure(monitor, missing("kept", kAlarm, kRarely) + missing("new", kAlarm, kRarely));
   const std::vector<Json> records = monitor.records({{"instance", "new"}});
   for (const Json& record : records) EXPECT_NE(record.value("state", ""), "cleared") << record;
   const std::string errors = monitor.stop();

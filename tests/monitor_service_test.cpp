@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace std::chrono_literals;
+
 class ServiceTest : public MonitorTest {
  protected:
   ServiceTest() {
@@ -56,18 +58,25 @@ TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
 }
 
 TEST_F(ServiceTest, AReloadIsToldAndSoIsItsRefusal) {
-  configure(kSick + "[instance.alarm]\nequals = 0\n");
+  configure(kSick +
+            "[instance.alarm]\nequals = 0\nalert = 'x'\n[alert.x]\nwebhook = "
+            "'http://127.0.0.1:1/'\n");
   Monitor monitor(folder_, run("JOURNAL_STREAM=$(stat -c %d:%i stderr)"));
   notices("READY=1");
   notices("STATUS=1 watch: 1 alarm");
   configure("[[instance]]\nname = 7\n");
+  const auto us_now = [] { return std::chrono::steady_clock::now().time_since_epoch() / 1us; };
+  const long before = us_now();
   kill(monitor.pid(), SIGHUP);
   const std::string reload = notices("READY=1");
   EXPECT_TRUE(contains(reload, "RELOADING=1\nMONOTONIC_USEC="));
+  const long told = std::atol(reload.substr(reload.find("_USEC=") + 6).c_str());
+  EXPECT_TRUE(before <= told && told <= us_now()) << reload;
   notices("STATUS=1 watch: 1 alarm; the last reload was refused");
   // Standard error is what JOURNAL_STREAM names: lines begin with their priority.
   const std::string errors = monitor.stop();
-  EXPECT_EQ(errors.find("<3>a.toml:1: "), 0U) << errors;
+  EXPECT_TRUE(contains("\n" + errors, "\n<4>")) << "the alert that fails";
+  EXPECT_TRUE(contains("\n" + errors, "\n<3>a.toml:1: "));
   EXPECT_TRUE(contains(errors, "\n<3>a.toml: not reloaded"));
 }
 

@@ -225,6 +225,18 @@ TEST_F(MonitorTest, OnceKeepsOneContextOverItsRounds) {
   monitor.end(1);
 }
 
+TEST_F(MonitorTest, OnceEverySoOftenEndsOnlyWhenItIsStopped) {
+  Monitor monitor(folder_, "mirt-monitor once GetSysMemory --every 0.01 --json");
+  for (int i = 0; i < 2; ++i) monitor.await({{"state", "ok"}});
+  monitor.stop_unread();
+  mkfifo((folder_ / "fifo").c_str(), 0600);
+  Monitor unanswered(folder_, "mirt-monitor once IsExistProcessPreCmd none 'cat fifo' go");
+  const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
+  kill(unanswered.pid(), SIGTERM);
+  unanswered.end(1);
+  close(writer);
+}
+
 TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
   // One worker: the other instance can only go on once the stuck worker has been replaced.
   const fs::path fifo = folder_ / "fifo";
@@ -384,6 +396,13 @@ TEST_F(MonitorTest, ALostReaderEndsWhatNobodyElseHears) {
     EXPECT_EQ(errors.find("report 0x00000007") != std::string::npos, how[0] == '&') << errors;
     EXPECT_EQ(errors.find("output is closed") != std::string::npos, how != "2>&1") << errors;
   }
+}
+
+TEST_F(MonitorTest, AFullDiskBehindTheOutputIsSaidOnce) {
+  configure(kTicking);
+  const std::string errors = Monitor(folder_, kRun + "--rounds 1 >/dev/full").end(1);
+  EXPECT_EQ(errors.substr(errors.find("  ")),
+            "  error  cannot write standard output: No space left on device\n");
 }
 
 TEST_F(MonitorTest, PreCommandsInheritNeitherDescriptorsNorSignalHandling) {

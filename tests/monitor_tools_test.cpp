@@ -77,7 +77,7 @@ TEST(MonitorPs, MatchesSortsAndLetsNoEscapeReachTheTerminal) {
   const size_t at_second = matched.find("mirt tools?second -u");
   EXPECT_EQ(at_first < at_second, first.pid() < second.pid()) << matched;
   EXPECT_LT(std::max(at_first, at_second), matched.size()) << matched;
-  EXPECT_EQ(monitor("ps --sort cpu"), "exit 2\n");
+  EXPECT_EQ(monitor("ps --sort cpu") + monitor("ps --sort cpu --json"), "exit 2\nexit 2\n");
   for (const std::string key : {"pid", "rss"}) {
     std::vector<long> values;
     for (const auto& row : rows_of("ps --sort " + key)) {

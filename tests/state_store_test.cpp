@@ -153,12 +153,18 @@ TEST(StateStore, TriesAgainUntilItCanWrite) {
   const std::string path = folder / "later/state.json";
   EXPECT_EQ(StateStore::load(path).damage, "");
   StateStore store(path, milliseconds(1));
+  fs::create_directory(folder / "later");
+  disk_stands = true;
   store.save(state_of(1));
-  ASSERT_TRUE(comes_true([&] { return !store.error().empty(); }));
+  ASSERT_TRUE(comes_true([&] { return !fs::is_empty(folder / "later"); }));
+  store.save(state_of(2));  // what fails later is older
+  fs::remove_all(folder / "later");
+  disk_stands = false;
+  ASSERT_TRUE(comes_true([&] { return log.count("cannot open its folder") == 1; }));
   fs::create_directory(folder / "later");
   ASSERT_TRUE(comes_true([&] { return store.error().empty(); }));
   EXPECT_TRUE(store.finish(hours(1)));
-  EXPECT_EQ(number_of(StateStore::load(path).state), 1U);
+  EXPECT_EQ(number_of(StateStore::load(path).state), 2U);
   EXPECT_EQ(log.count("cannot open its folder"), 1U) << log.text();
   EXPECT_EQ(log.count("written again"), 1U);
 }

@@ -1,9 +1,18 @@
 // Text for people and programs: terminals, times, wording, placeholders.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +22,13 @@
 #include "item/placeholders.h"
 #include "item/value_check.h"
 #include "item/web_address.h"
+#include "output/reporter.h"
+#include "proc/file_systems.h"
+#include "proc/own_process.h"
+#include "proc/thread_evidence.h"
+#include "proc_fixture.h"
+#include "service/courier.h"
+#include "service/journal.h"
 #include "text/clock_text.h"
 #include "text/end_text.h"
 #include "text/json_text.h"
@@ -60,6 +76,150 @@ TEST(TerminalText, IsAlignedByCharactersNotBytes) {
   EXPECT_EQ(cut("\u00fc\u20acx", 2), "\u00fc\u20ac");
   EXPECT_EQ(cut("abc", 3) + cut("abc", 0) + cut("", 2), "abc");
   EXPECT_EQ(joined_cells({"a ", "", "b", "  "}), "a     b");
+}
+
+// What a reporter writes, each line without the time at its beginning.
+class Lines {
+ public:
+  std::string text() {
+    queue_.finish(std::chrono::hours(1));
+    std::string text(4096, '\0');
+    text.resize(static_cast<size_t>(pread(file_.get(), text.data(), text.size(), 0)));
+    const std::string time = for_people(WallTime{}) + "  ";
+    for (size_t at; (at = text.find(time)) != std::string::npos;) text.erase(at, time.size());
+    return text;
+  }
+  std::unique_ptr<Reporter> reporter() { return report_to_people(queue_, false); }
+
+ private:
+  const Wake wake_;
+  const UniqueFd file_{memfd_create("lines", MFD_CLOEXEC)};
+  LineQueue queue_{file_.get(), loss_for_people, wake_};
+};
+
+Instance instance_of(const std::string& name, const char* item) {
+  Instance instance;
+  instance.name = name;
+  instance.item = find_item(item);
+  instance.unit = instance.item->unit;
+  return instance;
+}
+
+const Instance kDisk = instance_of("a disk", "GetDiskUsage");
+const Instance kHeart = instance_of("heart", "ProcessHeartBeat");
+const Instance kHung = instance_of("hung", "CheckProcessStatusIsD");
+const Instance kReport = instance_of("disk", "SendErrRpt");
+const FI_RESULT_S kPlain{}, kOfThread{0, "", 7, 0};
+const std::optional<ThreadOwner> kNobody, kOwner{{5, "app -d"}};
+const std::optional<ThreadEvidence> kNoEvidence,
+    kEvidence{{7, "app", "D", "vfork", "", 1, 2, 2, "killable"}};
+
+AlarmRule above_90() {
+  AlarmRule rule;
+  rule.condition = AlarmRule::Condition::kAbove;
+  rule.bound = 90.0;
+  return rule;
+}
+
+Answer answer_of(const Instance& instance, double value, const Finding& finding = {}) {
+  return {instance, value,       kPlain, WallTime{}, std::nullopt,
+          kNobody,  kNoEvidence, 0.0,    finding,    finding.state};
+}
+
+const Answer kFull = answer_of(kDisk, 91.256),
+             kGone = answer_of(kDisk, -1.0, {State::kAbsent, "no"});
+const Answer kStands = answer_of(kHeart, 0.0);
+const Answer kHangs{kHung, 1.0, kOfThread, WallTime{}, std::nullopt, kOwner, kEvidence, 2.6, {}};
+
+Answer sent() {
+  Answer answer = answer_of(kReport, 0.0, {State::kFailed, "not sent"});
+  answer.of_alarm = true;
+  return answer;
+}
+
+TEST(Lines, AreAlignedAndShowWhatIsKnown) {
+  Lines lines;
+  const auto reporter = lines.reporter();
+  reporter->lay_out({kDisk, kHeart, kHung});
+  for (const Answer& answer : {kFull, kStands, kHangs, sent(), kGone}) reporter->answered(answer);
+  reporter->alarm_changed(
+      {kDisk, above_90(), WallTime{}, &kFull, State::kOk, false, "1", "because"});
+  reporter->alarm_changed({kDisk, above_90(), WallTime{}, &kGone, State::kAbsent, true, "1", ""});
+  EXPECT_EQ(lines.text(),
+            "a disk       91.26 %\n"
+            "heart         0.00    flow 0\n"
+            "hung          1.00    thread 7 of process 5: app -d, has not run for 3 s in vfork, "
+            "2 threads with this stack, suspected: killable\n"
+            "disk             0\n"
+            "a disk      absent    no\n"
+            "a disk       91.26 %  alarm cleared: not above 90 for 1 call, because\n"
+            "a disk      absent    alarm raised: above 90 for 1 call\n");
+  EXPECT_EQ(Json::parse(loss_as_json({3, 2}))["lines"], 5);
+}
+
+// In place of the system's journal: a socket at its path.
+TEST(Journal, HasTheNewsAndTheAlarmsBesideTheLines) {
+  SKIP_WITHOUT_MOUNTS();
+  const TmpfsMount run("/run");
+  std::filesystem::create_directories("/run/systemd/journal");
+  const UniqueFd journald(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+  ASSERT_EQ(bind(journald.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  Lines lines;
+  Journal journal;
+  const auto reporter = report_to_journal(lines.reporter(), journal);
+  for (const Answer& answer : {kFull, kGone, kGone, sent(), kHangs}) reporter->answered(answer);
+  reporter->alarm_changed({kDisk, above_90(), WallTime{}, &kFull, State::kAlarm, true, "1", ""});
+  EXPECT_TRUE(journal.finish(std::chrono::hours(1)));
+  std::string records, buffer(4096, '\0');
+  for (ssize_t got; (got = recv(journald.get(), buffer.data(), 4096, MSG_DONTWAIT)) > 0;) {
+    records += buffer.substr(0, static_cast<size_t>(got));
+  }
+  std::replace(records.begin(), records.end(), '\n', ' ');
+  EXPECT_EQ(records,
+            "MESSAGE=a disk is absent: no MESSAGE_ID=b2680fd5b68d4e07a00ffa11647f8041 PRIORITY=6 "
+            "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=a disk MIRT_ITEM=GetDiskUsage "
+            "MIRT_STATE=absent MIRT_UNIT=% "
+            "MESSAGE=a disk: alarm raised: above 90 for 1 call "
+            "MESSAGE_ID=83dd75deb1074c1da813b06cb01b5976 PRIORITY=2 "
+            "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=a disk MIRT_ITEM=GetDiskUsage "
+            "MIRT_STATE=alarm MIRT_ALARM=1 MIRT_SEVERITY=critical MIRT_CONDITION=above 90 "
+            "MIRT_VALUE=91.256 MIRT_UNIT=% ");
+  const std::string text = lines.text();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6) << text;
+}
+
+TEST_F(ProcFixture, FileSystemsAreShownOnceByTheirShortestPath) {
+  put("self/mounts",
+      "/dev/a /sys/kernel ext4 rw 0 0\n/dev/a /sys ext4 rw 0 0\n/dev/a /sys/fs ext4 rw 0 0\n"
+      "/dev/b /nowhere ext4 rw 0 0\n/dev/c /dev/shm ext4 ro 0 0\ntmpfs /dev/shm tmpfs rw 0 0\n");
+  const FileSystems found = local_file_systems();
+  EXPECT_EQ(found.folders, (std::vector<std::string>{"/", "/sys"}));
+  EXPECT_EQ(found.left_out, std::vector<std::string>{"/nowhere: No such file or directory"});
+}
+
+TEST_F(ProcFixture, EvidenceHasTheSwitchesOfTheThread) {
+  put("7/status",
+      "State:\tD\nvoluntary_ctxt_switches:\t3\nnonvoluntary_ctxt_switches:\t5\nTgid:\t7\n");
+  const std::optional<ThreadEvidence> evidence = evidence_of(7);
+  ASSERT_TRUE(evidence);
+  EXPECT_EQ(evidence->voluntary_switches, 3U);
+  EXPECT_EQ(evidence->involuntary_switches, 5U);
+}
+
+TEST(Courier, EndsWhatItHasBegunBeforeItGoes) {
+  std::atomic<bool> done{false};
+  {
+    Courier().post([&] { done = true; });
+  }
+  EXPECT_TRUE(done);
+}
+
+TEST(OwnProcess, HasTheWholeNameOfItsMachine) {
+  if (unshare(CLONE_NEWUTS) != 0) GTEST_SKIP() << "needs root, to name a machine";
+  const std::string longest(HOST_NAME_MAX, 'h');
+  ASSERT_EQ(sethostname(longest.data(), longest.size()), 0);
+  EXPECT_EQ(host_name(), longest);
 }
 
 TEST(ClockText, ShowsLocalTimeWithItsOffset) {

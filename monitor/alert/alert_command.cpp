@@ -86,10 +86,11 @@ bool CommandRun::start(const std::vector<std::string>& environment) {
   fcntl(output.read_end.get(), F_SETFL, O_NONBLOCK);
   const std::string program = find_program(alert_.command.front());
   if (program.empty()) return false;
-  child_ = ChildProgram::start(
+  std::optional<ChildProgram> child = ChildProgram::start(
       {program, alert_.command, environment, input.read_end.get(), output.write_end.get()});
   input_ = std::move(input.write_end);
   output_ = std::move(output.read_end);
+  if (child) child_.emplace(std::move(*child));
   return child_.has_value();
 }
 

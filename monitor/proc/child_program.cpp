@@ -160,13 +160,6 @@ ChildProgram::ChildProgram(ChildProgram&& other) noexcept
       mark_(std::move(other.mark_)),
       end_(std::move(other.end_)) {}
 
-ChildProgram& ChildProgram::operator=(ChildProgram&& other) noexcept {
-  std::swap(pid_, other.pid_);
-  std::swap(mark_, other.mark_);
-  std::swap(end_, other.end_);
-  return *this;
-}
-
 ChildProgram::~ChildProgram() {
   if (pid_ < 0) return;
   kill_all();

@@ -29,7 +29,7 @@ class ChildProgram {
   static std::optional<ChildProgram> start(const Program& program);
 
   ChildProgram(ChildProgram&& other) noexcept;
-  ChildProgram& operator=(ChildProgram&& other) noexcept;
+  ChildProgram& operator=(ChildProgram&& other) = delete;
   // Kills the program if it still runs.
   ~ChildProgram();
 

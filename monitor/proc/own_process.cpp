@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <climits>
 #include <memory>
 #include <sstream>
 
@@ -44,4 +45,9 @@ OwnProcess own_process() {
   std::istringstream threads(status_value(getpid(), "Threads").value_or(""));
   threads >> own.threads;
   return own;
+}
+
+std::string host_name() {
+  char name[HOST_NAME_MAX + 1] = {};
+  return gethostname(name, sizeof name) == 0 ? name : "";
 }

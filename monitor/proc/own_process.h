@@ -3,6 +3,7 @@
 #define MONITOR_OWN_PROCESS_H
 
 #include <cstddef>
+#include <string>
 
 struct OwnProcess {
   double cpu_s = 0.0;
@@ -13,5 +14,8 @@ struct OwnProcess {
 
 // From /proc/self and the limits of the process. What cannot be read is 0.
 OwnProcess own_process();
+
+// The name of this machine; empty if it has none.
+std::string host_name();
 
 #endif

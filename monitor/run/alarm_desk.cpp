@@ -1,12 +1,10 @@
 #include "run/alarm_desk.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
 #include <utility>
 
 #include "item/placeholders.h"
+#include "proc/own_process.h"
 #include "text/log_lines.h"
 
 namespace {
@@ -18,11 +16,6 @@ PlaceholderTexts texts_of(const Instance& instance, const Answer* answer, State 
   texts.pid = std::to_string(answer->result.pid);
   texts.flow_id = std::to_string(answer->result.hangflowid);
   return texts;
-}
-
-std::string host_name() {
-  char name[HOST_NAME_MAX + 1] = {};
-  return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
 // "MIRT_ALARM" for "alarm": the variable in the environment of an alert's command.

@@ -3,7 +3,7 @@
 #include <utility>
 
 Courier::~Courier() {
-  if (thread_.joinable() && !finish(std::chrono::milliseconds(0))) thread_.detach();
+  if (thread_.joinable() && !finish(std::chrono::seconds(1))) thread_.detach();
 }
 
 void Courier::post(Job job) noexcept {

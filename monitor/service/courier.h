@@ -19,7 +19,8 @@ class Courier {
   static constexpr size_t kMost = 1000;
 
   Courier() = default;
-  // Ends the thread. If it is stuck in a job, the process must have called _exit() before.
+  // Ends the thread, within a second. If it is stuck in a job, the process must have called _exit()
+  // before.
   ~Courier();
   Courier(const Courier&) = delete;
   Courier& operator=(const Courier&) = delete;

@@ -1,10 +1,10 @@
 #include "status/api.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
+
+#include "proc/own_process.h"
 
 namespace {
 
@@ -14,11 +14,6 @@ Json text_or_null(const std::string& text) {
 
 Json time_or_null(const std::optional<WallTime>& time) {
   return time ? Json(iso8601(*time)) : Json();
-}
-
-std::string host_name() {
-  char name[256] = {};
-  return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
 Json mean_or_null(const Durations& durations) {
