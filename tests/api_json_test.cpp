@@ -1,10 +1,12 @@
 // The JSON of views that no well-meaning item gives.
+#include <cerrno>
 #include <cmath>
 
 #include "schema_check.h"
 #include "status/api.h"
 #include "status/heartbeat_json.h"
 #include "status/http_exchange.h"
+#include "status/http_listener.h"
 #include "status/status_server.h"
 
 namespace {
@@ -65,6 +67,11 @@ TEST(HttpExchange, TheLengthOfABodyMayFollowItsColonAtOnce) {
   for (const std::string blank : {"", " ", "\t "}) {
     EXPECT_EQ(extent_of("POST / HTTP/1.1\nContent-Length:" + blank + "7\r\n\r\n").body, 7U);
   }
+}
+
+TEST(UnixSocket, APathThatIsTooLongIsNoPath) {
+  EXPECT_FALSE(connect_to_path(std::string(200, 'x')));
+  EXPECT_EQ(errno, ENAMETOOLONG);
 }
 
 TEST(StatusRoutes, ASchedulerThatDoesNotAnswerIsNotHealthy) {

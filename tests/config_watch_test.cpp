@@ -244,8 +244,9 @@ TEST_F(WatchTest, MistakesInWatchesSayWhatWasFoundAndExpected) {
        "values from 0 to 100 %"},
       {process("handles = { above = 5, severity = 'fatal' }\n"),
        "4: severity is \"fatal\", expected \"warning\" or \"critical\""},
-      {process("running = true\n") + process("running = true\n"),
-       "6: name \"p\" is already used in line 2, expected another name"},
+      {process("running = true\n") + process("running = true\n") + process("running = true\n"),
+       "6: name \"p\" is already used in line 2, expected another name\n"
+       "a.toml:10: name \"p\" is already used in line 2, expected another name"},
       {process("running = true\n") + instance("p.running", "GetSysCPU"),
        "6: name \"p.running\" is already used in line 4, expected another name"},
       {"process = [true]\n[machine]\ncpu = true\n",

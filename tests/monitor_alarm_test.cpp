@@ -134,6 +134,7 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
   };
   EXPECT_TRUE(seen(shown));
   for (const Json& record : records) {
+    EXPECT_LT(record.value("line", Json()), 100000) << "of the source, if it is known";
     if (!has(record, shown) || record["kind"] != "item") continue;
     const Json& evidence = record["evidence"];
     EXPECT_TRUE(has(evidence, {{"tid", tid.load()},
@@ -154,9 +155,6 @@ TEST_F(MonitorTest, HungThreadsAreShownWithTheirProcess) {
                     {"state", "unjudged"},
                     {"detail", "thread " + thread_id + " hangs, but recovery was refused"}}));
   EXPECT_TRUE(contains(monitor.end(0), "redundancyStatus(0)"));
-  Monitor for_people(folder_, "mirt-monitor run --config a.toml --rounds 11 | grep ' thread '");
-  EXPECT_TRUE(contains(for_people.line().value_or(""),
-                       "thread " + thread_id + " of process " + process_id + ": " + command_line));
   kill(child, SIGKILL);
   hung.join();
 }

@@ -41,21 +41,6 @@ TEST_F(MonitorTest, ThreeRoundsOnThisMachine) {
   EXPECT_EQ(calls, (std::map<std::string, int>{{"cpu", 3}, {"root", 3}, {"self", 3}}));
 }
 
-TEST_F(MonitorTest, LinesForPeopleAreAligned) {
-  configure("workers = 1\n" + instance("r\u00f6", "GetDiskUsage", {{"d", "/"}}) +
-            instance("longer name", "GetSysFreeMemory") +
-            instance("bad\033[2J", "GetDiskUsage", {{"d", "/nowhere"}}));
-  Monitor monitor(folder_, "mirt-monitor run --config a.toml --rounds 1 | cut -c 22- | sort");
-  // The value ends in one column, 10 wide, and a name cannot command the terminal.
-  EXPECT_EQ(monitor.line(),
-            "bad?[2J          failed      Get Disk Usage Fault, Return -1.000000. "
-            "statfs of \"/nowhere\": No such file or directory");
-  const std::string free = monitor.line().value_or(""), disk = monitor.line().value_or("");
-  EXPECT_TRUE(std::regex_match(free, std::regex("longer name  [ \\d]{7}\\.\\d\\d MiB"))) << free;
-  EXPECT_TRUE(std::regex_match(disk, std::regex("r\u00f6 {11}[ \\d]{7}\\.\\d\\d %"))) << disk;
-  monitor.end(0);
-}
-
 TEST_F(MonitorTest, FailuresAreRedOnATerminalUnlessUnwanted) {
   const std::string on_terminal =
       "script --quiet --return --command 'mirt-monitor once GetDiskUsage /nowhere' /dev/null";

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <list>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -154,6 +155,10 @@ TEST(MonitorInit, WritesAConfigurationThatIsRightAlsoWithItsCommentsTakenAway) {
   const std::string text = run(init);
   EXPECT_TRUE(contains(text, "\n[machine.disk]\n\"/\" = { above = \"90 %\" }\n"));
   EXPECT_TRUE(contains(text, "\n# [[process]]"));
+  std::list<Child> many;
+  for (char letter = 'a'; letter <= 'k'; ++letter)
+    many.emplace_back(std::vector<std::string>{{letter}, "-u"});
+  EXPECT_EQ(run(init + " | grep -c '^# ..process'"), "10\n") << "the largest ones";
   run("rm -r " + folder);
 }
 

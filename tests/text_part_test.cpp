@@ -105,7 +105,7 @@ Instance instance_of(const std::string& name, const char* item) {
   return instance;
 }
 
-const Instance kDisk = instance_of("a disk", "GetDiskUsage");
+const Instance kDisk = instance_of("r\u00f6\033[2J", "GetDiskUsage");
 const Instance kHeart = instance_of("heart", "ProcessHeartBeat");
 const Instance kHung = instance_of("hung", "CheckProcessStatusIsD");
 const Instance kReport = instance_of("disk", "SendErrRpt");
@@ -130,6 +130,7 @@ const Answer kFull = answer_of(kDisk, 91.256),
              kGone = answer_of(kDisk, -1.0, {State::kAbsent, "no"});
 const Answer kStands = answer_of(kHeart, 0.0);
 const Answer kHangs{kHung, 1.0, kOfThread, WallTime{}, std::nullopt, kOwner, kEvidence, 2.6, {}};
+const Answer kWaits{kHung, 1.0, kOfThread, WallTime{}, std::nullopt, kOwner, kNoEvidence, 0.0, {}};
 
 Answer sent() {
   Answer answer = answer_of(kReport, 0.0, {State::kFailed, "not sent"});
@@ -141,19 +142,21 @@ TEST(Lines, AreAlignedAndShowWhatIsKnown) {
   Lines lines;
   const auto reporter = lines.reporter();
   reporter->lay_out({kDisk, kHeart, kHung});
-  for (const Answer& answer : {kFull, kStands, kHangs, sent(), kGone}) reporter->answered(answer);
+  for (const Answer& answer : {kFull, kStands, kHangs, kWaits, sent(), kGone})
+    reporter->answered(answer);
   reporter->alarm_changed(
       {kDisk, above_90(), WallTime{}, &kFull, State::kOk, false, "1", "because"});
   reporter->alarm_changed({kDisk, above_90(), WallTime{}, &kGone, State::kAbsent, true, "1", ""});
   EXPECT_EQ(lines.text(),
-            "a disk       91.26 %\n"
+            "r\u00f6?[2J       91.26 %\n"
             "heart         0.00    flow 0\n"
             "hung          1.00    thread 7 of process 5: app -d, has not run for 3 s in vfork, "
             "2 threads with this stack, suspected: killable\n"
+            "hung          1.00    thread 7 of process 5: app -d\n"
             "disk             0\n"
-            "a disk      absent    no\n"
-            "a disk       91.26 %  alarm cleared: not above 90 for 1 call, because\n"
-            "a disk      absent    alarm raised: above 90 for 1 call\n");
+            "r\u00f6?[2J      absent    no\n"
+            "r\u00f6?[2J       91.26 %  alarm cleared: not above 90 for 1 call, because\n"
+            "r\u00f6?[2J      absent    alarm raised: above 90 for 1 call\n");
   EXPECT_EQ(Json::parse(loss_as_json({3, 2}))["lines"], 5);
 }
 
@@ -176,15 +179,16 @@ TEST(Journal, HasTheNewsAndTheAlarmsBesideTheLines) {
     records += buffer.substr(0, static_cast<size_t>(got));
   }
   std::replace(records.begin(), records.end(), '\n', ' ');
-  EXPECT_EQ(records,
-            "MESSAGE=a disk is absent: no MESSAGE_ID=b2680fd5b68d4e07a00ffa11647f8041 PRIORITY=6 "
-            "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=a disk MIRT_ITEM=GetDiskUsage "
-            "MIRT_STATE=absent MIRT_UNIT=% "
-            "MESSAGE=a disk: alarm raised: above 90 for 1 call "
-            "MESSAGE_ID=83dd75deb1074c1da813b06cb01b5976 PRIORITY=2 "
-            "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=a disk MIRT_ITEM=GetDiskUsage "
-            "MIRT_STATE=alarm MIRT_ALARM=1 MIRT_SEVERITY=critical MIRT_CONDITION=above 90 "
-            "MIRT_VALUE=91.256 MIRT_UNIT=% ");
+  EXPECT_EQ(
+      records,
+      "MESSAGE=r\u00f6?[2J is absent: no MESSAGE_ID=b2680fd5b68d4e07a00ffa11647f8041 PRIORITY=6 "
+      "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=r\u00f6\033[2J MIRT_ITEM=GetDiskUsage "
+      "MIRT_STATE=absent MIRT_UNIT=% "
+      "MESSAGE=r\u00f6?[2J: alarm raised: above 90 for 1 call "
+      "MESSAGE_ID=83dd75deb1074c1da813b06cb01b5976 PRIORITY=2 "
+      "SYSLOG_IDENTIFIER=mirt-monitor MIRT_WATCH=r\u00f6\033[2J MIRT_ITEM=GetDiskUsage "
+      "MIRT_STATE=alarm MIRT_ALARM=1 MIRT_SEVERITY=critical MIRT_CONDITION=above 90 "
+      "MIRT_VALUE=91.256 MIRT_UNIT=% ");
   const std::string text = lines.text();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6) << text;
 }
