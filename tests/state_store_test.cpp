@@ -131,6 +131,14 @@ TEST(StateStore, FollowsNoLinkThatOthersCanHaveMade) {
   StateStore(folder / "link/state.json").save(state_of(1));
   EXPECT_TRUE(StateStore::load(folder / "real/state.json").found);
 
+  // As many links as the kernel follows.
+  for (int links = 1; links <= 41; ++links) {
+    const std::string target = links == 1 ? "real" : std::to_string(links - 1);
+    fs::create_directory_symlink(target, folder / std::to_string(links));
+  }
+  EXPECT_TRUE(StateStore::load(folder / "40/state.json").found);
+  EXPECT_FALSE(StateStore::load(folder / "41/state.json").found);
+
   const StateReading reading = StateStore::load(folder / "shared/link/state.json");
   EXPECT_FALSE(reading.found);
   EXPECT_NE(reading.damage, "");
