@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # faults.sh: installs missing packages, builds, and runs each command of mirt-monitor with faults of
-# system calls and of allocations (docs/reliability.md). Takes about five minutes on two processors.
+# system calls and of allocations (docs/reliability.md). Takes about eight minutes on two processors.
 # Exit status 0: every rule is kept; 1: a rule is broken, with its line; 77: cannot mount, needs root
 # or user namespaces.
 set -euo pipefail

@@ -1,11 +1,14 @@
-/* Loaded before the C library: allocation MIRT_FAIL_AT from the beginning of main() on fails, and
- * all later ones if MIRT_FAIL_ALWAYS is set. Without MIRT_FAIL_AT, writes their number to
- * descriptor MIRT_COUNT_TO at the end. */
+/* Loaded before the C library: allocations fail as the record in the file MIRT_FAULTS says, which
+ * the test maps too, so that it can change the rule while the program runs. Nothing fails before
+ * main().
+ */
 #define _GNU_SOURCE
 #include <errno.h>
+#include <fcntl.h>
 #include <stdatomic.h>
-#include <stdio.h>
+#include <stddef.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -13,24 +16,33 @@ void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 
-static atomic_long allocations, fail_at = -1;
-static int always, armed;
+/* The allocations first, first + step, ... fail, each with `length` - 1 after it; first 0: none. */
+static struct rule {
+  atomic_long number, failed;
+  atomic_long first, step, length;
+} none, *rule = &none;
+static int armed;
 
 /* The program calls it at the beginning of main(). */
 int close_range(unsigned int from, unsigned int to, int flags) {
-  const char* const at = getenv("MIRT_FAIL_AT");
-  always = getenv("MIRT_FAIL_ALWAYS") != NULL;
-  fail_at = at == NULL ? -1 : atol(at);
+  const char* const path = getenv("MIRT_FAULTS");
+  const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
+  void* const map = mmap(NULL, sizeof none, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  if (map != MAP_FAILED) rule = map;
+  if (file >= 0) close(file);
   armed = 1;
   return (int)syscall(SYS_close_range, from, to, flags);
 }
 
 static int fails(void) {
   if (!armed) return 0;
-  const long number = ++allocations;
-  if (fail_at < 0 || (number != fail_at && !(always && number > fail_at))) return 0;
-  errno = ENOMEM;
-  return 1;
+  const long number = ++rule->number, since = number - rule->first;
+  if (rule->first != 0 && since >= 0 && since % rule->step < rule->length) {
+    ++rule->failed;
+    errno = ENOMEM;
+    return 1;
+  }
+  return 0;
 }
 
 void* malloc(size_t size) {
@@ -43,12 +55,4 @@ void* calloc(size_t count, size_t size) {
 
 void* realloc(void* block, size_t size) {
   return fails() ? NULL : __libc_realloc(block, size);
-}
-
-__attribute__((destructor)) static void tell(void) {
-  const char* const path = getenv("MIRT_COUNT_TO");
-  FILE* const file = path == NULL ? NULL : fopen(path, "we");
-  if (file == NULL) return;
-  fprintf(file, "%ld\n", (long)allocations);
-  fclose(file);
 }

@@ -18,6 +18,8 @@ import sys
 import tempfile
 import time
 
+import faults_of_a_run
+
 SECONDS = 120  # a run that takes longer hangs
 SHORT = 0
 E = errno
@@ -96,12 +98,11 @@ class Harness:
         """One run of a command with this fault; the call "memory" is an allocation."""
         environment = dict(os.environ, LC_ALL='C')
         memory = case.call == 'memory'
-        count = tempfile.mktemp(dir=self.folder)
         if memory:
-            environment.update(LD_PRELOAD=os.path.join(self.binaries, 'failing_malloc.so'),
-                               MIRT_COUNT_TO=count, MIRT_FAIL_AT=str(case.at))
-            if case.always:
-                environment['MIRT_FAIL_ALWAYS'] = '1'
+            rule = faults_of_a_run.Rule(tempfile.mktemp(dir=self.folder))
+            rule.set(case.at, length=faults_of_a_run.NEVER if case.always else 1)
+            environment.update(rule.environment, LD_PRELOAD=os.path.join(
+                self.binaries, 'failing_malloc.so'))
         number = -1 if memory else CALLS[case.call][0]
         report, theirs = os.pipe()
         tracer = [os.path.join(self.binaries, 'faults'), str(number), str(case.error), str(case.at),
@@ -118,13 +119,8 @@ class Harness:
         if len(words) < 5:
             raise RuntimeError(f'the tracer failed: {err}')
         status, calls, faults, left = map(int, words[:4])
-        if memory and os.path.exists(count):
-            with open(count) as file:
-                calls = int(file.read() or 0)
-            os.remove(count)
-            faults = int(case.at <= calls)
-        elif memory:
-            faults = 1  # it was killed before it could count
+        if memory:
+            calls, faults = rule.counts()
         return Run(status, calls, faults, left, words[4].strip(), out, err)
 
 
@@ -226,6 +222,7 @@ def main():
         for process in surroundings:
             process.kill()
             process.wait()
+        tally['run that lives'] = faults_of_a_run.try_living_run(harness.binaries, folder, small)
     for command, (cases, broken) in tally.items():
         print(f'{command:28} {cases:6} cases {broken:6} failures')
     total, broken = (sum(row[i] for row in tally.values()) for i in (0, 1))

@@ -230,9 +230,11 @@ void AlertChannel::say(Lock& lock, const char* level, Parts text) const noexcept
   lock.lock();
 }
 
-void AlertChannel::log(const char* level, Parts text) const noexcept try {
-  std::string line = "alert " + name_ + " (" + way_.name + "): ";
-  for (const std::string_view part : text) line += part;
-  log_line(level, line);
-} catch (const std::exception&) {  // out of memory: the status still shows the failure
+void AlertChannel::log(const char* level, Parts text) const noexcept {
+  std::string all;
+  try {
+    for (const std::string_view part : text) all += part;
+  } catch (const std::exception&) {  // out of memory: the line is short then
+  }
+  log_parts(level, {"alert ", name_, " (", way_.name, "): ", all});
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
 
 #include "proc/descendants.h"
 #include "proc/resident_memory.h"
@@ -74,7 +75,7 @@ int run_to_the_end(Scheduler& scheduler, const RunRequest& request) try {
                                                : !request.schedule.rounds || scheduler.any_worked();
   return worked ? kExitOk : kExitFailed;
 } catch (const std::exception& error) {  // probably out of memory
-  log_line("error", error.what());
+  log_parts("error", {error.what()});
   return kExitFailed;
 }
 
@@ -165,7 +166,8 @@ int run_instances(const Plan& plan, const RunRequest& request) {
                       {*reporter, reports, out, log, desk, sender, reloader ? &*reloader : nullptr,
                        mailbox, publisher, store ? &*store : nullptr, service, wake});
   if (!out.ready() || !log.ready()) return cannot_start(EAGAIN);
-  if (!answer_redundancy(plan.recovery)) return cannot_start(errno);
+  if (!answer_redundancy(std::make_shared<const Recovery>(plan.recovery)))
+    return cannot_start(errno);
   std::optional<StatusServer> status;
   if (!plan.status_socket.empty() || plan.http) {
     status.emplace(publisher, mailbox);

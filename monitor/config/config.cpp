@@ -9,6 +9,7 @@
 #include "config/config_parts.h"
 #include "config/toml_error.h"
 #include "config/toml_fields.h"
+#include "proc/spare_memory.h"
 #include "text/wording.h"
 
 namespace {
@@ -84,6 +85,7 @@ ParsedFile ConfigReader::parse(const std::string& path) {
     return file;
   }
   if (!seen_.insert(content->identity).second) return file;
+  const NoFailure none;  // the library ends the program where an allocation fails
   try {
     file.table = toml::parse(content->text, path);
   } catch (const toml::parse_error& error_in_text) {

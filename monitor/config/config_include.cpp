@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 
 #include "text/wording.h"
 
@@ -11,24 +12,30 @@ namespace {
 
 constexpr char kForm[] = "an array of file names and patterns";
 
-// The callback of glob() gets no user data.
-thread_local std::string unreadable_folder;
+// Of this thread's glob(), whose callback gets no user data. A pointer, because a thread without
+// memory to note the destructor of its variable ends the program.
+thread_local std::string* unreadable_folder = nullptr;
 
-int note_unreadable(const char* folder, int error) {
+// Called from C, so it must not throw.
+int note_unreadable(const char* folder, int error) noexcept try {
   if (error == ENOENT || error == ENOTDIR) return 0;
-  unreadable_folder = std::string(folder) + ": " + std::strerror(error);
+  *unreadable_folder = std::string(folder) + ": " + std::strerror(error);
+  return 1;
+} catch (const std::exception&) {
+  *unreadable_folder = "out of memory";  // short: needs no allocation
   return 1;
 }
 
 // The files that match the pattern. If a folder cannot be read, `error` has the reason.
 std::vector<std::string> matching_files(const std::string& pattern, std::string& error) {
-  unreadable_folder.clear();
+  std::string unreadable;
+  unreadable_folder = &unreadable;
   glob_t found{};
   const int result = glob(pattern.c_str(), 0, note_unreadable, &found);
   std::vector<std::string> files(found.gl_pathv, found.gl_pathv + found.gl_pathc);
   globfree(&found);
   if (result == GLOB_NOSPACE) error = "out of memory";
-  if (result == GLOB_ABORTED) error = unreadable_folder;
+  if (result == GLOB_ABORTED) error = unreadable;
   return files;
 }
 

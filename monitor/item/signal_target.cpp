@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 #include "proc/proc_file.h"
 #include "proc/process_handle.h"
@@ -16,24 +17,26 @@ struct SignalTarget {
   ProcessIdentity thread;
   ProcessHandle process;
 };
-thread_local std::optional<SignalTarget> target;
+// A pointer, because a thread without memory to note the destructor of its variable ends the
+// program.
+thread_local SignalTarget* target = nullptr;
 
 }  // namespace
 
 bool hold_signal_target(int tid) {
-  target.reset();
+  forget_signal_target();
   const ProcessIdentity thread{tid, start_ticks_of(tid)};
   const int pid = std::atoi(status_value(tid, "Tgid").value_or("").c_str());
   errno = ESRCH;
   if (thread.start_ticks == 0 || pid <= 0) return false;
   std::optional<ProcessHandle> process = ProcessHandle::open(pid);
   if (!process) return false;
-  target.emplace(SignalTarget{thread, std::move(*process)});
+  target = new SignalTarget{thread, std::move(*process)};
   return true;
 }
 
 void forget_signal_target() {
-  target.reset();
+  delete std::exchange(target, nullptr);
 }
 
 // Called from the plug-in. A recovery that names a process itself has no target that was judged:

@@ -137,7 +137,8 @@ class PeopleReporter final : public Reporter {
 std::string loss_for_people(const LineQueue::Loss& loss) {
   return for_people(std::chrono::system_clock::now()) + "  " +
          std::to_string(loss.ordinary + loss.lasting) + " lines lost (" +
-         std::to_string(loss.ordinary) + " of values): the output was not read";
+         std::to_string(loss.ordinary) +
+         " of values): the output was not read, or memory was short";
 }
 
 std::unique_ptr<Reporter> report_to_people(LineQueue& out, bool colour) {

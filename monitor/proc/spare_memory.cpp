@@ -12,21 +12,22 @@
 
 namespace {
 
-thread_local bool may_use_reserve = false;
+thread_local bool may_use_reserve = false, may_use_last_reserve = false;
 
 // Blocks of whole units. It is searched from its start, which is quick enough for the rare use.
+template <size_t kBytes>
 class Reserve {
  public:
   bool set_aside() {
-    void* const memory = mmap(nullptr, kSpareMemoryBytes, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const memory =
+        mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory != MAP_FAILED) start_ = static_cast<char*>(memory);
     return start_ != nullptr;
   }
 
   // Null if there is no room.
   void* take(size_t size) noexcept {
-    if (!start_ || size > kSpareMemoryBytes) return nullptr;
+    if (!start_ || size > kBytes) return nullptr;
     const size_t count = std::max<size_t>((size + kUnit - 1) / kUnit, 1);
     const std::lock_guard lock(mutex_);
     size_t run = 0;
@@ -39,7 +40,7 @@ class Reserve {
 
   bool has(const void* block) const noexcept {
     const char* const place = static_cast<const char*>(block);
-    return start_ && place >= start_ && place < start_ + kSpareMemoryBytes;
+    return start_ && place >= start_ && place < start_ + kBytes;
   }
 
   void give_back(void* block) noexcept {
@@ -54,7 +55,7 @@ class Reserve {
   bool in_use() const noexcept { return in_use_ != 0; }
 
  private:
-  static constexpr size_t kUnit = 64, kUnits = kSpareMemoryBytes / kUnit;
+  static constexpr size_t kUnit = 64, kUnits = kBytes / kUnit;
 
   void* occupy(size_t first, size_t count) noexcept {
     lengths_[first] = static_cast<uint32_t>(count);
@@ -70,7 +71,8 @@ class Reserve {
   std::atomic<size_t> in_use_{0};
 };
 
-Reserve reserve;
+Reserve<kSpareMemoryBytes> reserve;
+Reserve<kLastMemoryBytes> last_reserve;
 
 }  // namespace
 
@@ -82,8 +84,16 @@ SpareMemoryRight::~SpareMemoryRight() {
   may_use_reserve = before_;
 }
 
+NoFailure::NoFailure() noexcept : before_(may_use_last_reserve) {
+  may_use_last_reserve = true;
+}
+
+NoFailure::~NoFailure() {
+  may_use_last_reserve = before_;
+}
+
 bool memory_is_short() {
-  return reserve.in_use();
+  return reserve.in_use() || last_reserve.in_use();
 }
 
 bool memory_is_there_for(size_t bytes) {
@@ -101,7 +111,7 @@ bool set_memory_aside() {
 #else
 
 bool set_memory_aside() {
-  may_use_reserve = reserve.set_aside();
+  may_use_reserve = reserve.set_aside() && last_reserve.set_aside();
   return may_use_reserve;
 }
 
@@ -111,11 +121,13 @@ bool set_memory_aside() {
 void* operator new(size_t size) {
   if (void* const block = std::malloc(std::max<size_t>(size, 1))) return block;
   if (void* const block = may_use_reserve ? reserve.take(size) : nullptr) return block;
+  if (void* const block = may_use_last_reserve ? last_reserve.take(size) : nullptr) return block;
   throw std::bad_alloc();
 }
 
 void operator delete(void* block) noexcept {
   if (reserve.has(block)) return reserve.give_back(block);
+  if (last_reserve.has(block)) return last_reserve.give_back(block);
   std::free(block);
 }
 

@@ -9,6 +9,10 @@
 // the reserve up, so they do not have the right. Builds with a sanitizer have no reserve.
 constexpr size_t kSpareMemoryBytes = size_t{4} << 20;
 
+// And this much more, on any thread, for functions of libraries that end the program where an
+// allocation fails.
+constexpr size_t kLastMemoryBytes = size_t{1} << 20;
+
 // Sets the reserve aside; false if the system does not give so much. The pages become resident only
 // when they are used. Call it once, before any thread starts. The thread that calls it may use the
 // reserve.
@@ -21,6 +25,18 @@ class SpareMemoryRight {
   ~SpareMemoryRight();
   SpareMemoryRight(const SpareMemoryRight&) = delete;
   SpareMemoryRight& operator=(const SpareMemoryRight&) = delete;
+
+ private:
+  const bool before_;
+};
+
+// While this object exists, allocations of this thread can use that.
+class NoFailure {
+ public:
+  NoFailure() noexcept;
+  ~NoFailure();
+  NoFailure(const NoFailure&) = delete;
+  NoFailure& operator=(const NoFailure&) = delete;
 
  private:
   const bool before_;

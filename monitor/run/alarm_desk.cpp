@@ -55,22 +55,18 @@ void add_answer(Json& body, const Answer* answer) {
 
 }  // namespace
 
-void AlarmDesk::set_alerts(const std::vector<Alert>& alerts) {
-  alerts_.clear();
-  for (const Alert& alert : alerts) alerts_.emplace(alert.name, alert);
-}
-
 void AlarmDesk::settle(Slot& slot, Answer& answer, const Cause& cause, Clock::time_point now) {
-  std::vector<AlarmSlot*> changed;
+  std::vector<Change> changes;
   for (AlarmSlot& alarm : slot.alarms) {
-    if (alarm.alarm.judge(answer.finding.state, answer.value, now) == Alarm::Change::kNone) {
-      if (alarm.alarm.raised()) answer.alarms.push_back(alarm.id);
-      continue;
+    Alarm next = alarm.alarm;
+    const Alarm::Change change = next.judge(answer.finding.state, answer.value, now);
+    if (change == Alarm::Change::kNone) {
+      alarm.alarm = next;
+    } else {
+      changes.push_back({&alarm, next});
     }
-    changed.push_back(&alarm);
-    if (!alarm.alarm.raised()) continue;
-    raise(slot, alarm, answer.time);
-    answer.alarms.push_back(alarm.id);
+    if (change == Alarm::Change::kRaised) name(alarm, answer.time);
+    if (next.raised()) answer.alarms.push_back(alarm.id);
   }
   const bool is_alarm = answer.finding.measured() && !answer.alarms.empty();
   answer.state = is_alarm ? State::kAlarm : answer.finding.state;
@@ -78,33 +74,39 @@ void AlarmDesk::settle(Slot& slot, Answer& answer, const Cause& cause, Clock::ti
   if (answer.state_is_new) slot.state_since = answer.time;
   slot.state = answer.state;
   reporter_.answered(answer);
-  for (AlarmSlot* const alarm : changed) change(slot, *alarm, &answer, answer.state, cause, now);
+  for (const Change& each : changes) change(slot, each, &answer, answer.state, cause, now);
 }
 
-void AlarmDesk::raise(Slot& slot, AlarmSlot& alarm, WallTime since) {
+void AlarmDesk::name(AlarmSlot& alarm, WallTime since) {
   alarm.id = prefix_ + std::to_string(++raised_);
   alarm.since = since;
-  ++slot.alarms_raised[static_cast<size_t>(alarm.rule.severity)];
-  slot.view.reset();
 }
 
 void AlarmDesk::settle_blind(Slot& slot, Clock::time_point now) {
   for (AlarmSlot& alarm : slot.alarms) {
-    if (alarm.alarm.judge(State::kBlind, 0.0, now) != Alarm::Change::kRaised) continue;
-    raise(slot, alarm, std::chrono::system_clock::now());
-    change(slot, alarm, nullptr, State::kBlind, {}, now);
+    Alarm next = alarm.alarm;
+    if (next.judge(State::kBlind, 0.0, now) != Alarm::Change::kRaised) {
+      alarm.alarm = next;
+      continue;
+    }
+    name(alarm, std::chrono::system_clock::now());
+    change(slot, {&alarm, next}, nullptr, State::kBlind, {}, now);
   }
 }
 
 // Reports that an alarm was raised or cleared, and orders its reports.
-void AlarmDesk::change(Slot& slot, AlarmSlot& alarm, const Answer* answer, State state,
+void AlarmDesk::change(Slot& slot, const Change& change, const Answer* answer, State state,
                        const Cause& cause, Clock::time_point now) {
-  changed_ = true;
-  const bool raised = alarm.alarm.raised();
+  AlarmSlot& alarm = *change.slot;
+  const bool raised = change.alarm.raised();
   const WallTime time = answer ? answer->time : std::chrono::system_clock::now();
   reporter_.alarm_changed(
       {slot.instance, alarm.rule, time, answer, state, raised, alarm.id, cause.text});
+  alarm.alarm = change.alarm;
   alarm.reminded = now;
+  changed_ = true;
+  if (raised) ++slot.alarms_raised[static_cast<size_t>(alarm.rule.severity)];
+  slot.view.reset();
   tell(raised ? "raised" : "cleared", slot, alarm, answer, state, cause, now);
   if (raised) order_reports(slot, alarm, answer, state);
   if (!raised) alarm.id.clear();
@@ -210,16 +212,16 @@ void AlarmDesk::send_due(std::list<Slot>& slots, Clock::time_point now) {
   for (Slot& slot : slots) {
     for (AlarmSlot& alarm : slot.alarms) remind(slot, alarm, now);
   }
-  std::vector<Message> later;
-  for (Message& message : gathered_) {
-    if (message.due <= now) {
-      send(message);
-    } else {
-      next_due_ = std::min(next_due_, message.due);
-      later.push_back(std::move(message));
+  for (auto message = gathered_.begin(); message != gathered_.end();) {
+    if (message->due > now) {
+      next_due_ = std::min(next_due_, message->due);
+      ++message;
+      continue;
     }
+    Message due = std::move(*message);
+    message = gathered_.erase(message);
+    send(due);
   }
-  gathered_ = std::move(later);
 }
 
 void AlarmDesk::send_all() {

@@ -35,7 +35,8 @@ class AlarmDesk {
   AlarmDesk(Reporter& reporter, AlertSender& sender, Silences& silences, std::string prefix)
       : reporter_(reporter), sender_(sender), silences_(silences), prefix_(std::move(prefix)) {}
 
-  void set_alerts(const std::vector<Alert>& alerts);
+  // By name.
+  void set_alerts(std::map<std::string, Alert> alerts) noexcept { alerts_.swap(alerts); }
 
   // Evaluates the alarms with this answer, completes the answer, and writes the lines.
   void settle(Slot& slot, Answer& answer, const Cause& cause, Clock::time_point now);
@@ -58,9 +59,10 @@ class AlarmDesk {
 
   const Silences& silences() const { return silences_; }
 
-  // True if something that is kept over a restart has changed since the previous call.
-  bool take_changed() { return std::exchange(changed_, false); }
+  // True if something that is kept over a restart has changed.
+  bool has_changed() const { return changed_; }
   void note_change() { changed_ = true; }
+  void forget_change() { changed_ = false; }
 
  private:
   struct Message {
@@ -71,9 +73,16 @@ class AlarmDesk {
     Json body;
   };
 
-  void raise(Slot& slot, AlarmSlot& alarm, WallTime since);
-  void change(Slot& slot, AlarmSlot& alarm, const Answer* answer, State state, const Cause& cause,
-              Clock::time_point now);
+  // A change that was not told yet. The alarm takes it on when its line is written, so that one for
+  // which there was no memory comes again with the next answer.
+  struct Change {
+    AlarmSlot* slot;
+    Alarm alarm;
+  };
+
+  void name(AlarmSlot& alarm, WallTime since);
+  void change(Slot& slot, const Change& change, const Answer* answer, State state,
+              const Cause& cause, Clock::time_point now);
   void tell(const char* event, const Slot& slot, AlarmSlot& alarm, const Answer* answer,
             State state, const Cause& cause, Clock::time_point now);
   void order_reports(const Slot& slot, AlarmSlot& alarm, const Answer* answer, State state);

@@ -78,9 +78,10 @@ std::vector<EndWatch::Ended> EndWatch::take_ended() {
     const std::optional<ProcessEnd> end = each->process.end();
     if (!end) continue;
     const int pid = each->process.pid();
-    for (Slot* const slot : each->slots) slot->followed = 0;
-    ended.push_back(
-        {pid, "process " + std::to_string(pid) + " " + end_text(*end), std::move(each->slots)});
+    ended.push_back({pid, "process " + std::to_string(pid) + " " + end_text(*end), {}});
+    // Nothing below throws: a slot that is not followed must not be in the list.
+    ended.back().slots.swap(each->slots);
+    for (Slot* const slot : ended.back().slots) slot->followed = 0;
     stop_following(each);
   }
   return ended;

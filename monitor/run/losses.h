@@ -17,13 +17,15 @@ class Losses {
   std::atomic<unsigned long> count_{0};
 };
 
-// Does a piece of work. If an allocation fails, only this work is lost, and counted.
+// Does a piece of work. If an allocation fails, only this work is lost, and counted; then false.
 template <typename Work>
-void at_most_lose(Losses& losses, Work work) {
+bool at_most_lose(Losses& losses, Work work) {
   try {
     work();
+    return true;
   } catch (const std::bad_alloc&) {
     losses.add();
+    return false;
   }
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "item/signal_target.h"
 #include "mirt_host.h"
@@ -30,7 +31,7 @@ thread_local const FI_RESULT_S* asking_result = nullptr;
 class RecoveryDesk {
  public:
   bool allows(std::chrono::seconds limit);
-  void replace(const Recovery& recovery);
+  void replace(std::shared_ptr<const Recovery> recovery);
   std::map<std::string, unsigned long> decisions() const;
   std::vector<Clock::time_point> taken() const { return budget_.taken(); }
   void add_taken(Clock::time_point time) { budget_.add_taken(time); }
@@ -53,11 +54,11 @@ std::shared_ptr<const Recovery> RecoveryDesk::recovery() const {
   return recovery_;
 }
 
-void RecoveryDesk::replace(const Recovery& recovery) {
+void RecoveryDesk::replace(std::shared_ptr<const Recovery> recovery) {
   const std::lock_guard lock(mutex_);
-  recovery_ = std::make_shared<const Recovery>(recovery);
-  budget_.set(recovery.at_most, std::chrono::duration_cast<Clock::duration>(
-                                    std::chrono::duration<double>(recovery.per_s)));
+  recovery_ = std::move(recovery);
+  budget_.set(recovery_->at_most, std::chrono::duration_cast<Clock::duration>(
+                                      std::chrono::duration<double>(recovery_->per_s)));
 }
 
 // Recovery does not help a thread that is frozen, or whose wait a signal can end. Returns the
@@ -182,8 +183,8 @@ void set_asking_result(const FI_RESULT_S* result) {
   asking_result = result;
 }
 
-bool answer_redundancy(const Recovery& recovery) {
-  the_desk().replace(recovery);
+bool answer_redundancy(std::shared_ptr<const Recovery> recovery) {
+  the_desk().replace(std::move(recovery));
   static const bool is_set =
       mirt_host_set_request_handler(PID_CTRL_MIRTKERNELAGENT, answer, &the_desk()) == 0;
   return is_set;

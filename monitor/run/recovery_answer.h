@@ -3,6 +3,7 @@
 #define MONITOR_RECOVERY_ANSWER_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,8 @@
 #include "text/clock_text.h"
 
 // From now on `recovery` decides the answers. Recoveries that were allowed before still count.
-// False if the host library accepts no further handler.
-bool answer_redundancy(const Recovery& recovery);
+// False if the host library accepts no further handler. Needs no memory after the first call.
+bool answer_redundancy(std::shared_ptr<const Recovery> recovery);
 
 // The number of each decision so far: "allowed", "denied", "refused by command", "used up",
 // "spared", "ended".

@@ -1,11 +1,23 @@
 #include "run/reloader.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "proc/join_or_detach.h"
 #include "proc/spare_memory.h"
 #include "text/log_lines.h"
+
+namespace {
+
+// Probably out of memory, or no thread.
+void tell_failure(const std::exception& error) noexcept {
+  const bool no_memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+  log_parts("error", {"the configuration cannot be read again: ",
+                      no_memory ? "out of memory" : error.what()});
+}
+
+}  // namespace
 
 Reloader::~Reloader() {
   if (thread_.joinable()) thread_.join();
@@ -22,8 +34,9 @@ void Reloader::ask() {
   try {
     thread_ = std::thread([this] { read_all(); });
   } catch (const std::exception& error) {
-    log_line("error", std::string("the configuration cannot be read again: ") + error.what());
+    tell_failure(error);
     const std::lock_guard lock(mutex_);
+    outcome_ = Outcome{};
     reading_ = false;
   }
 }
@@ -34,8 +47,8 @@ void Reloader::read_all() {
     std::optional<Plan> plan;
     try {
       plan = read_();
-    } catch (const std::exception& error) {  // probably out of memory
-      log_line("error", std::string("the configuration cannot be read again: ") + error.what());
+    } catch (const std::exception& error) {
+      tell_failure(error);
     }
     const std::lock_guard lock(mutex_);
     outcome_ = Outcome{std::move(plan)};

@@ -31,6 +31,9 @@ using Clock = std::chrono::steady_clock;
 // The time after which a call that got no worker is tried again, unless another call returns first.
 constexpr std::chrono::milliseconds kRetry{100};
 
+// What was lost because memory was short, but can be done later, is tried again after so long.
+constexpr std::chrono::milliseconds kAfterLoss{20};
+
 // Without any thread for so long, the monitor ends.
 constexpr std::chrono::seconds kToGetAThread{10};
 
@@ -153,11 +156,14 @@ void Scheduler::apply(const Plan& plan) {
   Draft draft;
   draft.rows.reserve(plan.instances.size());
   for (const Instance& instance : plan.instances) draft_instance(instance, plan.alerts, draft);
+  std::map<std::string, Alert> alerts;
+  for (const Alert& alert : plan.alerts) alerts.emplace(alert.name, alert);
+  auto recovery = std::make_shared<const Recovery>(plan.recovery);
   surface_.reporter.lay_out(plan.instances);
-  surface_.desk.set_alerts(plan.alerts);
-  answer_redundancy(plan.recovery);
   surface_.sender.replace(plan.alerts);
   // Nothing below throws.
+  surface_.desk.set_alerts(std::move(alerts));
+  answer_redundancy(std::move(recovery));
   std::list<Slot> old;
   old.swap(slots_);
   pulse_ = kForever;
@@ -243,8 +249,9 @@ void Scheduler::draft_report(const Instance& of, const AlarmReport& report, Draf
 }
 
 bool Scheduler::run() {
-  const auto step = [this](auto work) { at_most_lose(losses_, work); };
   for (;;) {
+    bool has_lost = false;
+    const auto step = [&](auto work) { has_lost = !at_most_lose(losses_, work) || has_lost; };
     surface_.wake.clear();
     step([&] { collect(); });
     step([&] { expire(); });
@@ -259,9 +266,9 @@ bool Scheduler::run() {
     step([&] { tell_losses(); });
     if (!goes_on()) break;
     step([&] { tell_service(); });
-    wait();
+    step([&] { wait(has_lost); });
   }
-  surface_.service.stopping();
+  at_most_lose(losses_, [&] { surface_.service.stopping(); });
   return !nobody_listens();
 }
 
@@ -270,8 +277,9 @@ void Scheduler::take_up(const SavedState& state) {
 }
 
 void Scheduler::save() {
-  if (!surface_.desk.take_changed() || !surface_.store) return;
-  surface_.store->save(memory_of(slots_, surface_.desk.silences()));
+  if (!surface_.desk.has_changed()) return;
+  if (surface_.store) surface_.store->save(memory_of(slots_, surface_.desk.silences()));
+  surface_.desk.forget_change();
 }
 
 void Scheduler::publish() {
@@ -457,6 +465,7 @@ void Scheduler::start(Slot& slot) {
     slot.call->origin.alarm = slot.order->alarm;
   }
   slot.call->end_is_known = slot.call_at_once;
+  slot.refused = true;  // also if memory is short
   slot.refused = !pool_.start(*slot.call);
   if (!slot.refused) note_start(slot);
 }
@@ -493,7 +502,7 @@ void Scheduler::look_at_groups(Clock::time_point now) {
     pool_.look_at_groups();
     next_group_look_ = pool_.any_waiting() ? now + kGroupLook : Clock::time_point::max();
   }
-  const std::vector<Call*> withdrawn = pool_.take_withdrawn();
+  const std::vector<Call*>& withdrawn = pool_.take_withdrawn();
   for (const Call* const call : withdrawn) {
     call->slot->phase = Phase::kIdle;
     call->slot->alone = true;
@@ -503,7 +512,7 @@ void Scheduler::look_at_groups(Clock::time_point now) {
 }
 
 void Scheduler::collect() {
-  const std::vector<Call*> finished = pool_.take_finished();
+  const std::vector<Call*>& finished = pool_.take_finished();
   at_most_lose(losses_, [&] { pass_on_reports(); });  // those of these calls are in the queue
   const bool may_have_skipped = std::any_of(finished.begin(), finished.end(), [](const Call* call) {
     return call->examiner.found_nothing();
@@ -664,8 +673,10 @@ void Scheduler::count(const Slot& slot, const Answer& answer) {
 
 void Scheduler::pass_on_reports() {
   for (const Report& report : surface_.reports.take()) {
-    ++reports_sent_[err_code_text(report)];
-    surface_.reporter.reported(report);
+    at_most_lose(losses_, [&] {
+      surface_.reporter.reported(report);
+      ++reports_sent_[err_code_text(report)];
+    });
   }
 }
 
@@ -824,12 +835,13 @@ Scheduler::Clock::time_point Scheduler::next_event() const {
   return any_running ? std::min(next, next_look_) : next;
 }
 
-void Scheduler::wait() {
+void Scheduler::wait(bool has_lost) {
   std::array<pollfd, 2> fds{{{surface_.wake.fd(), POLLIN, 0}, {ends_.fd(), POLLIN, 0}}};
   const Clock::time_point now = Clock::now();
   Clock::time_point until =
       std::min({next_event(), surface_.desk.next_due(), surface_.service.next_due(), now + pulse_});
   if (surface_.publisher.wanted()) until = std::min(until, next_publication_);
+  if (has_lost) until = now + kAfterLoss;
   notice_gap(gaps_.before_wait(now, until));
   const timespec timeout = remaining(until);
   if (ppoll(fds.data(), fds.size(), &timeout, nullptr) < 0 && errno != EINTR) {

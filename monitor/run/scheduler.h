@@ -105,7 +105,7 @@ class Scheduler {
   void start_together(const std::vector<Slot*>& slots);
   void note_start(Slot& slot) const;
   void look_at_groups(Clock::time_point now);
-  void wait();
+  void wait(bool has_lost);
   void collect();
   void take_back(Slot& slot);
   void plan_next(Slot& slot);

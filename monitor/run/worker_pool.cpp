@@ -83,9 +83,11 @@ bool WorkerPool::start(Call* const* calls, size_t count) {
     join_ended();
     if (idle_.empty() && (usable_ >= limit_ || !start_worker())) return false;
     worker = idle_.back();
-    // So that workers need no memory.
+    // So that neither the workers nor what takes or withdraws their calls needs memory.
     finished_.reserve(finished_.size() + under_way_ + count);
     withdrawn_.reserve(withdrawn_.size() + under_way_ + count);
+    taken_.reserve(finished_.capacity());
+    taken_withdrawn_.reserve(withdrawn_.capacity());
     worker->waiting.assign(std::reverse_iterator(calls + count), std::reverse_iterator(calls + 1));
     idle_.pop_back();
     worker->call = calls[0];
@@ -189,19 +191,18 @@ bool WorkerPool::any_waiting() {
                      [](const Worker& worker) { return !worker.waiting.empty(); });
 }
 
-std::vector<Call*> WorkerPool::take_withdrawn() {
-  std::vector<Call*> taken;
+const std::vector<Call*>& WorkerPool::take_withdrawn() {
   const std::lock_guard lock(mutex_);
-  taken.swap(withdrawn_);
-  return taken;
+  taken_withdrawn_.clear();
+  taken_withdrawn_.swap(withdrawn_);
+  return taken_withdrawn_;
 }
 
-std::vector<Call*> WorkerPool::take_finished() {
-  std::vector<Call*> taken;
+const std::vector<Call*>& WorkerPool::take_finished() {
   const std::lock_guard lock(mutex_);
-  taken.reserve(finished_.capacity());
-  taken.swap(finished_);
-  return taken;
+  taken_.clear();
+  taken_.swap(finished_);
+  return taken_;
 }
 
 size_t WorkerPool::under_way() {

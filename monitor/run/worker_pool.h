@@ -79,15 +79,16 @@ class WorkerPool {
   // How many workers there are for calls.
   size_t usable();
 
-  // The calls that returned since the previous call, including abandoned ones.
-  std::vector<Call*> take_finished();
+  // The calls that returned since the previous call, including abandoned ones. Valid until the next
+  // call. Needs no memory.
+  const std::vector<Call*>& take_finished();
 
   // Withdraws the calls behind one that has made no progress since the previous look.
   void look_at_groups();
   // True if calls wait behind others of their group.
   bool any_waiting();
   // The calls that were withdrawn since the previous call: they have not begun and will not.
-  std::vector<Call*> take_withdrawn();
+  const std::vector<Call*>& take_withdrawn();
 
   // Gives up a call that takes too long, and makes room for another worker. Its thread ends when
   // the call returns. False if no thread is inside the call: it has just returned, or its worker
@@ -141,7 +142,7 @@ class WorkerPool {
   const Wake& wake_owner_;
   std::mutex mutex_;  // guards all below
   std::vector<Worker*> idle_;
-  std::vector<Call*> finished_, withdrawn_;
+  std::vector<Call*> finished_, taken_, withdrawn_, taken_withdrawn_;
   std::list<Worker> workers_;  // a list: threads hold references
   size_t usable_ = 0;          // workers that are not abandoned
   size_t under_way_ = 0;

@@ -1,6 +1,9 @@
 #include "service/courier.h"
 
+#include <exception>
 #include <utility>
+
+#include "proc/spare_memory.h"
 
 Courier::~Courier() {
   if (thread_.joinable() && !finish(std::chrono::seconds(1))) thread_.detach();
@@ -21,12 +24,18 @@ void Courier::post(Job job) noexcept {
   wake_.notify_one();
 }
 
+void Courier::count_lost() noexcept {
+  const std::lock_guard lock(mutex_);
+  ++lost_;
+}
+
 unsigned long Courier::take_lost() {
   const std::lock_guard lock(mutex_);
   return std::exchange(lost_, 0);
 }
 
 void Courier::run() {
+  const SpareMemoryRight right(true);  // a journal is where alarms are told
   std::unique_lock lock(mutex_);
   for (;;) {
     wake_.wait(lock, [&] { return finishing_ || !jobs_.empty(); });
@@ -34,8 +43,14 @@ void Courier::run() {
     const Job job = std::move(jobs_.front());
     jobs_.pop_front();
     lock.unlock();
-    job();
+    bool is_done = true;
+    try {
+      job();
+    } catch (const std::exception&) {  // no memory
+      is_done = false;
+    }
     lock.lock();
+    if (!is_done) ++lost_;
   }
   has_ended_ = true;
   ended_.notify_all();

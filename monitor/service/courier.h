@@ -28,6 +28,9 @@ class Courier {
   // On any thread. Never waits for a job.
   void post(Job job) noexcept;
 
+  // For a job for which there was no memory.
+  void count_lost() noexcept;
+
   // The number of jobs that were lost since the last call.
   unsigned long take_lost();
 

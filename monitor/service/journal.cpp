@@ -73,11 +73,8 @@ void Journal::send(JournalRecord record) noexcept try {
       send_now({kEventId, Priority::kWarning, std::to_string(lost) + " records lost", {}});
     });
   }
-  courier_.post([moved = std::make_shared<const JournalRecord>(std::move(record))] {
-    try {
-      send_now(*moved);
-    } catch (...) {  // no memory: the record is lost
-    }
-  });
-} catch (...) {  // no memory: the record is lost
+  courier_.post(
+      [moved = std::make_shared<const JournalRecord>(std::move(record))] { send_now(*moved); });
+} catch (...) {  // no memory
+  courier_.count_lost();
 }

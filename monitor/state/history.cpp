@@ -4,10 +4,13 @@
 
 void History::add(const Sample& sample) {
   if (newest_.capacity() < kChunk) newest_.reserve(kChunk);
-  newest_.push_back(sample);
-  if (newest_.size() < kChunk) return;
+  if (newest_.size() + 1 < kChunk) {
+    newest_.push_back(sample);
+    return;
+  }
+  // If there is no memory for the chunk, only this sample is lost.
   auto chunk = std::make_shared<Chunk>();
-  std::copy(newest_.begin(), newest_.end(), chunk->begin());
+  *std::copy(newest_.begin(), newest_.end(), chunk->begin()) = sample;
   full_.push_back(std::move(chunk));
   if (full_.size() > kChunks) full_.pop_front();
   newest_.clear();

@@ -43,7 +43,7 @@ void add_present(Json& json, const WatchView& watch) {
 }
 
 Json answers_json(const WatchView& watch) {
-  Json answers;
+  Json answers = Json::object();
   for (const State state : kAllStates) {
     if (state == State::kPending) continue;
     answers[state_name(state)] = watch.outcomes[static_cast<size_t>(state)];

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "proc/descriptors.h"
+#include "text/log_lines.h"
 
 namespace {
 
@@ -141,6 +142,7 @@ void HttpServer::serve() {
   for (bool goes_on = true; goes_on;) {
     try {
       goes_on = serve_once();
+      if (refused_ > 0) tell_refused();
     } catch (const std::bad_alloc&) {
       go_without_memory();
     }
@@ -160,11 +162,19 @@ bool HttpServer::serve_once() {
 
 // Requests cost memory, so those that wait for an answer get none; their clients may ask again.
 void HttpServer::go_without_memory() noexcept {
-  connections_.remove_if([](const HttpConnection& connection) {
-    return connection.phase() == Phase::kReads || connection.phase() == Phase::kHasRequest;
+  connections_.remove_if([this](const HttpConnection& connection) {
+    const bool waits =
+        connection.phase() == Phase::kReads || connection.phase() == Phase::kHasRequest;
+    if (waits) ++refused_;
+    return waits;
   });
   pollfd ending{ending_.fd(), POLLIN, 0};
   poll(&ending, 1, static_cast<int>(kPauseWhenShort.count()));
+}
+
+void HttpServer::tell_refused() {
+  log_line("error", "out of memory: " + std::to_string(refused_) + " requests were not answered");
+  refused_ = 0;
 }
 
 // Until something can be done. False at the end.

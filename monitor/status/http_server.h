@@ -91,6 +91,7 @@ class HttpServer {
   void serve();
   bool serve_once();
   void go_without_memory() noexcept;
+  void tell_refused();
   bool wait();
   void accept_from(size_t listener);
   void make_room(size_t listener);
@@ -107,6 +108,7 @@ class HttpServer {
   Wake ending_;
   std::list<HttpConnection> connections_;  // the oldest one first
   std::vector<bool> is_readable_;          // of the listeners
+  size_t refused_ = 0;                     // requests without an answer, not logged yet
   std::thread thread_;
 };
 

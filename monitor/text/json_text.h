@@ -2,13 +2,11 @@
 #ifndef MONITOR_JSON_TEXT_H
 #define MONITOR_JSON_TEXT_H
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
 #include "text/clock_text.h"
-
-using Json = nlohmann::ordered_json;
+#include "text/json_memory.h"
 
 // JSON on one line. Names and reasons can contain any bytes; invalid UTF-8 becomes U+FFFD, and
 // control characters are escaped, because the reader can be a terminal.

@@ -66,6 +66,12 @@ void LineQueue::push(std::string line, Weight weight) noexcept {
   wake_.notify_one();
 }
 
+void LineQueue::count_lost(Weight weight) noexcept {
+  const std::lock_guard lock(mutex_);
+  ++(weight == Weight::kOrdinary ? loss_.ordinary : loss_.lasting);
+  wake_.notify_one();
+}
+
 void LineQueue::keep(Lane& lane, std::string line) {
   line += '\n';
   const size_t size = line.size();

@@ -44,6 +44,9 @@ class LineQueue {
   // On any thread. Adds the newline. If memory is short, the line counts as lost.
   void push(std::string line, Weight weight) noexcept;
 
+  // On any thread. For a line for which there was no memory.
+  void count_lost(Weight weight) noexcept;
+
   // True after the reader closed the output or the output failed; nothing is written any more.
   bool closed() const;
   // The errno of the failure; 0 if there is none or the reader closed the output.

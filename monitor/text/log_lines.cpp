@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <exception>
 
 #include "kelv_log.h"
 #include "service/journal.h"
@@ -32,6 +33,13 @@ void write_log(std::string line, LineQueue::Weight weight) {
   while (written < 0 && errno == EINTR);
 }
 
+// Out of memory.
+void lose_line(LineQueue::Weight weight) noexcept {
+  if (LineQueue* const queue = log_queue) return queue->count_lost(weight);
+  constexpr std::string_view kText = "mirt-monitor: out of memory, a line is lost\n";
+  if (write(STDERR_FILENO, kText.data(), kText.size()) < 0) return;  // nobody else can be told
+}
+
 // "424 process_status.cpp:70 print_proc_status_info: Pid 1 Tid 2 is D status. ..." Called from C,
 // so it must not throw.
 void write_record(const KELV_LOG_RECORD_S* record) try {
@@ -39,7 +47,8 @@ void write_record(const KELV_LOG_RECORD_S* record) try {
                            std::to_string(record->line) + " " + record->function + ": " +
                            record->text;
   write_log(log_text(kelvlog_level_name(record->level), text), LineQueue::Weight::kOrdinary);
-} catch (...) {  // out of memory: the record is lost
+} catch (...) {
+  lose_line(LineQueue::Weight::kOrdinary);
 }
 
 }  // namespace
@@ -56,7 +65,16 @@ void log_line(const char* level, const std::string& text) {
   write_log(log_text(level, text), LineQueue::Weight::kLasting);
 }
 
+void log_parts(const char* level, std::initializer_list<std::string_view> parts) noexcept try {
+  std::string text;
+  for (const std::string_view part : parts) text += part;
+  log_line(level, text);
+} catch (const std::exception&) {
+  lose_line(LineQueue::Weight::kLasting);
+}
+
 std::string log_loss_text(const LineQueue::Loss& loss) {
-  return log_text("warning", std::to_string(loss.ordinary + loss.lasting) +
-                                 " log lines lost: standard error was not read");
+  return log_text("warning",
+                  std::to_string(loss.ordinary + loss.lasting) +
+                      " log lines lost: standard error was not read, or memory was short");
 }
