@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
   kelvlog_set_sink([](const KELV_LOG_RECORD_S*) {});
   const IdleProcesses idle(20);
   const std::string exact = IdleProcesses::command_line(7);
-  const std::string prefix = exact, pattern = "*" + exact.substr(1);
+  const std::string pattern = "*" + exact.substr(1);
   const auto process = [](const std::string& name) {
     return std::vector<std::pair<const char*, std::string>>{{"ProcessName", name}};
   };
@@ -110,14 +110,14 @@ int main(int argc, char** argv) {
                                {{"ProcessName", "endurance"}, {"ProcessMoudleId", "17"}}}};
   std::vector<Row> scan_rows{
       {"IsExistProcess", IsExistProcess, process("no such process")},
-      {"IsExistProcessExtern", IsExistProcessExtern, process(prefix)},
-      {"GetProcessMemoryExtern", GetProcessMemoryExtern, process(prefix)},
+      {"IsExistProcessExtern", IsExistProcessExtern, process(exact)},
+      {"GetProcessMemoryExtern", GetProcessMemoryExtern, process(exact)},
       {"GetProcessMemoryFuzzyMatch", GetProcessMemoryFuzzyMatch, process(pattern)},
-      {"GetProcessHandleExtern", GetProcessHandleExtern, process(prefix)},
+      {"GetProcessHandleExtern", GetProcessHandleExtern, process(exact)},
       {"GetProcessHandleFuzzyMatch", GetProcessHandleFuzzyMatch, process(pattern)},
-      {"GetProcessSysCPUExtern", GetProcessSysCPUExtern, process(prefix)},
+      {"GetProcessSysCPUExtern", GetProcessSysCPUExtern, process(exact)},
       {"GetProcessSysCPUFuzzyMatch", GetProcessSysCPUFuzzyMatch, process(pattern)},
-      {"GetProcessCoreCPUExtern", GetProcessCoreCPUExtern, process(prefix)},
+      {"GetProcessCoreCPUExtern", GetProcessCoreCPUExtern, process(exact)},
       {"GetProcessCoreCPUFuzzyMatch", GetProcessCoreCPUFuzzyMatch, process(pattern)},
       {"CheckProcessStatusIsD", CheckProcessStatusIsD, process(pattern)}};
   std::vector<Row> other_rows{

@@ -50,6 +50,7 @@ class Quiet {
 
 int result_of(std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   const int count = static_cast<int>(arguments.size());
   arguments.push_back(nullptr);

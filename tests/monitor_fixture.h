@@ -236,7 +236,7 @@ class MonitorTest : public testing::Test {
   // The record with these members of a command that ends with this exit status.
   Json record_of(const std::string& command, const Json& members, int exit_code = 1) const {
     Monitor monitor(folder_, command);
-    const Json record = monitor.await(members);
+    Json record = monitor.await(members);
     monitor.end(exit_code);
     return record;
   }

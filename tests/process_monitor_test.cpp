@@ -213,7 +213,8 @@ TEST_F(ProcessMonitor, ReportIsMadeSentAndDestroyed) {
   for (const auto& [parameters, key, added] : kRows) {
     SetUp();
     expect_outcome(SendErrRpt, params(parameters));
-    EXPECT_EQ(g_host.calls, "create " + key + ";" + added + "key;send;destroy;");
+    EXPECT_EQ(g_host.calls, std::string("create ").append(key).append(";").append(added).append(
+                                "key;send;destroy;"));
     EXPECT_EQ(g_log, "5 SendErrRpt: DiagCode(0xABCDEF01) resId from the host.");
   }
   g_host.send_result = -3;

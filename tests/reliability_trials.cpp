@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -367,13 +368,7 @@ bool run_trials(const char* what, unsigned count, int rig_count, const Disturb& 
   return tally.false_reports + tally.wrong_clears + tally.missed == 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 5) {
-    std::fprintf(stderr, "usage: reliability_trials STOPS PAUSES LOADS RIGS\n");
-    return 2;
-  }
+int run_all(char** argv) {
   const auto number = [&](int i) { return static_cast<unsigned>(std::atoi(argv[i])); };
   const int rigs = std::clamp(std::atoi(argv[4]), 1, kMostRigs);
   // From the first moment on, since a beater can be told to hang before it runs.
@@ -392,4 +387,19 @@ int main(int argc, char** argv) {
   clean = run_trials("its reader pauses", number(2), rigs, pause_reader) && clean;
   clean = run_trials("all processors are busy", number(3), rigs, nullptr) && clean;
   return clean ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 5) {
+    std::fprintf(stderr, "usage: reliability_trials STOPS PAUSES LOADS RIGS\n");
+    return 2;
+  }
+  try {
+    return run_all(argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "reliability_trials: %s\n", error.what());
+    return 1;
+  }
 }

@@ -103,7 +103,7 @@ TEST(StateStore, SetsADamagedFileAsideAndGoesOn) {
     StateStore(path).save(state_of(1));
     ASSERT_TRUE(StateStore::load(path).found);
     write_file(path, text);
-    ASSERT_EQ(system(("f=" + path + "; " + damage).c_str()), 0);
+    ASSERT_EQ(system(std::string("f=").append(path).append("; ").append(damage).c_str()), 0);
 
     const StateReading reading = StateStore::load(path);
     EXPECT_FALSE(reading.found);
