@@ -73,6 +73,7 @@ void AlertSender::send(const std::string& /*alert*/, AlertMessage message) noexc
 LineQueue::LineQueue(int fd, LossText loss_text, const Wake& wake)
     : fd_(fd), loss_text_(loss_text), wake_owner_(wake) {}
 LineQueue::~LineQueue() = default;
+void LineQueue::count_lost(Weight /*weight*/) noexcept {}
 void LineQueue::push(std::string line, Weight /*weight*/) noexcept {
   g_lines.push_back(std::move(line));
 }

@@ -173,7 +173,8 @@ TEST_F(WatchTest, TheItemIsThatOfTheWayToFindTheProcess) {
        "GetProcessMemoryFuzzyMatch GetProcessMemoryFuzzyMatch GetProcessSysCPUFuzzyMatch "
        "GetProcessHandleFuzzyMatch *x y?"}};
   for (const auto& [target, expected] : rows) {
-    configure("[[process]]\nname = 'p'\n" + target + '\n' + measures);
+    configure(
+        std::string("[[process]]\nname = 'p'\n").append(target).append("\n").append(measures));
     const std::vector<Instance> instances = read_config(folder_ / "a.toml").config.instances;
     ASSERT_EQ(instances.size(), 5U) << target;
     std::string found;

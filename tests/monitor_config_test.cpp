@@ -159,7 +159,8 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
     const std::string expected = verdict.empty() ? "" : ", which is " + verdict + " true for ";
     for (const std::string& condition : conditions) {
       const std::string found =
-          check(measured + "[instance.alarm]\n" + condition + '\n', verdict == "never" ? 2 : 0);
+          check(std::string(measured).append("[instance.alarm]\n").append(condition),
+                verdict == "never" ? 2 : 0);
       EXPECT_EQ(found.empty(), verdict.empty()) << condition << '\n' << found;
       EXPECT_TRUE(contains(found, expected)) << condition;
     }

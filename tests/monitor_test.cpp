@@ -373,7 +373,10 @@ TEST_F(MonitorTest, ALostReaderEndsWhatNobodyElseHears) {
       {"& sleep 5; kill $!; wait $!", missing + report, "0\n"}};
   for (const auto& [how, text, code] : rows) {
     configure(text);
-    Monitor monitor(folder_, "sh -c '{ " + kRun + how + "; echo $? >code; } | head -n 1'");
+    Monitor monitor(folder_, std::string("sh -c '{ ")
+                                 .append(kRun)
+                                 .append(how)
+                                 .append("; echo $? >code; } | head -n 1'"));
     EXPECT_EQ(monitor.records().size(), 1U);
     const std::string errors = monitor.end(0);
     EXPECT_EQ(read_file(folder_ / "code"), code) << how;
