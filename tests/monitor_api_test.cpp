@@ -40,8 +40,11 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
                         "[alert.ops]\ncommand = ['/bin/false']\n");
   Monitor monitor(folder_, kRun);
   monitor.await({{"instance", "heart"}, {"state", "alarm"}});
-  UnixClient(socket_path())
-      .Post("/api/silences", R"({"pattern": "heart", "for_seconds": 60})", "application/json");
+  const auto silence = [&](const std::string& pattern) {
+    const Json body{{"pattern", pattern}, {"for_seconds", 60}};
+    return UnixClient(socket_path()).Post("/api/silences", body.dump(), "application/json")->status;
+  };
+  EXPECT_EQ(silence("heart"), 200);
   Answers answers;
   const Json watch = await_watch("disk:%2F%C3%A4%20%25%3F%23%5C", {{"state", "alarm"}});
   EXPECT_EQ(watch["name"], name);
@@ -72,6 +75,8 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
   answers.add("hung", get("/api/hung"));
   answers.add("health", get("/healthz"));
   answers.add("error", get("/api/watch/nobody%00", 404));
+  for (int i = 1; i < 1000; ++i) ASSERT_EQ(silence("x" + std::to_string(i)), 200);
+  EXPECT_EQ(silence("one more"), 409);
   answers.expect_valid(folder_);
 }
 

@@ -116,7 +116,7 @@ void StatusRoutes::change_silences(const Request& request, Response& response) {
     response.set_header("Allow", "GET, HEAD, POST, DELETE");
     refuse(response, 405, "silences can be read, added and removed");
   }
-  snapshot_.reset();  // it does not have the change
+  snapshot_.reset();  // it was taken before the change
 }
 
 void StatusRoutes::list_silences(Response& response) {
@@ -175,11 +175,12 @@ void StatusRoutes::ask(Response& response, std::function<Json()> request) {
   if (!posted || future.wait_for(kToAnswer) != std::future_status::ready) {
     return refuse(response, 503, kNoAnswer);
   }
-  answer_with(response, 200, future.get());
+  const Json body = future.get();
+  answer_with(response, body.contains("error") ? 409 : 200, body);
 }
 
 StatusServer::~StatusServer() {
-  // The thread of the server must not wait for answers that do not come any more.
+  // The thread of the server must not wait for answers that will never arrive.
   publisher_.close();
   mailbox_.close();
   server_.reset();

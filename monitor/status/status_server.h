@@ -44,6 +44,7 @@ class StatusRoutes {
   void add_silence(const Request& request, Response& response);
   void remove_silence(const std::string& pattern, Response& response);
   // Runs the request on the scheduler's thread and waits for its answer, the body of the response.
+  // An answer with "error" is a refusal.
   void ask(Response& response, std::function<Json()> request);
 
   Publisher& publisher_;
