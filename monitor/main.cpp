@@ -12,7 +12,6 @@
 #include <string>
 
 #include "command/command_line.h"
-#include "command/commands.h"
 #include "proc/process_one.h"
 #include "proc/program_path.h"
 #include "proc/spare_memory.h"

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <mutex>
 #include <system_error>
@@ -104,11 +103,6 @@ class StateStore::Writer {
     const std::lock_guard lock(mutex_);
     unsaved_ = std::move(state);
     wake_.notify_one();
-  }
-
-  std::string error() const {
-    const std::lock_guard lock(mutex_);
-    return error_;
   }
 
   // Sets `has_ended` if the thread has ended within the limit. True if it has written everything.
@@ -210,10 +204,6 @@ StateStore::~StateStore() {
 
 void StateStore::save(SavedState state) noexcept {
   writer_->save(std::move(state));
-}
-
-std::string StateStore::error() const {
-  return writer_->error();
 }
 
 bool StateStore::finish(std::chrono::milliseconds limit) {

@@ -63,11 +63,9 @@ class StateStore {
   StateStore& operator=(const StateStore&) = delete;
 
   // Writes this state soon. Two writes are at least `between` apart; if there were several calls in
-  // that time, only the last state is written. Never waits for the disk.
+  // that time, only the last state is written. Failed writes are repeated. Never waits for the
+  // disk.
   void save(SavedState state) noexcept;
-
-  // The error of the last write; empty if it succeeded. Failed writes are repeated.
-  std::string error() const;
 
   // Writes the last state, if it is not written yet, and ends the thread. False if that failed or
   // did not end within the limit. If the thread still waits for the disk then, stuck() is true, and

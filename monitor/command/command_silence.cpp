@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <optional>
 #include <string>
 
 #include "command/commands.h"

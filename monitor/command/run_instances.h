@@ -2,8 +2,6 @@
 #ifndef MONITOR_RUN_INSTANCES_H
 #define MONITOR_RUN_INSTANCES_H
 
-#include <functional>
-#include <optional>
 #include <string>
 
 #include "item/plan.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "config/config.h"
+#include "item/plan.h"
 
 // TOML with the same meaning: instances instead of watches, values without units, no includes.
 // Reading it gives the same configuration, except for file names and lines.

@@ -4,7 +4,6 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

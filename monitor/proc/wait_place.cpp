@@ -8,7 +8,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "proc/proc_file.h"
 

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <list>
 #include <map>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>

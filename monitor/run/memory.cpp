@@ -1,7 +1,5 @@
 #include "run/memory.h"
 
-#include <algorithm>
-
 #include "run/recovery_answer.h"
 #include "text/log_lines.h"
 

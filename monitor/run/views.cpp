@@ -1,7 +1,5 @@
 #include "run/views.h"
 
-#include <cmath>
-
 namespace {
 
 std::vector<AlarmView> alarms_of(const Slot& slot, const Silences& silences, WallTime now) {

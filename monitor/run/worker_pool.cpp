@@ -7,7 +7,6 @@
 #include <iterator>
 #include <new>
 #include <system_error>
-#include <utility>
 
 #include "proc/spare_memory.h"
 #include "run/recovery_answer.h"

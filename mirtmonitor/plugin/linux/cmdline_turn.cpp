@@ -3,7 +3,7 @@
 #include <time.h>
 
 #include <atomic>
-#include <cerrno>
+#include <cstdint>
 
 #include "fork_reset.h"
 

@@ -4,8 +4,6 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
-
 struct CmdlinePlace;
 
 // The right to read /proc/<pid>/cmdline. For this file the kernel takes the memory lock of the

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iterator>
+#include <cstring>
 
 CommandLinePattern::CommandLinePattern(const char* name, int mode) noexcept
     : name_(name),

@@ -5,8 +5,6 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 #include "common_plugin.h"
 

@@ -5,7 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <new>

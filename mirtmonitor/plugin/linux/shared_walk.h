@@ -2,7 +2,6 @@
 #ifndef SHARED_WALK_H
 #define SHARED_WALK_H
 
-#include <atomic>
 #include <cstdint>
 
 #include "command_lines.h"
