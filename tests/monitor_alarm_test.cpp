@@ -26,8 +26,8 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
       {"", false, "redundancyStatus(0)"},
       {"redundancy = 'deny'\n", false, "redundancyStatus(0)"},
       {"redundancy = 'allow'\n", true, "redundancy status(1)"},
-      {"redundancy = 'command'\ncommand = 'exit 3'\n", false, "exit code is 3"},
-      {"redundancy = 'command'\ncommand = 'kill -9 $$'\n", false, "exit code is 137"},
+      {"redundancy = 'command'\ncommand = 'exit 3'\n", false, "exit status is 3"},
+      {"redundancy = 'command'\ncommand = 'kill -9 $$'\n", false, "exit status is 137"},
       {"redundancy = 'command'\ncommand = 'echo said'\n", true, "said"}};
   for (const auto& [recovery, allowed, log] : rows) {
     configure((recovery.empty() ? "" : "[recovery]\n") + recovery + reboot("reboot", getpid()));

@@ -41,7 +41,7 @@ TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
       reboot("first", first.pid()));
   Monitor monitor(folder_, kRun + "--rounds 4");
   const std::string log = (monitor.records(), monitor.end(0));
-  EXPECT_EQ(count_of("the command's exit code is 1", log), 2U) << log;
+  EXPECT_EQ(count_of("the command's exit status is 1", log), 2U) << log;
   EXPECT_EQ(count_of("redundancy status(1)", log), 1U) << log;
   EXPECT_EQ(count_of("recovery refused: the limit is 1 in 600 s", log), 1U) << log;
 }

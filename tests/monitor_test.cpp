@@ -87,7 +87,7 @@ a.toml:13: redundancy is "maybe", expected "allow", "deny" or "command"
        R"(a.toml:5: no parameter "RetKeyWords" for IsExistProcessPreCmd, expected it as number 3
 a.toml:6: value is an integer, expected a string
 a.toml:6: parameter 2 of IsExistProcessPreCmd is named "Precmd", expected "PreCmd"
-a.toml:11: value holds a NUL character, expected text without one
+a.toml:11: value contains a NUL character, expected text without one
 a.toml:11: no parameter "ProcessName" for ProcessHeartBeat, expected it
 a.toml:11: no parameter "ProcessMoudleId" for ProcessHeartBeat, expected it
 a.toml:11: unexpected parameter "x", expected at most 2 for ProcessHeartBeat

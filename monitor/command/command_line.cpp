@@ -41,8 +41,8 @@ Exit status 0: no mistakes; 2: mistakes.)";
 
 constexpr char kMatchFooter[] =
     R"(Prints the processes that exact, prefix or match of a [[process]] finds now, except this command
-itself: PID, memory, start time, and the command line as the plug-in compares it. Only the beginning
-of a long command line is compared; the output says so. Mode "exact" prints the first such process.
+itself: PID, memory, start time, and the command line as the plug-in compares it. The plug-in compares
+only the beginning of a long command line; the output says so. Mode "exact" prints the first match.
 Write -- before a TEXT that starts with -.
 Exit status 0: found; 1: not found; 2: wrong usage.)";
 
@@ -97,16 +97,25 @@ Exit status 0: every call measured a value or did its action; 1: a call did not,
 constexpr char kSilenceFooter[] =
     R"(Needs a running monitor with a status socket ([status] socket, or --socket of "run"). Silenced alarms
 are raised, shown and counted, but no alert is sent.
+Exit status 0: done; 1: no monitor answers, or it has too many silences; 2: wrong usage.)";
+
+constexpr char kSilencesFooter[] =
+    R"(Needs a running monitor with a status socket ([status] socket, or --socket of "run").
+Exit status 0: listed; 1: no monitor answers; 2: wrong usage.)";
+
+constexpr char kUnsilenceFooter[] =
+    R"(Needs a running monitor with a status socket ([status] socket, or --socket of "run").
 Exit status 0: done; 1: no monitor answers, or there is no such silence; 2: wrong usage.)";
 
 constexpr char kStatusFooter[] =
-    R"(Asks the running monitor, which must have [status] socket or --socket. What is wrong comes first.
+    R"(Needs a running monitor with a status socket ([status] socket, or --socket of "run"). Problems come
+first.
 Exit status 0: shown; 1: no monitor answers, there is no such watch, or the output could not be
 written; 2: wrong usage.
-With --check: 0: OK; 1: WARNING, an alarm is a warning, an alert fails, or a reload failed;
-2: CRITICAL, an alarm is critical; 3: UNKNOWN, a watch is failed, blind or pending, the schedule is
-not kept, or no monitor answers. CRITICAL outranks UNKNOWN, which outranks WARNING. Silenced alarms do
-not count.)";
+With --check: 0: OK; 1: WARNING, a warning is raised, an alert fails, or the last reload failed;
+2: CRITICAL, a critical alarm is raised; 3: UNKNOWN, a watch is failed, blind or pending, the schedule
+is not kept, there is no such watch, or no monitor answers. CRITICAL outranks UNKNOWN, which outranks
+WARNING. Silenced alarms do not count.)";
 
 // The parsed command line: which command, and what it needs.
 struct Arguments {
@@ -229,7 +238,7 @@ void add_socket_option(CLI::App& command, std::string& socket) {
 }
 
 void add_run(CLI::App& app, Arguments& arguments) {
-  CLI::App* const run = app.add_subcommand("run", "Run the items of a configuration");
+  CLI::App* const run = app.add_subcommand("run", "Run the watches of a configuration");
   RunOptions& options = arguments.run;
   add_text(*run, "--config", options.config, "The configuration", "FILE")->required();
   run->add_option("--rounds", options.rounds, "Exit after N calls of each instance")
@@ -248,7 +257,7 @@ void add_once(CLI::App& app, Arguments& arguments) {
   CLI::App* const once = app.add_subcommand("once", "Call one item");
   OnceOptions& options = arguments.once;
   add_text(*once, "item", options.item, "An item name; \"items\" lists them", "ITEM")->required();
-  add_text(*once, "params", options.params, "The item's parameters, in their order",
+  add_text(*once, "params", options.params, "The parameters of the item, in their order",
            "NAME=VALUE|VALUE");
   CLI::Option* const every =
       once->add_option("--every", options.every_s,
@@ -274,7 +283,7 @@ void add_heartbeats(CLI::App& app, Arguments& arguments) {
   CLI::App* const heartbeats = app.add_subcommand("heartbeats", "Show the heartbeat table");
   add_json_flag(*heartbeats, arguments.heartbeats_json);
   CLI::App* const prepare = heartbeats->add_subcommand(
-      "prepare", "Create lock file and table in advance, for a group that may attach");
+      "prepare", "Create lock file and table in advance, for the processes of a group");
   prepare->excludes(heartbeats->get_option("--json"));
   add_text(*prepare, "--group", arguments.prepared_group, "The group; default: daemon", "NAME");
   set_action(*prepare, arguments, kPrepareFooter, [](const Arguments& given) {
@@ -304,7 +313,8 @@ void add_status(CLI::App& app, Arguments& arguments) {
   add_json_flag(*status, options.json);
   status->add_flag("--watch", options.watch, "Show it again every second");
   status
-      ->add_flag("--check", options.check, "One line with performance data, for monitoring systems")
+      ->add_flag("--check", options.check,
+                 "Print one line with performance data, for monitoring systems")
       ->excludes("--json")
       ->excludes("--watch");
   add_socket_option(*status, options.socket);
@@ -315,8 +325,8 @@ void add_status(CLI::App& app, Arguments& arguments) {
 void add_silence_commands(CLI::App& app, Arguments& arguments) {
   SilenceOptions& options = arguments.silence;
   CLI::App* const silence =
-      app.add_subcommand("silence", "Send no alerts for some instances for a time");
-  add_text(*silence, "name", options.pattern, "The name of an instance, or a pattern with * and ?",
+      app.add_subcommand("silence", "Stop the alerts of some watches for a time");
+  add_text(*silence, "name", options.pattern, "The name of a watch, or a pattern with * and ?",
            "NAME|PATTERN")
       ->required();
   silence->add_option("--for", options.for_s, "The duration, such as 30m, 2h or 7d")
@@ -330,14 +340,14 @@ void add_silence_commands(CLI::App& app, Arguments& arguments) {
   CLI::App* const silences = app.add_subcommand("silences", "List the silences");
   add_socket_option(*silences, options.socket);
   add_json_flag(*silences, arguments.silences_json);
-  set_action(*silences, arguments, kSilenceFooter, [](const Arguments& given) {
+  set_action(*silences, arguments, kSilencesFooter, [](const Arguments& given) {
     return command_silences(given.silence.socket, given.silences_json);
   });
   CLI::App* const unsilence = app.add_subcommand("unsilence", "End a silence");
   add_text(*unsilence, "name", options.pattern, "The same text as for \"silence\"", "NAME|PATTERN")
       ->required();
   add_socket_option(*unsilence, options.socket);
-  set_action(*unsilence, arguments, kSilenceFooter, [](const Arguments& given) {
+  set_action(*unsilence, arguments, kUnsilenceFooter, [](const Arguments& given) {
     return command_unsilence(given.silence.pattern, given.silence.socket);
   });
 }
@@ -391,7 +401,8 @@ void add_init(CLI::App& app, Arguments& arguments) {
 }
 
 void add_find(CLI::App& app, Arguments& arguments) {
-  CLI::App* const find = app.add_subcommand("find", "Print the PIDs of processes by command line");
+  CLI::App* const find =
+      app.add_subcommand("find", "Find processes by command line and print their PIDs");
   FindOptions& options = arguments.find;
   add_mode(*find, options.mode);
   add_text(*find, "name", options.name, "The command line, its beginning, or a pattern", "NAME")

@@ -49,7 +49,7 @@ std::optional<Plan> read_again(const RunOptions& options) {
 }  // namespace
 
 int command_run(const RunOptions& options) {
-  umask(027);  // what the run and its commands create is not for everybody
+  umask(027);  // other users cannot read the files that the run and its commands create
   size_t warnings = 0;
   std::optional<Plan> plan = read_and_tell(options, warnings);
   if (!plan) return kExitUsage;

@@ -46,7 +46,7 @@ std::optional<winsize> terminal_size() {
   return is_known ? std::optional(size) : std::nullopt;
 }
 
-// Draws over what is on the terminal, and no more than fits.
+// Replaces the content of the terminal, with as many lines as fit.
 void draw(const std::vector<std::string>& lines, const winsize& size) {
   std::printf("\033[H\033[J");
   for (size_t i = 0; i < lines.size() && i + 1 < size.ws_row; ++i) {
@@ -64,7 +64,7 @@ int watch(const StatusOptions& options) {
     const std::optional<winsize> terminal = terminal_size();
     const httplib::Result result = ask_monitor(options.socket, path_of(options));
     const std::string trouble = answer_trouble(result, options.socket);
-    // Colours would not survive the cut.
+    // No colours: cut() could remove the sequence that ends a colour.
     if (terminal) {
       draw(trouble.empty() ? lines_of(Json::parse(result->body), options, false)
                            : std::vector<std::string>{printable(trouble)},

@@ -8,7 +8,6 @@
 #include <iterator>
 #include <set>
 
-#include "command/commands.h"
 #include "proc/census.h"
 #include "proc/proc_access.h"
 #include "proc/proc_file.h"
@@ -52,8 +51,8 @@ bool has_command_line(pid_t pid) {
   return !read_proc_file(proc_path(pid, "cmdline"), 1).value_or("").empty();
 }
 
-// The plug-in passes over a process whose files it cannot open, and takes an error of the folder
-// for its end. So a list is compared with the processes that must be in it.
+// The plug-in skips a process whose files it cannot open, and takes an error of the folder for its
+// end. So a list is compared with the processes that must be in it.
 bool is_whole(const Listing& listing, const std::set<pid_t>& steady) {
   std::set<pid_t> listed;
   for (const ProcessRow& row : listing.processes) listed.insert(row.pid);

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -89,8 +88,8 @@ std::string alarm_prefix() {
 // The time for writing the remaining output at the end.
 constexpr std::chrono::milliseconds kToWriteTheRest{1000};
 
-// Writes the remaining lines of both queues. Returns `code`, or a failure if lines were lost. An
-// error of the output can come after the scheduler's end, which then has not told it.
+// Writes the remaining lines of both queues. Returns `code`, or a failure if lines were lost. The
+// output can also fail after the scheduler's end; the scheduler then has not reported it.
 int finish_output(LineQueue& out, LineQueue& log, bool error_is_told, int code) {
   const unsigned long lost = out.finish(kToWriteTheRest);
   if (out.error() != 0) {

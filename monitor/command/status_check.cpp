@@ -26,7 +26,7 @@ std::string label_of(const std::string& name) {
   return without_bars(label + "'");
 }
 
-// "'machine.cpu'=3.5%": bytes for MiB, as the convention has no unit for those.
+// "'machine.cpu'=3.5%". Sizes are in bytes, because the convention has no unit for MiB.
 std::string performance_of(const Json& watch) {
   const Json& value = member(watch, "value");
   if (!value.is_number()) return "";
@@ -52,7 +52,7 @@ std::string one_of(const Json& watch) {
   return shown(watch, "name") + " (" + (reason.empty() ? shown(watch, "state") : reason) + ")";
 }
 
-// What the line says, the worst first.
+// Collects the texts of the line. The most serious ones come first.
 class Summary {
  public:
   void add(Concern concern, const std::string& text) {
@@ -66,7 +66,7 @@ class Summary {
     return static_cast<Concern>(worst);
   }
 
-  // A line of a monitoring system has no room for all.
+  // A line for a monitoring system must be short, so it has the first texts only.
   std::string text() const {
     constexpr size_t kMostTold = 5;
     std::string told;

@@ -20,7 +20,7 @@ std::string cell(const Json& value) {
   return value.is_string() ? printable(value.get<std::string>()) : json_text(value);
 }
 
-// For how long it has lasted since the time of this key; "-" if that is unknown.
+// The duration since the time of this key; "-" if that is unknown.
 std::string duration_since(const Json& object, const char* key, WallTime now) {
   const std::optional<WallTime> since = time_in(object, key);
   if (!since) return "-";
@@ -136,7 +136,7 @@ Concern concern_of(const Json& watch) {
   const Json& alarms = member(watch, "alarms");
   Concern most = Concern::kNone;
   for (const Json& alarm : alarms) most = std::max(most, concern_of_alarm(alarm));
-  // Whoever has silenced all that it says knows of it.
+  // Somebody who has silenced all of its alarms knows about the state.
   const bool is_silenced = !alarms.empty() && most == Concern::kNone;
   if (is_silenced || !is_unknown(shown(watch, "state"))) return most;
   return std::max(most, Concern::kUnknown);
@@ -152,7 +152,7 @@ std::vector<MonitorTrouble> troubles_of(const Json& status) {
   const Json& reload = member(status, "reload");
   if (!is_true(reload, "ok")) {
     troubles.push_back(
-        {Concern::kWarning, "the configuration was not reloaded at " + moment(reload, "time")});
+        {Concern::kWarning, "the last reload was refused at " + moment(reload, "time")});
   }
   for (const Json& alert : member(status, "alerts")) {
     if (!is_true(alert, "failing")) continue;

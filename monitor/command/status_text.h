@@ -10,7 +10,8 @@
 // How much a state asks for attention.
 enum class Concern { kNone, kWarning, kUnknown, kCritical };
 
-// Of a watch: of its raised alarms that are not silenced, and of a state in which nothing is known.
+// Of a watch: the highest of its raised alarms that are not silenced and of its state, which is
+// unknown if the watch has no result.
 Concern concern_of(const Json& watch);
 
 // What is wrong with the monitor itself: its schedule, its last reload, its alerts.

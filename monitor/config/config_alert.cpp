@@ -61,7 +61,7 @@ Alert read_alert(TomlFields fields, const std::string& name) {
   alert.line = fields.line("");
   if (name.empty() || name.find('\0') != std::string::npos) {
     fields.mistake(alert.line, "name of " + fields.where() +
-                                   " is empty or holds a NUL character, "
+                                   " is empty or contains a NUL character, "
                                    "expected a name");
   }
   alert.command = read_command(fields);

@@ -59,7 +59,8 @@ std::optional<std::string> TomlFields::text_in(std::string_view key, const toml:
   }
   // Records, commands and terminals would treat it as the end of the text.
   if (node.as_string()->get().find('\0') != std::string::npos) {
-    mistake(line_of(node), std::string(key) + " holds a NUL character, expected text without one");
+    mistake(line_of(node),
+            std::string(key) + " contains a NUL character, expected text without one");
     return std::nullopt;
   }
   return node.as_string()->get();

@@ -15,7 +15,7 @@ struct Recovery {
   std::string command;   // with kCommand: exit status 0 allows
   unsigned at_most = 1;  // number of recoveries allowed within per_s
   double per_s = 600.0;
-  std::vector<std::string> spare{"frozen", "killable"};  // threads suspected so are left alone
+  std::vector<std::string> spare{"frozen", "killable"};  // the kinds of threads that get no signal
 };
 
 #endif

@@ -11,7 +11,7 @@
 // with errno set, if there is no such thread.
 bool hold_signal_target(int tid);
 
-// Lets go of it.
+// Releases the process.
 void forget_signal_target();
 
 #endif

@@ -1,4 +1,4 @@
-// Alarms that send no alert for some time.
+// A silence: for some time, some alarms send no alert.
 #ifndef MONITOR_SILENCE_H
 #define MONITOR_SILENCE_H
 

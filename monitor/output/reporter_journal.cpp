@@ -1,4 +1,4 @@
-// Structured records of what matters, beside the lines of another reporter.
+// Structured records of alarms, states, reports and events, beside the lines of another reporter.
 #include <map>
 #include <utility>
 
@@ -17,7 +17,7 @@ Priority priority_of(State state) {
   return is_trouble ? Priority::kWarning : Priority::kInformation;
 }
 
-// Why the instance is in this state: the item's own words, then the monitor's.
+// The reason for the state of the instance: the text of the item, then that of the monitor.
 std::string reason_of(const Answer& answer) {
   std::string text = answer.valid() ? "" : answer.result.reason;
   for (const std::string* const more : {&answer.finding.detail, &answer.note}) {
@@ -94,7 +94,7 @@ class JournalReporter final : public Reporter {
   void lay_out(const std::vector<Instance>& instances) override { beside_->lay_out(instances); }
 
  private:
-  // That a watch is well at its first call is no news. An alarm has a record of its own.
+  // A first call with the state "ok" needs no record. An alarm has a record of its own.
   bool is_news(const std::string& instance, State state) {
     const auto known = states_.find(instance);
     const State before = known == states_.end() ? State::kOk : known->second;

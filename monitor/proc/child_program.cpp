@@ -172,7 +172,7 @@ std::optional<int> ChildProgram::status_by(Clock::time_point deadline) {
   pid_t waited;
   do waited = waitpid(pid_, &status, 0);
   while (waited < 0 && errno == EINTR);
-  constexpr int kUnknown = 127 << 8;  // as shells have it for what they do not know
+  constexpr int kUnknown = 127 << 8;  // exit status 127, as in shells
   const bool is_told = waited == std::exchange(pid_, -1);
   return is_told ? status : kUnknown;
 }

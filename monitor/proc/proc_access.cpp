@@ -13,7 +13,7 @@
 
 namespace {
 
-// For so long an answer "no trouble" also serves other threads that ask: the calls of one beat.
+// An answer "no trouble" is valid for this time, also for other threads. Many calls begin together.
 constexpr std::chrono::milliseconds kRecent{20};
 
 // A question that many threads ask at the same time. Only the answer "yes" is kept.

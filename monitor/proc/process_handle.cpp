@@ -54,7 +54,7 @@ bool ProcessHandle::send(int number, siginfo_t* info) const {
 void signal_process(const ProcessIdentity& process, int number) {
   const std::optional<ProcessHandle> handle = ProcessHandle::open(process.pid);
   const bool has_no_descriptor = !handle && (errno == EMFILE || errno == ENFILE);
-  // The handle is of the process that has the PID now: is that the one that was meant?
+  // The handle is of the process that has the PID now, which can be another one.
   if (start_ticks_of(process.pid) != process.start_ticks) return;
   if (handle) handle->signal(number);
   if (has_no_descriptor) kill(process.pid, number);  // still better than to let it run

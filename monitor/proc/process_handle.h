@@ -1,4 +1,4 @@
-// One process, whatever becomes of its PID.
+// One process, even after its PID is reused.
 #ifndef MONITOR_PROCESS_HANDLE_H
 #define MONITOR_PROCESS_HANDLE_H
 

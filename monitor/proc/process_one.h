@@ -1,4 +1,4 @@
-// What a program does as process 1, for instance in a container.
+// The duties of a program that is process 1, for example in a container.
 #ifndef MONITOR_PROCESS_ONE_H
 #define MONITOR_PROCESS_ONE_H
 

@@ -1,4 +1,4 @@
-// Memory that is set aside, so that the monitor goes on when the system has none.
+// A reserve of memory, so that the monitor continues when the system has none.
 #ifndef MONITOR_SPARE_MEMORY_H
 #define MONITOR_SPARE_MEMORY_H
 
@@ -45,7 +45,7 @@ class NoFailure {
 // True while a part of the reserve is in use: the system has refused memory.
 bool memory_is_short();
 
-// True if the system can give so much now. For libraries that end the program where they get none.
+// True if the system can give this much now. For libraries that end the program without memory.
 bool memory_is_there_for(size_t bytes);
 
 #endif

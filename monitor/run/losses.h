@@ -1,4 +1,4 @@
-// Work that was lost because memory was short.
+// Work that was lost because there was not enough memory.
 #ifndef MONITOR_LOSSES_H
 #define MONITOR_LOSSES_H
 

@@ -61,7 +61,7 @@ void RecoveryDesk::replace(std::shared_ptr<const Recovery> recovery) {
                                       std::chrono::duration<double>(recovery_->per_s)));
 }
 
-// Recovery does not help a thread that is frozen, or whose wait a signal can end. Returns the
+// Recovery does not help a frozen thread, or a thread whose wait a signal can end. Returns the
 // reason if the asking item named such a thread, else an empty text.
 std::string spared(const Recovery& recovery) {
   const int tid = asking_result ? asking_result->pid : 0;
@@ -104,7 +104,8 @@ const char* RecoveryDesk::decide(std::chrono::seconds limit) {
     return kSpared;
   }
   if (has_ended()) return "ended";
-  // Taken before the command runs, so that two questions at once cannot both get the last one.
+  // Takes the recovery before the command runs, so that two simultaneous questions cannot both get
+  // the last one.
   const Clock::time_point now = Clock::now();
   if (!budget_.take(now)) {
     say_used_up(*configured);
@@ -123,7 +124,7 @@ bool RecoveryDesk::command_allows(const Recovery& recovery, std::chrono::seconds
     log_line("warning", "recovery refused: the command did not end within " +
                             std::to_string(limit.count()) + " s or could not be started");
   } else if (*code != 0) {
-    log_line("event", "recovery refused: the command's exit code is " + std::to_string(*code));
+    log_line("event", "recovery refused: the command's exit status is " + std::to_string(*code));
   }
   return code == 0;
 }

@@ -42,7 +42,7 @@ void Reloader::ask() {
 }
 
 void Reloader::read_all() {
-  const SpareMemoryRight right(true);  // a library it uses ends the program where memory fails
+  const SpareMemoryRight right(true);  // without memory the reader of TOML ends the program
   for (bool again = true; again;) {
     std::optional<Plan> plan;
     try {

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <iterator>
 #include <stdexcept>
 
 #include "proc/descriptors.h"
@@ -31,10 +30,11 @@ using Clock = std::chrono::steady_clock;
 // The time after which a call that got no worker is tried again, unless another call returns first.
 constexpr std::chrono::milliseconds kRetry{100};
 
-// What was lost because memory was short, but can be done later, is tried again after so long.
+// Work that was lost because there was not enough memory, but can be done later, is tried again after
+// this time.
 constexpr std::chrono::milliseconds kAfterLoss{20};
 
-// Without any thread for so long, the monitor ends.
+// The monitor ends after this time without any thread.
 constexpr std::chrono::seconds kToGetAThread{10};
 
 // If a call runs for longer than this, the scheduler finds out where it waits.
@@ -47,10 +47,10 @@ constexpr std::chrono::milliseconds kSkippedAfter{900};
 // A gap of at least this length is reported, even if no heartbeat depends on it.
 constexpr std::chrono::seconds kLongGap{1};
 
-// For so long after a gap or a late call the schedule counts as not kept.
+// The schedule counts as not kept for this time after a gap or a late call.
 constexpr std::chrono::seconds kRecently{10};
 
-// While more calls than these are under way, the answers of a millisecond are handled together.
+// While more calls than this are running, the answers of one millisecond are handled together.
 constexpr size_t kFewCalls = 8;
 constexpr timespec kGatherAnswers{0, 1000000};
 
@@ -412,7 +412,7 @@ void Scheduler::tell_lost_output() {
   log_line("error", error != 0 ? output_trouble(error) : "standard output is closed");
 }
 
-// As soon as there is memory again.
+// Reports losses as soon as there is memory again.
 void Scheduler::tell_losses() {
   if (!losses_.any() || memory_is_short()) return;
   const unsigned long lost = losses_.take();
@@ -561,8 +561,8 @@ void Scheduler::tell(Slot& slot, Answer& answer) {
 // Adds to the answer how the process ended, or that another process runs now.
 Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
   const int pid = slot.call->examiner.pid();
-  // A call can have found the process before it ended, and be told after its end was noticed. The
-  // next call, which is due at once, tells whether another process runs.
+  // The call found the process before its end, and its answer arrives after the end was noticed. The
+  // next call, which is due at once, shows whether another process runs.
   if (pid == slot.ended_pid && slot.call->began <= slot.ended_at) return {};
   const bool is_there = pid > 0 && answer.finding.measured();
   Cause cause;
@@ -692,7 +692,7 @@ void Scheduler::notice_gap(Clock::duration gap) {
   if (gap == Clock::duration::zero()) return;
   if (gap >= kLongGap) {
     surface_.reporter.happened("the monitor did not run for " + seconds_text(gap) +
-                               ": heartbeats are not judged by that time");
+                               ": this time does not count for heartbeats");
   }
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kRunning && slot.deadline != Clock::time_point::max()) {
@@ -760,7 +760,8 @@ void Scheduler::look_at_waiting(Clock::time_point now) {
   }
 }
 
-// Without a further thread the watch goes on with those that there are; without any it ends.
+// If no further thread can be started, the calls share the existing ones. Without any thread the
+// monitor ends.
 void Scheduler::look_at_threads(Clock::time_point now) {
   if (pool_.thread_error() == 0) return no_threads_since_.reset();
   const std::string reason =

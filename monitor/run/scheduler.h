@@ -26,7 +26,6 @@
 #include "run/mailbox.h"
 #include "run/reloader.h"
 #include "run/slot.h"
-#include "run/standstill.h"
 #include "run/worker_pool.h"
 #include "service/service_notice.h"
 #include "state/publisher.h"
@@ -60,7 +59,7 @@ class Scheduler {
   Scheduler(const Schedule& schedule, const Plugin& plugin, const ProcessLibrary* library,
             const Surface& surface);
 
-  // So many descriptors are not for calls. Call it before the first apply().
+  // Reserves this many descriptors, which calls must not use. Call it before the first apply().
   void reserve_descriptors(size_t count) { reserved_descriptors_ = count; }
 
   // Replaces the instances. Unchanged instances keep their context, alarms and start times. The

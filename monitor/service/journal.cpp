@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 // The place in the source says nothing to the reader of a record.
@@ -21,7 +20,7 @@ const char kEventId[] = "f33db4b600264cdfbe6fcb2486411d3c";
 
 namespace {
 
-// The manager of services has put device and inode of the journal's socket into JOURNAL_STREAM.
+// The service manager puts device and inode of the journal's socket into JOURNAL_STREAM.
 bool stream_is_of_journal() {
   const char* const stream = std::getenv("JOURNAL_STREAM");
   struct stat status {};

@@ -44,7 +44,7 @@ struct JournalRecord {
   std::vector<std::pair<const char*, std::string>> fields;  // "MIRT_WATCH"; empty ones are left out
 };
 
-// Sends records to the journal, on a thread of its own: a journal that is stuck holds up nobody.
+// Sends records to the journal on its own thread, so that a stuck journal delays nobody.
 class Journal {
  public:
   void send(JournalRecord record) noexcept;

@@ -1,4 +1,4 @@
-// What the manager of services (systemd) is told about this process.
+// Tells the service manager (systemd) about this process.
 #ifndef MONITOR_SERVICE_NOTICE_H
 #define MONITOR_SERVICE_NOTICE_H
 
@@ -8,8 +8,8 @@
 
 #include "service/courier.h"
 
-// Used by one thread. Notices are sent on another one, so that a manager that is stuck holds up
-// nobody. Without a manager (NOTIFY_SOCKET is not set) nothing happens.
+// Used by one thread. Another thread sends the notices, so that a stuck manager delays nobody.
+// Without a manager (NOTIFY_SOCKET is not set) nothing happens.
 class ServiceNotice {
  public:
   using Clock = std::chrono::steady_clock;

@@ -83,7 +83,7 @@ struct Snapshot {
   std::vector<SilenceView> silences;
   std::vector<AlertView> alerts;
   std::map<std::string, unsigned long> reports;             // sent, by error code "0xF000020F"
-  std::map<std::string, unsigned long> recovery_decisions;  // "allowed", "refused", ...
+  std::map<std::string, unsigned long> recovery_decisions;  // "allowed", "denied", ...
   Durations lateness_s;                                     // of calls that started by the schedule
   unsigned long skipped_starts;  // start times that passed during a call or before a late one
   bool last_reload_ok;

@@ -9,8 +9,8 @@
 #include "text/json_text.h"
 
 // One entry: module, process, name (of the process that has this id now), heartbeat, moved (since
-// `before`, an earlier copy of the entry), flowid, paused. Null for what there is not; `moved` is
-// null without an earlier copy.
+// `before`, an earlier copy of the entry), flowid, paused. A value that does not exist is null;
+// `moved` is null without an earlier copy.
 Json heartbeat_json(const MIRT_AGENT_HEART_INFO_S* before, const MIRT_AGENT_HEART_INFO_S& now);
 
 // Reads the table again and again, so that it can say what has moved. For one thread.

@@ -4,9 +4,9 @@
 
 #include <httplib.h>
 
-// False if the Host header is there and has neither "localhost" nor a loopback address. A page from
-// elsewhere can give its own name the address 127.0.0.1, and then read what is answered there; but
-// its browser sends that name.
+// False if there is a Host header with neither "localhost" nor a loopback address. The name of
+// another site can be made to resolve to 127.0.0.1, and then the pages of that site could read the
+// answers. But the browser sends the name of the site in this header.
 bool names_this_machine(const httplib::Request& request);
 
 #endif

@@ -54,7 +54,7 @@ void for_each_line(std::string_view head, const Use& use) {
   }
 }
 
-// The length of the body; more than is allowed if the header makes no sense.
+// The length of the body; more than is allowed if the header is not a number.
 size_t body_length(std::string_view head) {
   constexpr std::string_view kName = "content-length";
   size_t length = 0;
@@ -69,8 +69,8 @@ size_t body_length(std::string_view head) {
   return length;
 }
 
-// Without the headers that only cost time: parts of a response are not served; compression takes
-// longer than the transfer; the body is here already.
+// Removes headers that only cost time: there are no partial responses, compression takes longer
+// than the transfer, and the body has already arrived.
 std::string without_extras(std::string_view head) {
   constexpr std::string_view kExtras[] = {"range", "accept-encoding", "expect"};
   std::string kept;

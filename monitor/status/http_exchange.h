@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-// Where a request ends, as far as it has arrived.
+// The end of a request in the bytes that have arrived.
 struct RequestExtent {
   enum class State { kIncomplete, kComplete, kTooLarge };
 

@@ -50,7 +50,7 @@ bool clear_place(const std::string& path, const sockaddr_un& address) {
   }
   const UniqueFd probe = stream_socket(AF_UNIX, SOCK_NONBLOCK);
   if (probe.get() < 0) return false;
-  // EAGAIN: somebody listens, with many connections that wait.
+  // EAGAIN: a process listens, and many connections wait.
   if (connect(probe.get(), general(address), sizeof address) == 0 || errno == EAGAIN) {
     errno = EADDRINUSE;
     return false;
@@ -65,7 +65,7 @@ bool bind_to_path(const UniqueFd& socket, const std::string& path) {
   const std::string in_folder =
       "/proc/self/fd/" + std::to_string(place.folder.get()) + '/' + place.name;
   if (!address_of(in_folder, address) || !clear_place(in_folder, address)) return false;
-  // From the beginning only owner and group may write to the socket.
+  // With this mask, only owner and group can ever write to the socket.
   const mode_t mask = umask(0117);
   const bool is_bound = bind(socket.get(), general(address), sizeof address) == 0;
   umask(mask);

@@ -18,13 +18,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Phase = HttpConnection::Phase;
 
-// Calls of items come first where the processors are busy.
+// If the processors are busy, calls of items have priority.
 constexpr int kNice = 5;
 
 // The share of the free descriptors that the connections of one listener can use.
 constexpr size_t kShare = 8, kLeastConnections = 4;
 
-// The server pauses for so long when the system has no descriptor or no memory for it.
+// The pause when the system has no descriptor or no memory for the server.
 constexpr std::chrono::milliseconds kPauseWhenShort{100};
 
 bool would_wait() {
@@ -42,7 +42,7 @@ void HttpConnection::abandon() {
   phase_ = Phase::kEnded;
   request_ = response_ = std::string();
   sent_ = 0;
-  const linger none{1, 0};  // the kernel must not keep what was not taken either
+  const linger none{1, 0};  // the kernel must not keep the rest of the response either
   setsockopt(fd(), SOL_SOCKET, SO_LINGER, &none, sizeof none);
 }
 
@@ -97,8 +97,8 @@ void HttpConnection::write_response() {
   phase_ = Phase::kLingers;
 }
 
-// Until the client closes its side, because it has everything then. To close a connection from
-// which something can still be read would take back what was sent.
+// Reads until the client closes its side, because then the client has everything. If a connection
+// is closed while it has unread bytes, the kernel discards what was sent.
 void HttpConnection::drain() {
   char buffer[4096];
   while (drained_ <= kMostBodyBytes) {
@@ -160,7 +160,7 @@ bool HttpServer::serve_once() {
   return true;
 }
 
-// Requests cost memory, so those that wait for an answer get none; their clients may ask again.
+// Requests need memory, so those without an answer are dropped; their clients can ask again.
 void HttpServer::go_without_memory() noexcept {
   connections_.remove_if([this](const HttpConnection& connection) {
     const bool waits =
@@ -177,7 +177,7 @@ void HttpServer::tell_refused() {
   refused_ = 0;
 }
 
-// Until something can be done. False at the end.
+// Waits for the next event. False at the end.
 bool HttpServer::wait() {
   std::vector<pollfd> fds{{ending_.fd(), POLLIN, 0}};
   for (const Listener& listener : listeners_) fds.push_back({listener.socket.get(), POLLIN, 0});
@@ -213,8 +213,8 @@ void HttpServer::accept_from(size_t listener) {
   }
 }
 
-// Closes the oldest connection of the listener if there is no room for one more. A client that does
-// not dawdle has its response long before it is the oldest.
+// Closes the oldest connection of the listener if there is no room for one more. A normal client
+// has its response long before its connection is the oldest.
 void HttpServer::make_room(size_t listener) {
   const auto is_of_listener = [&](const HttpConnection& each) {
     return each.listener() == listener;

@@ -19,7 +19,7 @@ class HttpConnection {
   using Clock = std::chrono::steady_clock;
   enum class Phase { kReads, kHasRequest, kWrites, kLingers, kEnded };
 
-  // The client must have sent its request within kToAsk, and taken the response within kToTake.
+  // The client must send its request within kToAsk, and read the response within kToTake.
   static constexpr std::chrono::seconds kToAsk{5}, kToTake{10};
 
   HttpConnection(UniqueFd socket, size_t listener, Clock::time_point now)
@@ -38,7 +38,7 @@ class HttpConnection {
   // Reads or writes what is possible now.
   void go_on();
 
-  // Ends it. What the client has not taken yet is lost.
+  // Ends the connection. The client loses the rest of the response.
   void abandon();
 
   // Call them in Phase::kHasRequest: the request, and what the client gets for it.
@@ -69,9 +69,9 @@ class HttpServer {
   using Clock = std::chrono::steady_clock;
   using Handler = std::function<void(const httplib::Request&, httplib::Response&, Audience)>;
 
-  // At one time, for each listener, if there are descriptors for them.
+  // The limit for each listener, if there are enough descriptors.
   static constexpr size_t kMostConnections = 100;
-  // Of all responses that clients have not taken yet; a single one can have more.
+  // The limit for all responses that clients have not read yet; a single one can be larger.
   static constexpr size_t kMostUnsentBytes = size_t{32} << 20;
 
   // Everything runs on the thread of the server. `begin_round` is called before the requests that

@@ -69,7 +69,7 @@ void add_alerts(const std::vector<AlertView>& alerts, Families& all) {
     outcomes["failed"] += alert.failed;
     outcomes["dropped"] += alert.dropped;
   }
-  MetricFamily sent("mirt_alerts_sent_total", "Messages of alerts by what became of them.",
+  MetricFamily sent("mirt_alerts_sent_total", "Messages of alerts by their outcome.",
                     Type::Counter);
   for (const auto& [alert, outcomes] : counts) {
     for (const auto& [outcome, count] : outcomes) {
@@ -85,8 +85,8 @@ void add_counts(const Snapshot& snapshot, Families& all) {
     reports.add({{"error_code", code}}, number(count));
   }
   reports.move_to(all);
-  MetricFamily decisions("mirt_recovery_decisions_total",
-                         "Answers to the question whether a recovery is allowed.", Type::Counter);
+  MetricFamily decisions("mirt_recovery_decisions_total", "Decisions about recovery.",
+                         Type::Counter);
   for (const auto& [words, count] : snapshot.recovery_decisions) {
     std::string decision = words;
     std::replace(decision.begin(), decision.end(), ' ', '_');
@@ -97,7 +97,7 @@ void add_counts(const Snapshot& snapshot, Families& all) {
 
 void add_schedule(const Snapshot& snapshot, Families& all) {
   MetricFamily lateness("mirt_schedule_lateness_seconds",
-                        "How much later than due the calls began.", Type::Histogram);
+                        "Delay between the due time and the start of calls.", Type::Histogram);
   lateness.add({}, snapshot.lateness_s, {Durations::kBounds.begin(), Durations::kBounds.end()});
   lateness.move_to(all);
   add_gauge("mirt_config_last_reload_success",
@@ -121,8 +121,7 @@ void add_process(const Snapshot& snapshot, Families& all) {
   add_gauge("process_virtual_memory_bytes", "Virtual memory of the monitor.",
             number(own.virtual_bytes), all);
   add_gauge("process_open_fds", "Open files of the monitor.", number(own.open_files), all);
-  add_gauge("process_max_fds", "Most files that the monitor can open.", number(own.most_files),
-            all);
+  add_gauge("process_max_fds", "Limit of open files of the monitor.", number(own.most_files), all);
   add_gauge("process_threads", "Threads of the monitor.", number(own.threads), all);
   add_gauge("process_start_time_seconds", "When the monitor started.",
             unix_seconds(snapshot.started), all);

@@ -50,8 +50,8 @@ constexpr PageFile kFiles[] = {
     {"/page/trouble.js", kScriptType, kTrouble},
 };
 
-// The page shows text of processes. Whatever that text is, the browser runs no script and loads
-// nothing but these files, and sends nothing to anybody else.
+// The page shows text that comes from processes. Even if that text is hostile, the browser runs no
+// script and loads no file except these, and sends nothing to another server.
 constexpr char kPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";

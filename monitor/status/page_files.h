@@ -1,4 +1,4 @@
-// The page for people, at "/", and the files that belong to it.
+// The page for a browser, at "/", and its files.
 #ifndef MONITOR_PAGE_FILES_H
 #define MONITOR_PAGE_FILES_H
 

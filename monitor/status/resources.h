@@ -1,4 +1,4 @@
-// What can be read of a running monitor, each under its own path.
+// The resources of a running monitor that clients can read.
 #ifndef MONITOR_RESOURCES_H
 #define MONITOR_RESOURCES_H
 
@@ -8,7 +8,7 @@
 
 #include "state/snapshot.h"
 
-// One path, and the text that stands there.
+// One path and its text.
 struct Resource {
   const char* path;
   const char* content_type;

@@ -12,7 +12,7 @@ namespace {
 constexpr double kPercent = 0.01;
 constexpr double kMebibyte = 1024.0 * 1024.0;
 
-// Items that measure in percent of one core have multiplied by this number.
+// Items that measure in percent of one core multiply by this number.
 double processors() {
   static const long count = std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L);
   return static_cast<double>(count);

@@ -1,4 +1,4 @@
-// As which metric, and in which unit, the value of an item is shown.
+// The metric, and its unit, for the value of each item.
 #ifndef MONITOR_VALUE_METRIC_H
 #define MONITOR_VALUE_METRIC_H
 

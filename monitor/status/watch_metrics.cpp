@@ -3,7 +3,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "status/evidence_text.h"
 #include "status/metric_family.h"
@@ -50,19 +49,19 @@ class WatchMetrics {
 
   std::vector<MetricFamily> values_;  // as in kValueMetrics
   MetricFamily flow_ids_{"mirt_heartbeat_flow_id",
-                         "Flow id that the process left, while its heartbeat has stopped."};
-  MetricFamily pids_{"mirt_process_pid", "The process that the value is about."};
-  MetricFamily states_{"mirt_watch_state", "1 for the state in which the watch is, 0 for others."};
+                         "Flow id of a process whose heartbeat has stopped."};
+  MetricFamily pids_{"mirt_process_pid", "Process id that belongs to the value."};
+  MetricFamily states_{"mirt_watch_state", "1 for the current state of the watch, 0 for others."};
   MetricFamily answered_{"mirt_watch_last_answer_timestamp_seconds",
-                         "When the item last answered."};
-  MetricFamily call_s_{"mirt_watch_call_seconds", "How long the calls that returned took.",
+                         "Time of the last answer of the item."};
+  MetricFamily call_s_{"mirt_watch_call_seconds", "Duration of the calls that returned.",
                        Type::Histogram};
-  MetricFamily calls_{"mirt_watch_calls_total", "Calls by the state to which they led.",
-                      Type::Counter};
+  MetricFamily calls_{"mirt_watch_calls_total", "Calls by the state that followed.", Type::Counter};
   MetricFamily active_{"mirt_alarm_active", "1 while an alarm of this severity is raised, else 0."};
   MetricFamily raised_{"mirt_alarms_raised_total", "Alarms that were raised.", Type::Counter};
-  MetricFamily evidence_{"mirt_alarm_info",
-                         "1 while the alarm is raised; the labels say what is known about it."};
+  MetricFamily evidence_{
+      "mirt_alarm_info",
+      "1 while the alarm is raised; the labels have the condition and the evidence."};
 };
 
 void WatchMetrics::add_value(const WatchView& watch, const std::string& name) {

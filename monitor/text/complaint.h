@@ -1,4 +1,4 @@
-// What goes wrong with the program itself: its exit codes, and its messages on standard error.
+// Problems of the program itself: its exit statuses, and its messages on standard error.
 #ifndef MONITOR_COMPLAINT_H
 #define MONITOR_COMPLAINT_H
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The first bytes of the control characters that the library writes as they are.
+// The first bytes of the control characters that the library does not escape.
 constexpr char kFirstBytes[] = "\x7F\xC2\xD8\xE2";
 
 // "\u202e", for a character of at most three bytes.

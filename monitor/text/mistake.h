@@ -1,4 +1,4 @@
-// What is wrong with a configuration.
+// The mistakes of a configuration.
 #ifndef MONITOR_MISTAKE_H
 #define MONITOR_MISTAKE_H
 
@@ -13,7 +13,7 @@ struct Mistake {
 
 using Mistakes = std::vector<Mistake>;
 
-// All that was found: a warning is of what works, but hardly as it was meant.
+// All mistakes and warnings. A warning is about a setting that works, but probably not as intended.
 struct Findings {
   Mistakes mistakes;
   Mistakes warnings;
@@ -22,8 +22,8 @@ struct Findings {
 // The file that was asked for comes first, then the others by their names.
 void sort_by_place(Mistakes& mistakes);
 
-// "FILE:LINE: text", or "FILE: text" where no line is to blame; `path` is the file that was asked
-// for.
+// "FILE:LINE: text", or "FILE: text" for a mistake without a line; `path` is the file that was
+// asked for.
 std::string mistake_text(const std::string& path, const Mistake& mistake);
 
 // A line for each finding in the order of the file: mistakes as above, warnings as
