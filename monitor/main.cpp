@@ -36,6 +36,21 @@ void catch_file_size_signal() {
   sigaction(SIGXFSZ, &action, nullptr);
 }
 
+void tell_no_memory_to_start() {
+  std::fputs("mirt-monitor: cannot start: out of memory\n", stderr);
+}
+
+std::terminate_handler g_terminate;  // the one of the C++ library
+
+// Objects of libraries are made before main(), where no exception can be caught. This runs before
+// all of them.
+__attribute__((constructor(101))) void prepare_for_no_memory() {
+  g_terminate = std::set_terminate([] {
+    tell_no_memory_to_start();
+    _exit(kExitFailed);
+  });
+}
+
 // Returns code, or 1 if output could not be written. A closed pipe is not an error.
 int flush_output(int code) {
   errno = 0;
@@ -58,9 +73,10 @@ int main(int argc, char** argv) {
     complain(std::string("orphans will stay as zombies: ") + std::strerror(errno));
   }
   if (!set_memory_aside()) {
-    std::fputs("mirt-monitor: cannot start: out of memory\n", stderr);
+    tell_no_memory_to_start();
     return kExitFailed;
   }
+  std::set_terminate(g_terminate);
   catch_file_size_signal();
   // Items start commands too, and programs in the folders of another user's PATH must not run.
   setenv("PATH", kProgramPath, 1);

@@ -30,8 +30,8 @@ using Clock = std::chrono::steady_clock;
 // The time after which a call that got no worker is tried again, unless another call returns first.
 constexpr std::chrono::milliseconds kRetry{100};
 
-// Work that was lost because there was not enough memory, but can be done later, is tried again after
-// this time.
+// Work that was lost because there was not enough memory, but can be done later, is tried again
+// after this time.
 constexpr std::chrono::milliseconds kAfterLoss{20};
 
 // The monitor ends after this time without any thread.
@@ -561,8 +561,8 @@ void Scheduler::tell(Slot& slot, Answer& answer) {
 // Adds to the answer how the process ended, or that another process runs now.
 Cause Scheduler::note_return(Slot& slot, Answer& answer) const {
   const int pid = slot.call->examiner.pid();
-  // The call found the process before its end, and its answer arrives after the end was noticed. The
-  // next call, which is due at once, shows whether another process runs.
+  // The call found the process before its end, and its answer arrives after the end was noticed.
+  // The next call, which is due at once, shows whether another process runs.
   if (pid == slot.ended_pid && slot.call->began <= slot.ended_at) return {};
   const bool is_there = pid > 0 && answer.finding.measured();
   Cause cause;

@@ -28,7 +28,8 @@ class SharedWalk {
   SharedWalk& operator=(SharedWalk&&) = delete;  // neither copied nor moved
   ~SharedWalk();
 
-  // Returns true if this search has to read for others or for its group, too: call read_for_all() next.
+  // Returns true if this search has to read for others or for its group, too: call read_for_all()
+  // next.
   bool serves_others() const {
     return part_ == Part::kWalks && (round_ != nullptr || group_ != nullptr);
   }
