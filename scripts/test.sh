@@ -17,7 +17,7 @@ export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-4}
 
 logs=$(mktemp -d)
 builder=''
-trap '[ -z "$builder" ] || kill -- "-$builder" 2>/dev/null; rm -rf "$logs"' EXIT
+trap '[ -z "$builder" ] || kill -- "-$builder" 2>/dev/null || true; rm -rf "$logs"' EXIT
 summary=()
 failed=0
 
