@@ -47,8 +47,7 @@ class EndWatch {
   void leave(Slot& slot);
   Processes::iterator stop_following(Processes::iterator process);
 
-  UniqueFd ends_{
-      -1};  // an epoll of the processes: a look at the ends costs the same for any number
+  UniqueFd ends_{-1};  // an epoll of them: a look at the ends costs the same for any number
   Processes processes_;
 };
 

@@ -442,6 +442,7 @@ void Scheduler::start_due() {
   for (Slot& slot : slots_) {
     if (slot.phase == Phase::kIdle && has_calls_left(slot) && slot.due <= now) {
       due.push_back(&slot);
+      slot.refused = true;  // until it has a worker, so that lack of memory causes no busy loop
     }
   }
   std::stable_sort(due.begin(), due.end(),
@@ -454,38 +455,30 @@ void Scheduler::start_due() {
     const bool is_named = slot->instance.item->source.match == Match::kExact;
     (is_alone ? alone : is_named ? by_name : by_search).push_back(slot);
   }
-  start_together(by_search);
-  start_together(by_name);
-  for (Slot* const slot : alone) at_most_lose(losses_, [&] { start(*slot); });
+  at_most_lose(losses_, [&] { start(by_search); });
+  at_most_lose(losses_, [&] { start(by_name); });
+  for (Slot* const slot : alone) at_most_lose(losses_, [&] { start({slot}); });
 }
 
-void Scheduler::start(Slot& slot) {
-  if (slot.order) {
-    slot.call->params = slot.order->params;
-    slot.call->origin.alarm = slot.order->alarm;
-  }
-  slot.call->end_is_known = slot.call_at_once;
-  slot.refused = true;  // also if memory is short
-  slot.refused = !pool_.start(*slot.call);
-  if (!slot.refused) note_start(slot);
-}
-
-void Scheduler::start_together(const std::vector<Slot*>& slots) {
+// Several slots are a group.
+void Scheduler::start(const std::vector<Slot*>& slots) {
   if (slots.empty()) return;
   std::vector<Call*> calls;
   for (Slot* const slot : slots) {
-    slot->call->end_is_known = false;
+    if (slot->order) {
+      slot->call->params = slot->order->params;
+      slot->call->origin.alarm = slot->order->alarm;
+    }
+    slot->call->end_is_known = slot->call_at_once;
     calls.push_back(slot->call.get());
   }
-  const bool refused = !pool_.start(calls.data(), calls.size());
-  for (Slot* const slot : slots) {
-    slot->refused = refused;
-    if (!refused) note_start(*slot);
-  }
-  if (!refused) next_group_look_ = std::min(next_group_look_, Clock::now() + kGroupLook);
+  if (!pool_.start(calls)) return;
+  for (Slot* const slot : slots) note_start(*slot);
+  if (slots.size() > 1) next_group_look_ = std::min(next_group_look_, Clock::now() + kGroupLook);
 }
 
 void Scheduler::note_start(Slot& slot) const {
+  slot.refused = false;
   slot.order.reset();
   slot.call_at_once = false;
   slot.phase = Phase::kRunning;

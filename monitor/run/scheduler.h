@@ -100,8 +100,7 @@ class Scheduler {
   void dismiss(std::list<Slot>& old);
   void remove_gone();
   void start_due();
-  void start(Slot& slot);
-  void start_together(const std::vector<Slot*>& slots);
+  void start(const std::vector<Slot*>& slots);
   void note_start(Slot& slot) const;
   void look_at_groups(Clock::time_point now);
   void wait(bool has_lost);

@@ -75,7 +75,7 @@ void WorkerPool::Worker::wait_for_call() {
   }
 }
 
-bool WorkerPool::start(Call* const* calls, size_t count) {
+bool WorkerPool::start(const std::vector<Call*>& calls) {
   Worker* worker = nullptr;
   {
     const std::lock_guard lock(mutex_);
@@ -83,18 +83,18 @@ bool WorkerPool::start(Call* const* calls, size_t count) {
     if (idle_.empty() && (usable_ >= limit_ || !start_worker())) return false;
     worker = idle_.back();
     // So that neither the workers nor what takes or withdraws their calls needs memory.
-    finished_.reserve(finished_.size() + under_way_ + count);
-    withdrawn_.reserve(withdrawn_.size() + under_way_ + count);
+    finished_.reserve(finished_.size() + under_way_ + calls.size());
+    withdrawn_.reserve(withdrawn_.size() + under_way_ + calls.size());
     taken_.reserve(finished_.capacity());
     taken_withdrawn_.reserve(withdrawn_.capacity());
-    worker->waiting.assign(std::reverse_iterator(calls + count), std::reverse_iterator(calls + 1));
+    worker->waiting.assign(calls.rbegin(), std::prev(calls.rend()));
     idle_.pop_back();
-    worker->call = calls[0];
-    if (count > 1) worker->group.emplace();
+    worker->call = calls.front();
+    if (calls.size() > 1) worker->group.emplace();
     worker->steps = 0;
     worker->call_at_look = nullptr;
     worker->phase = Phase::kHanded;
-    under_way_ += count;
+    under_way_ += calls.size();
   }
   sem_post(&worker->handed);
   return true;

@@ -64,14 +64,10 @@ class WorkerPool {
   // At most this many calls run at once; abandoned calls do not count.
   void set_limit(size_t limit) { limit_ = limit; }
 
-  // A worker runs the call. The record must not move until take_finished() returns it. False if the
-  // limit is reached or no thread can be started: try again later.
-  bool start(Call& call) {
-    Call* const one = &call;
-    return start(&one, 1);
-  }
-  // The same for a group of calls.
-  bool start(Call* const* calls, size_t count);
+  // A worker runs the calls, one after another; several are a group. The records must not move
+  // until take_finished() returns them. False if the limit is reached or no thread can be started:
+  // try again later.
+  bool start(const std::vector<Call*>& calls);
 
   // The error of the last attempt to start a thread; 0: it was started.
   int thread_error() const { return thread_error_; }

@@ -269,8 +269,8 @@ void SharedWalk::gather() noexcept {
   steps_ = kEarlySteps;  // only once
   const MeetingLock lock;
   if (!lock.held() || g_meeting.running.load(std::memory_order_relaxed) != number_) return;
-  if (group_ != nullptr)
-    make_waiting();  // even if no other search waits, the group needs the lines
+  // Even if no other search waits, the later ones of the group need the lines.
+  if (group_ != nullptr) make_waiting();
   serve_waiting();
 }
 
