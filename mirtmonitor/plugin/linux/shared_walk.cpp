@@ -257,15 +257,18 @@ bool SharedWalk::move_on() noexcept {
 }
 
 void SharedWalk::gather() noexcept {
-  constexpr timespec kQuiet{0, 1000000};
-  constexpr int kMostPauses = 40;
+  // Groups arrive later than single calls: the host has to hand out the calls of each first.
+  const long quiet_ms = group_ == nullptr ? 1 : 3;
+  constexpr long kMostMs = 40;
+  const timespec quiet{0, quiet_ms * 1000000};
   uint32_t before, now = g_meeting.arrivals.load(std::memory_order_relaxed);
-  int pauses = 0;
+  long waited_ms = 0;
   do {
     before = now;
-    nanosleep(&kQuiet, nullptr);
+    nanosleep(&quiet, nullptr);
+    waited_ms += quiet_ms;
     now = g_meeting.arrivals.load(std::memory_order_relaxed);
-  } while (now != before && ++pauses < kMostPauses);
+  } while (now != before && waited_ms < kMostMs);
   steps_ = kEarlySteps;  // only once
   const MeetingLock lock;
   if (!lock.held() || g_meeting.running.load(std::memory_order_relaxed) != number_) return;

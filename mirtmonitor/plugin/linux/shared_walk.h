@@ -41,7 +41,8 @@ class SharedWalk {
   // that the walk should start again for all: call gather() next.
   bool move_on() noexcept;
 
-  // Waits until no search has arrived for one millisecond. The next walk serves those that have.
+  // Waits until no search has arrived for one millisecond, three for a search of a group. The next
+  // walk serves those that have.
   void gather() noexcept;
 
   // Reads all command lines for this search and those that it serves.
