@@ -107,4 +107,28 @@ TEST_F(StatusTest, WatchingGoesOnWhileTheMonitorIsAway) {
   EXPECT_FALSE(second.empty());
 }
 
+TEST_F(StatusTest, WatchingDrawsAsMuchAsTheTerminalShows) {
+  configure_with_socket(instance("memory", "GetSysFreeMemory") +
+                        instance("root", "GetDiskUsage", {{"d", "/"}}));
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"instance", "root"}, {"state", "ok"}});
+  const std::string all = status("");
+  Monitor watching(other_,
+                   "script --quiet --return --command 'stty rows 4 cols 30; "
+                   "mirt-monitor status --watch --socket " +
+                       socket_path() + "' /dev/null");
+  const auto starts = [](const std::string& line) { return line.find("\033[H\033[J") == 0; };
+  std::string line = watching.line().value_or("");
+  ASSERT_TRUE(starts(line)) << line;
+  std::vector<std::string> drawn;
+  for (line.erase(0, 6); !starts(line); line = watching.line().value_or("\033[H\033[J")) {
+    drawn.push_back(line.substr(0, line.find('\r')));
+  }
+  EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 3);
+  EXPECT_EQ(drawn.size(), 3U) << "the cursor's line stays free";
+  size_t longest = 0;
+  for (const std::string& text : drawn) longest = std::max(longest, text.size());
+  EXPECT_EQ(longest, 30U);
+}
+
 }  // namespace

@@ -78,6 +78,12 @@ TEST(MonitorPs, MatchesSortsAndLetsNoEscapeReachTheTerminal) {
   const size_t at_second = matched.find("mirt tools?second -u");
   EXPECT_EQ(at_first < at_second, first.pid() < second.pid()) << matched;
   EXPECT_LT(std::max(at_first, at_second), matched.size()) << matched;
+  std::istringstream narrow(
+      run("script --quiet --return --command \"stty cols 40; " MIRT_MONITOR_PATH
+          " ps --match '*mirt tools?second*' --sort pid\" /dev/null"));
+  size_t longest = 0;
+  for (std::string line; std::getline(narrow, line);) longest = std::max(longest, line.size());
+  EXPECT_EQ(longest, 41U) << "40 columns and a carriage return";
   EXPECT_EQ(monitor("ps --sort cpu") + monitor("ps --sort cpu --json"), "exit 2\nexit 2\n");
   for (const std::string key : {"pid", "rss"}) {
     std::vector<long> values;
