@@ -53,6 +53,8 @@ class Reserve {
 
   bool in_use() const noexcept { return in_use_ != 0; }
 
+  size_t left() const noexcept { return kBytes - in_use_ * kUnit; }
+
  private:
   static constexpr size_t kUnit = 64, kUnits = kBytes / kUnit;
 
@@ -96,6 +98,7 @@ bool memory_is_short() {
 }
 
 bool memory_is_there_for(size_t bytes) {
+  if (reserve.left() + last_reserve.left() < std::min(bytes, kSpareMemoryBytes / 2)) return false;
   void* volatile block = std::malloc(bytes);
   std::free(block);
   return block != nullptr;

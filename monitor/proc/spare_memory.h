@@ -45,7 +45,9 @@ class NoFailure {
 // True while a part of the reserve is in use: the system has refused memory.
 bool memory_is_short();
 
-// True if the system can give this much now. For libraries that end the program without memory.
+// True if the system can give this much now, and as much is left of what was set aside, at most
+// 2 MiB: the system can still refuse a part of it later. For libraries that end the program without
+// memory.
 bool memory_is_there_for(size_t bytes);
 
 #endif
