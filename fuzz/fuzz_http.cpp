@@ -70,10 +70,10 @@ void check_extent(const std::string& arrived, const RequestExtent& extent) {
   const size_t size = extent.head + extent.body;
   FUZZ_CHECK(extent.head >= 2 && extent.head <= kMostHeadBytes && extent.body <= kMostBodyBytes);
   FUZZ_CHECK(size <= arrived.size());
-  const auto state_of = [&](size_t length) { return extent_of(arrived.substr(0, length)).state; };
-  FUZZ_CHECK(state_of(size) == RequestExtent::State::kComplete);
+  const auto arrived_of = [&](size_t length) { return extent_of(arrived.substr(0, length)).arrived; };
+  FUZZ_CHECK(arrived_of(size) == RequestExtent::Arrived::kComplete);
   for (const size_t shorter : {size - 1, extent.head - 1, extent.head / 2}) {
-    if (shorter < size) FUZZ_CHECK(state_of(shorter) == RequestExtent::State::kIncomplete);
+    if (shorter < size) FUZZ_CHECK(arrived_of(shorter) == RequestExtent::Arrived::kIncomplete);
   }
 }
 
@@ -98,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto audience = static_cast<Audience>(input.byte() % 3);
   const std::string arrived = input.rest();
   const RequestExtent extent = extent_of(arrived);
-  if (extent.state != RequestExtent::State::kComplete) return 0;
+  if (extent.arrived != RequestExtent::Arrived::kComplete) return 0;
   check_extent(arrived, extent);
   const unsigned changes = scheduler.changes();
   const std::string_view request(arrived);

@@ -31,10 +31,11 @@ layout() {
     xargs -0 clang-format --dry-run -Werror
 }
 
-# Without precompiled headers, so that each source must include what it uses.
+# Without precompiled headers and groups, so that each source must include what it uses.
 clang_build() {
   CC=clang CXX=clang++ build_in build-lint -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+    -DMIRT_UNITY_BUILD=OFF \
     -DMIRT_BUILD_MONITOR=$others -DMIRT_BUILD_TESTS=$others -DMIRT_BUILD_BENCH=$others \
     -DMIRT_BUILD_EXAMPLES=$others
 }

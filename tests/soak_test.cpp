@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr int kSeconds = 600;
+constexpr int kSeconds = 240;
 constexpr int kWarmUpSeconds = 60;  // by then every table, cache and arena exists
 constexpr size_t kLiving = 6;
 
@@ -87,7 +87,7 @@ void run_plain_functions() {
   EXPECT_NE(MIRT_AgentShmInit(18), nullptr);
 }
 
-TEST(Soak, TenMinutesLeaveNothingBehind) {
+TEST(Soak, FourMinutesLeaveNothingBehind) {
   SKIP_WITHOUT_MOUNTS();
   const OwnHeartbeatFiles files;
   ASSERT_TRUE(files.mounted()) << strerror(errno);

@@ -6,14 +6,14 @@
 
 std::string read_status_socket(TomlFields& fields) {
   constexpr char kPathForm[] = "an absolute path";
-  constexpr size_t kMostBytes = sizeof sockaddr_un::sun_path - 1;
+  constexpr size_t kLongestPath = sizeof sockaddr_un::sun_path - 1;
   const toml::table* const table = fields.table("status", "a table [status]");
   if (!table) return "";
   TomlFields own = fields.within(*table, "[status]");
   std::string path = own.text("socket", TomlFields::Presence::kRequired).value_or("");
-  if (own.has("socket") && (path.empty() || path.front() != '/' || path.size() > kMostBytes)) {
+  if (own.has("socket") && (path.empty() || path.front() != '/' || path.size() > kLongestPath)) {
     own.mistake(own.line("socket"), "socket is " + in_quotes(path) + ", expected " + kPathForm +
-                                        " of at most " + std::to_string(kMostBytes) + " bytes");
+                                        " of at most " + std::to_string(kLongestPath) + " bytes");
   }
   own.refuse_other_keys();
   return path;

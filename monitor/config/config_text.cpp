@@ -44,11 +44,10 @@ std::string report_line(const std::optional<AlarmReport>& report) {
 }
 
 std::string condition_lines(const AlarmRule& rule) {
-  using Condition = AlarmRule::Condition;
-  if (rule.condition == Condition::kNone) return "";
-  const char* const key = rule.condition == Condition::kAbove   ? "above"
-                          : rule.condition == Condition::kBelow ? "below"
-                                                                : "equals";
+  if (rule.condition == AlarmRule::Condition::kNone) return "";
+  const char* const key = rule.condition == AlarmRule::Condition::kAbove   ? "above"
+                          : rule.condition == AlarmRule::Condition::kBelow ? "below"
+                                                                           : "equals";
   std::string text = line(key, number(rule.bound));
   if (rule.clear_bound) text += line("clear", number(*rule.clear_bound));
   return text;
@@ -100,15 +99,14 @@ std::string alert_table(const Alert& alert) {
 }
 
 std::string recovery_table(const Recovery& recovery) {
-  using Redundancy = Recovery::Redundancy;
   const Recovery none;
   const bool is_usual = recovery.redundancy == none.redundancy &&
                         recovery.at_most == none.at_most && recovery.per_s == none.per_s &&
                         recovery.spare == none.spare;
   if (is_usual) return "";
-  const char* const word = recovery.redundancy == Redundancy::kDeny    ? "deny"
-                           : recovery.redundancy == Redundancy::kAllow ? "allow"
-                                                                       : "command";
+  const char* const word = recovery.redundancy == Recovery::Redundancy::kDeny    ? "deny"
+                           : recovery.redundancy == Recovery::Redundancy::kAllow ? "allow"
+                                                                                 : "command";
   std::string text = "\n[recovery]\n" + line("redundancy", toml_text(word));
   if (!recovery.command.empty()) text += line("command", toml_text(recovery.command));
   return text + line("at_most", std::to_string(recovery.at_most)) +

@@ -10,7 +10,7 @@ namespace {
 using Presence = TomlFields::Presence;
 using Condition = AlarmRule::Condition;
 
-constexpr size_t kMostBytes = FI_PARAM_VALUE_LEN - 1;
+constexpr size_t kLongestText = FI_PARAM_VALUE_LEN - 1;
 constexpr TomlFields::Range kModules{0.0, 65534.0, "a whole number"};
 
 // How a watch identifies its process.
@@ -158,7 +158,7 @@ WatchReader::Common WatchReader::read_common(TomlFields& fields, std::string nam
 void WatchReader::check_target(TomlFields& fields, const Target& target, ParamRow::Value value) {
   const unsigned line = fields.line(target.key);
   const std::string key = std::string(target.key) + ' ';
-  const std::string length = length_fault(target.text, kMostBytes);
+  const std::string length = length_fault(target.text, kLongestText);
   if (!length.empty()) fields.mistake(line, key + length);
   if (target.match != Match::kWildcard && target.text.find('*') != std::string::npos) {
     fields.warning(line, key + "has a *, which is compared literally, expected match = " +
@@ -307,8 +307,8 @@ void WatchReader::add_hung(TomlFields& fields, const Target& target, const Commo
                                           " matches any text, expected " + target.key +
                                           " without * and ?");
   }
-  const std::string length = length_fault(pattern, kMostBytes);
-  if (!length.empty() && target.text.size() <= kMostBytes) {
+  const std::string length = length_fault(pattern, kLongestText);
+  if (!length.empty() && target.text.size() <= kLongestText) {
     fields.mistake(fields.line(target.key),
                    std::string(target.key) + " with a * for hung " + length);
   }
@@ -402,7 +402,7 @@ void WatchReader::add_disks(TomlFields& fields, const Common& common) {
   for (const auto& [key, node] : *table) {
     const std::string directory(key.str());
     const unsigned line = line_of(node);
-    const std::string length = length_fault(directory, kMostBytes);
+    const std::string length = length_fault(directory, kLongestText);
     if (!length.empty()) disks.mistake(line, "disk " + length);
     if (directory.empty() || directory[0] != '/' || directory.find('\0') != std::string::npos) {
       disks.mistake(line, "disk is of " + in_quotes(directory) + ", expected an absolute path");

@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-constexpr size_t kMostThreads = 32;  // limits the reads for a process with thousands of threads
+constexpr size_t kMostThreadsRead = 32;  // limits the reads for a process with thousands of threads
 
 std::string folder_of(int pid, int tid) {
   return proc_path(pid, "task/") + std::to_string(tid);
@@ -47,7 +47,7 @@ std::vector<ThreadTimes> thread_times_of(int pid) {
                                                    closedir);
   std::vector<ThreadTimes> threads;
   while (const dirent* const entry =
-             folder && threads.size() < kMostThreads ? readdir(folder.get()) : nullptr) {
+             folder && threads.size() < kMostThreadsRead ? readdir(folder.get()) : nullptr) {
     const int tid = std::atoi(entry->d_name);
     const auto times = tid > 0 ? times_of(pid, tid) : std::nullopt;
     if (times) threads.push_back(*times);

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr unsigned kMostThreads = 10000;
+constexpr unsigned kMostThreadsCounted = 10000;
 
 bool has_any(const std::string& text, std::initializer_list<std::string_view> words) {
   for (const std::string_view word : words) {
@@ -32,7 +32,7 @@ unsigned count_same_stack(int pid, const std::string& stack) {
   while (const dirent* const entry = tasks ? readdir(tasks.get()) : nullptr) {
     const int tid = std::atoi(entry->d_name);
     if (tid <= 0) continue;
-    if (++seen > kMostThreads) break;
+    if (++seen > kMostThreadsCounted) break;
     const bool hangs = status_value(tid, "State").value_or("").compare(0, 1, "D") == 0;
     if (hangs && read_proc_file(proc_path(tid, "stack")).value_or("") == stack) ++count;
   }

@@ -15,6 +15,8 @@
 class Publisher {
  public:
   static constexpr std::chrono::milliseconds kPause{100};
+  // The scheduler's thread never waits for anything, so it answers sooner.
+  static constexpr std::chrono::seconds kToAnswer{2};
 
   explicit Publisher(const Wake& wake) : wake_(wake) {}
 

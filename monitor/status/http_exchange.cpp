@@ -86,14 +86,14 @@ std::string without_extras(std::string_view head) {
 }  // namespace
 
 RequestExtent extent_of(std::string_view arrived) {
-  using State = RequestExtent::State;
+  using Arrived = RequestExtent::Arrived;
   const size_t end = arrived.substr(0, kMostHeadBytes).find(kEndOfHead);
   if (end == std::string_view::npos) {
-    return {arrived.size() < kMostHeadBytes ? State::kIncomplete : State::kTooLarge};
+    return {arrived.size() < kMostHeadBytes ? Arrived::kIncomplete : Arrived::kTooLarge};
   }
   const size_t head = end + kEndOfHead.size(), body = body_length(arrived.substr(0, head));
-  if (body > kMostBodyBytes) return {State::kTooLarge};
-  return {arrived.size() < head + body ? State::kIncomplete : State::kComplete, head, body};
+  if (body > kMostBodyBytes) return {Arrived::kTooLarge};
+  return {arrived.size() < head + body ? Arrived::kIncomplete : Arrived::kComplete, head, body};
 }
 
 HttpExchange::HttpExchange() {

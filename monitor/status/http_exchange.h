@@ -11,9 +11,9 @@
 
 // The end of a request in the bytes that have arrived.
 struct RequestExtent {
-  enum class State { kIncomplete, kComplete, kTooLarge };
+  enum class Arrived { kIncomplete, kComplete, kTooLarge };
 
-  State state;
+  Arrived arrived;
   size_t head = 0, body = 0;  // bytes
 };
 

@@ -57,8 +57,8 @@ void HttpConnection::go_on() {
 }
 
 void HttpConnection::read_request() {
-  using State = RequestExtent::State;
-  while (extent_.state == State::kIncomplete) {
+  using Arrived = RequestExtent::Arrived;
+  while (extent_.arrived == Arrived::kIncomplete) {
     char buffer[4096];
     const ssize_t got = recv(fd(), buffer, sizeof buffer, 0);
     if (got < 0 && would_wait()) return;
@@ -70,7 +70,7 @@ void HttpConnection::read_request() {
     extent_ = extent_of(request_);
   }
   phase_ = Phase::kHasRequest;
-  if (extent_.state == State::kTooLarge) answer(refusal_of_size(), Clock::now());
+  if (extent_.arrived == Arrived::kTooLarge) answer(refusal_of_size(), Clock::now());
 }
 
 void HttpConnection::answer(std::string response, Clock::time_point now) {

@@ -58,7 +58,7 @@ class HttpConnection {
   Clock::time_point deadline_;
   Phase phase_ = Phase::kReads;
   std::string request_, response_;
-  RequestExtent extent_{RequestExtent::State::kIncomplete};
+  RequestExtent extent_{RequestExtent::Arrived::kIncomplete};
   size_t sent_ = 0, drained_ = 0;
 };
 

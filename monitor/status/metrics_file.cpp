@@ -14,8 +14,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds kToAnswer{2};  // for the scheduler's thread
-constexpr mode_t kMode = 0644;                // the node exporter runs as another user
+constexpr mode_t kMode = 0644;  // the node exporter runs as another user
 
 }  // namespace
 
@@ -63,7 +62,7 @@ void MetricsFile::work() noexcept {
 
 // Returns the error, empty if there was none.
 std::string MetricsFile::write() noexcept try {
-  const std::shared_ptr<const Snapshot> snapshot = publisher_.fresh(kToAnswer);
+  const std::shared_ptr<const Snapshot> snapshot = publisher_.fresh(Publisher::kToAnswer);
   if (!snapshot) return publisher_.closed() ? error_ : "the monitor does not answer";
   std::string error =
       replace_file(plan_.path, metrics_file_text(*snapshot), kMode, Durability::kNone);

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr std::chrono::seconds kToAnswer{2};  // the scheduler's thread: it never waits for anything
-
 constexpr char kNoAnswer[] = "the scheduler does not answer";
 constexpr char kSilencesPath[] = "/api/silences", kHeartbeatsPath[] = "/api/heartbeats",
                kHealthPath[] = "/healthz", kWatchPath[] = "/api/watch/";
@@ -103,7 +101,7 @@ void StatusRoutes::tell_health(Response& response) {
 }
 
 std::shared_ptr<const Snapshot> StatusRoutes::snapshot() {
-  if (!snapshot_) snapshot_ = publisher_.fresh(kToAnswer);
+  if (!snapshot_) snapshot_ = publisher_.fresh(Publisher::kToAnswer);
   return *snapshot_;
 }
 
@@ -172,7 +170,7 @@ void StatusRoutes::ask(Response& response, std::function<Json()> request) {
       answer->set_exception(std::current_exception());
     }
   });
-  if (!posted || future.wait_for(kToAnswer) != std::future_status::ready) {
+  if (!posted || future.wait_for(Publisher::kToAnswer) != std::future_status::ready) {
     return refuse(response, 503, kNoAnswer);
   }
   const Json body = future.get();

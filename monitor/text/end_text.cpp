@@ -8,11 +8,7 @@
 std::string duration_text(std::chrono::milliseconds duration) {
   const long long ms = std::max<long long>(duration.count(), 0);
   const long long s = ms / 1000;
-  if (s < 10) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%lld.%lld s", s, ms % 1000 / 100);
-    return text;
-  }
+  if (s < 10) return std::to_string(s) + "." + std::to_string(ms % 1000 / 100) + " s";
   if (s < 60) return std::to_string(s) + " s";
   if (s < 3600) return std::to_string(s / 60) + " min " + std::to_string(s % 60) + " s";
   const long long h = s / 3600;
