@@ -62,4 +62,38 @@ TEST_F(MonitorTest, AProcessThatIsBackIsNamed) {
   monitor.stop();
 }
 
+// Its first thread has ended, so it has no command line, as a process that frees much memory.
+TEST_F(MonitorTest, AnEndThatTakesLongIsTold) {
+  constexpr char kLeave[] =
+      "exec -a leaver /usr/bin/python3 -c 'import ctypes, os, sys, threading\n"
+      "sys.stdin.readline()\n"
+      "threading.Thread(target=lambda: (sys.stdin.readline(), os._exit(7))).start()\n"
+      "ctypes.CDLL(None).syscall(60, 0)'";
+  int input[2];
+  ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
+  const pid_t leaver = fork();
+  if (leaver == 0) {
+    dup2(input[0], STDIN_FILENO);
+    execlp("bash", "bash", "-c", kLeave, nullptr);
+    _exit(127);
+  }
+  configure(instance("alive", "IsExistProcessExtern", {{"ProcessName", "leaver"}},
+                     "period = 0.05\ndeadline = 1000\n") +
+            "[instance.alarm]\nequals = 0\n");
+  Monitor monitor(folder_, kRun);
+  monitor.await({{"value", 1.0}});
+  EXPECT_EQ(write(input[1], "\n", 1), 1);
+  EXPECT_FALSE(monitor.await({{"state", "raised"}}).contains("cause")) << "it has not ended yet";
+  monitor.await({{"value", 0.0}});
+  EXPECT_EQ(write(input[1], "\n", 1), 1);
+  const std::string process = "process " + std::to_string(leaver);
+  while (monitor.await({{"value", 0.0}}).value("note", "").find(process) != 0) continue;
+  EXPECT_EQ(waitpid(leaver, nullptr, 0), leaver);
+  const Child next({"leaver", "-u"});
+  EXPECT_EQ(monitor.await({{"state", "cleared"}}).value("cause", ""),
+            "process " + std::to_string(next.pid()) + " runs in its place, restart 1");
+  monitor.stop();
+  for (const int end : input) close(end);
+}
+
 }  // namespace

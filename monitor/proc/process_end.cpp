@@ -31,7 +31,8 @@ static_assert(sizeof(PidfdInfo) == 64);
 constexpr uint64_t kInfoExit = 1U << 3;
 #define MIRT_PIDFD_GET_INFO _IOWR(0xFF, 11, PidfdInfo)
 
-constexpr int kState = 3, kStartTime = 22, kExitCode = 52;
+constexpr int kState = 3, kFlagsField = 9, kStartTime = 22, kExitCode = 52;
+constexpr unsigned long kExiting = 4;  // PF_EXITING of the kernel
 
 bool is_readable(int fd) {
   pollfd readable{fd, POLLIN, 0};
@@ -76,6 +77,11 @@ std::chrono::system_clock::time_point FollowedProcess::started() const {
   using System = std::chrono::system_clock;
   const nanoseconds age = uptime() - from_ticks(start_ticks_);
   return System::now() - std::chrono::duration_cast<System::duration>(age);
+}
+
+bool FollowedProcess::is_exiting() const {
+  const std::string flags = stat_field(stat_fields(pid_), kFlagsField);
+  return (std::strtoul(flags.c_str(), nullptr, 10) & kExiting) != 0 || is_readable(fd_.get());
 }
 
 std::optional<ProcessEnd> FollowedProcess::end() const {

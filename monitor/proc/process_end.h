@@ -30,6 +30,10 @@ class FollowedProcess {
   // Becomes readable when the process ends.
   int fd() const { return fd_.get(); }
 
+  // True as soon as it has begun to exit. Its command line is empty from then on, but to free much
+  // memory takes time, and its end is noticed only after that.
+  bool is_exiting() const;
+
   // How it ended; nothing while it runs. Linux 6.15 and later tell the status of any process. Older
   // ones tell it only while the parent has not waited for the process, and only to a user who may
   // inspect it. If the status is not known yet, a later call may return it.

@@ -44,12 +44,17 @@ void EndWatch::leave(Slot& slot) {
   slot.followed = 0;
 }
 
+EndWatch::Processes::iterator EndWatch::find(int pid) {
+  return std::find_if(processes_.begin(), processes_.end(),
+                      [&](const Process& each) { return each.process.pid() == pid; });
+}
+
 bool EndWatch::follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen) {
   if (slot.followed == pid) return true;
+  if (pid <= 0 && slot.followed > 0 && find(slot.followed)->process.is_exiting()) return true;
   leave(slot);
   if (pid <= 0) return true;
-  auto found = std::find_if(processes_.begin(), processes_.end(),
-                            [&](const Process& each) { return each.process.pid() == pid; });
+  auto found = find(pid);
   if (found == processes_.end()) {
     if (processes_.size() >= std::min(kMostProcesses, descriptor_limit() / 4)) return true;
     std::optional<FollowedProcess> process = FollowedProcess::follow(pid, seen);

@@ -26,7 +26,8 @@ class EndWatch {
   };
 
   // The slot now follows this process, which existed at `seen`, instead of the previous one;
-  // 0: no process. False if the process has ended since.
+  // 0: no process, or one that is exiting, which is followed until its end. False if the process
+  // has ended since.
   bool follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
 
   // Becomes readable when a process ends; negative while there is none.
@@ -45,6 +46,7 @@ class EndWatch {
 
   bool wait_for_end(Process& process);
   void leave(Slot& slot);
+  Processes::iterator find(int pid);
   Processes::iterator stop_following(Processes::iterator process);
 
   UniqueFd ends_{-1};  // an epoll of them: a look at the ends costs the same for any number

@@ -255,7 +255,6 @@ bool Scheduler::run() {
     surface_.wake.clear();
     step([&] { collect(); });
     step([&] { expire(); });
-    step([&] { look_at_ends(); });
     step([&] { reload(); });
     step([&] { start_due(); });
     step([&] { surface_.desk.send_due(slots_, Clock::now()); });
@@ -506,6 +505,8 @@ void Scheduler::look_at_groups(Clock::time_point now) {
 
 void Scheduler::collect() {
   const std::vector<Call*>& finished = pool_.take_finished();
+  // After that, so that an answer does not hide how the process of the previous call ended.
+  at_most_lose(losses_, [&] { look_at_ends(); });
   at_most_lose(losses_, [&] { pass_on_reports(); });  // those of these calls are in the queue
   const bool may_have_skipped = std::any_of(finished.begin(), finished.end(), [](const Call* call) {
     return call->examiner.found_nothing();
