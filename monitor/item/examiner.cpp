@@ -222,13 +222,20 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   if (!trouble_before_.empty()) return unjudged(trouble_before_);
   const bool one_tells = !is_handles || may_read_all_files();
   // Who can read its command line can read the other files, except fd.
-  if (!follows_one && one_tells && still_matches()) {
-    return is_handles ? one_process(known_pid_) : ok();
-  }
+  if (!follows_one && one_tells && still_matches()) return known_process(is_handles);
   const std::vector<int> found = follows_one ? std::vector<int>() : matches();
   if (found.empty()) return nothing_found();
   remember(found.front());
   return processes(found);
+}
+
+// It runs, and its files can be read. The kernel allows no new limit of open files without a
+// number, so one look at the limit is enough.
+Finding Examiner::known_process(bool is_handles) {
+  if (!is_handles || known_limit_) return ok();
+  Finding finding = one_process(known_pid_);
+  known_limit_ = finding.measured();
+  return finding;
 }
 
 // If one of several processes cannot be read, the highest value is uncertain.
@@ -379,6 +386,7 @@ bool Examiner::still_matches() {
 
 void Examiner::remember(int pid) {
   known_pid_ = pid;
+  known_limit_ = false;
   known_cmdline_ = read_proc_file(proc_path(pid, "cmdline")).value_or("");
   if (known_cmdline_.empty()) known_pid_ = 0;
 }

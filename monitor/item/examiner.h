@@ -69,6 +69,7 @@ class Examiner {
   Finding existence(double value);
   Finding pre_command() const;
   Finding process(const FI_CONTEXT_S& context, const FI_RESULT_S& result, double value);
+  Finding known_process(bool is_handles);
   Finding processes(const std::vector<int>& pids) const;
   Finding one_process(int pid) const;
   Finding hung_threads(const FI_RESULT_S& result, double value);
@@ -100,6 +101,7 @@ class Examiner {
   bool found_nothing_ = false;
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
+  bool known_limit_ = false;       // it has a limit of open files
   uint32_t owner_ = 0, flow_ = 0;  // the heartbeat's entry at the last check
   std::vector<ThreadTimes> owner_times_, times_before_;
   std::chrono::steady_clock::time_point looked_{}, looked_before_{};
