@@ -79,9 +79,16 @@ unsigned long signals_in(const std::string& status, const std::string& key) {
   return std::stoul(status.substr(at + key.size() + 3), nullptr, 16) & 0x7fffffff;
 }
 
-TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
+class AlertTest : public testing::Test {
+ protected:
+  const CapturedLog log_;
+  const TemporaryFolder folder_;
+};
+using AlertCommand = AlertTest;
+using AlertSending = AlertTest;
+using Webhook = AlertTest;
+
+TEST_F(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
   const UniqueFd inheritable(open("/dev/null", O_RDONLY));  // NOLINT(android-cloexec-open)
   const mode_t umask_before = umask(0);
   signal(SIGUSR1, SIG_IGN);
@@ -90,7 +97,7 @@ TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
                                   "cat >\"$1/json\"; env -0 >\"$1/env\"; ls /proc/self/fd "
                                   ">\"$1/fds\"; cat /proc/self/status >\"$1/status\"; "
                                   "cat /proc/$$/stat >\"$1/stat\"",
-                                  folder)});
+                                  folder_)});
   std::string json(300000, 'x');  // more than a pipe holds
   json.replace(0, 14, "{\"\0\n\r\t\xff '\\$`!}", 14);
   sender.send("ops", {json,
@@ -102,10 +109,10 @@ TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
   signal(SIGUSR1, SIG_DFL);
   umask(umask_before);
 
-  EXPECT_EQ(status_of(sender, "ops").sent, 1U) << log.text();
-  EXPECT_EQ(read_file(folder / "json"), json);
+  EXPECT_EQ(status_of(sender, "ops").sent, 1U) << log_.text();
+  EXPECT_EQ(read_file(folder_ / "json"), json);
   std::set<std::string> variables;
-  for (const std::string& variable : split(read_file(folder / "env"), '\0')) {
+  for (const std::string& variable : split(read_file(folder_ / "env"), '\0')) {
     const std::string name = variable.substr(0, variable.find('='));
     // The shell's own, and those that the monitor may have or not.
     if (std::set<std::string>{"PWD", "OLDPWD", "SHLVL", "_", "HOME", "LANG", "TZ", "TMPDIR",
@@ -117,12 +124,12 @@ TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
   EXPECT_EQ(variables, (std::set<std::string>{
                            "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
                            "MIRT_NAME=two\nlines '\"$(x)\\ \xff\xc3", "MIRT_EMPTY="}));
-  EXPECT_EQ(read_file(folder / "fds"), "0\n1\n2\n3\n") << "the last is the folder that ls reads";
-  const std::string status = read_file(folder / "status");
+  EXPECT_EQ(read_file(folder_ / "fds"), "0\n1\n2\n3\n") << "the last is the folder that ls reads";
+  const std::string status = read_file(folder_ / "status");
   EXPECT_NE(status.find("\nUmask:\t0027\n"), std::string::npos) << status;
   EXPECT_EQ(signals_in(status, "SigBlk"), 0U);
   EXPECT_EQ(signals_in(status, "SigIgn"), 0U);
-  const std::vector<std::string> stat = split(read_file(folder / "stat"), ' ');
+  const std::vector<std::string> stat = split(read_file(folder_ / "stat"), ' ');
   ASSERT_GT(stat.size(), 6U);
   EXPECT_EQ(stat[4], stat[0]) << "its group";
   EXPECT_EQ(stat[5], stat[0]) << "its session";
@@ -130,8 +137,7 @@ TEST(AlertCommand, GetsTheMessageByteForByteAndNothingElseOfTheMonitor) {
 }
 
 // None of them reads what it gets, which is more than a pipe holds.
-TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
-  const CapturedLog log;
+TEST_F(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
   AlertLimits limits;
   limits.most_output_lines = 7;
   limits.most_output_bytes = 1000;
@@ -144,20 +150,19 @@ TEST(AlertCommand, ThatFloodsItsOutputIsCutAndGoesOn) {
     sender.send(alert, {std::string(1000000, 'x'), {}});
   }
   ASSERT_TRUE(come_to_rest(sender, "lines", "bytes", "little"));
-  EXPECT_EQ(log.count("alert lines output: y\n"), 7U);
-  EXPECT_EQ(log.count("alert lines: more output"), 1U);
+  EXPECT_EQ(log_.count("alert lines output: y\n"), 7U);
+  EXPECT_EQ(log_.count("alert lines: more output"), 1U);
   EXPECT_EQ(status_of(sender, "lines").last_error, "exited with status 3");
-  EXPECT_EQ(log.count("alert bytes output: " + std::string(1000, '?') + "\n"), 1U);
-  EXPECT_EQ(log.count("alert bytes: more output"), 1U);
+  EXPECT_EQ(log_.count("alert bytes output: " + std::string(1000, '?') + "\n"), 1U);
+  EXPECT_EQ(log_.count("alert bytes: more output"), 1U);
   EXPECT_EQ(status_of(sender, "bytes").sent, 1U);
-  EXPECT_EQ(log.count("alert little output: a\n"), 2U);
-  EXPECT_EQ(log.count("alert little output: ?[2Jb\n"), 2U) << log.text();
-  EXPECT_EQ(log.count("alert little: more output"), 0U);
+  EXPECT_EQ(log_.count("alert little output: a\n"), 2U);
+  EXPECT_EQ(log_.count("alert little output: ?[2Jb\n"), 2U) << log_.text();
+  EXPECT_EQ(log_.count("alert little: more output"), 0U);
   EXPECT_EQ(status_of(sender, "little").sent, 2U);
 }
 
-TEST(AlertCommand, ThatNeitherReadsNorEndsCostsNoProcessorTime) {
-  const CapturedLog log;
+TEST_F(AlertCommand, ThatNeitherReadsNorEndsCostsNoProcessorTime) {
   const clock_t before = std::clock();
   AlertSender sender({command_alert("closes", {"sh", "-c", "exec <&-; sleep 1"}),
                       command_alert("floods", {"yes"}, 1.0)});
@@ -168,7 +173,7 @@ TEST(AlertCommand, ThatNeitherReadsNorEndsCostsNoProcessorTime) {
   EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 4);
 }
 
-TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
+TEST_F(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
   std::string said;
   // A slow machine may not have started them all by then.
   for (double timeout_s = 0.5; said.size() < 3 && timeout_s < 60; timeout_s *= 2) {
@@ -197,83 +202,63 @@ TEST(AlertCommand, ThatTakesTooLongIsKilledWithAllThatItStarted) {
   EXPECT_EQ(said, "xxx");
 }
 
-// Its lock is what the command of such an alert waits for.
-class Gate {
- public:
-  explicit Gate(const std::string& path)
-      : file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    flock(file_.get(), LOCK_EX);
-  }
-  void open_it() { flock(file_.get(), LOCK_UN); }
-
- private:
-  UniqueFd file_;
-};
-
+// Its command waits for the lock of the folder's file "gate".
 Alert gated_alert(const std::string& name, const std::string& output,
                   const TemporaryFolder& folder) {
-  return shell_alert(name,
-                     "echo >>\"$1/begun-" + name +
-                         "\"; exec flock \"$1/gate\" sh -c 'cat >>\"$0\"' "
-                         "\"$1/" +
-                         output + "\"",
-                     folder);
+  const std::string waits = "exec flock \"$1/gate\" sh -c 'cat >>\"$0\"' \"$1/" + output + "\"";
+  return shell_alert(name, "echo >>\"$1/begun-" + name + "\"; " + waits, folder);
 }
 
 bool has_begun(const TemporaryFolder& folder, const std::string& name) {
   return comes_true([&] { return !read_file(folder / ("begun-" + name)).empty(); });
 }
 
-TEST(AlertSender, QueuesSoManyAndDropsTheOldest) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  Gate gate(folder / "gate");
+TEST_F(AlertSending, QueuesSoManyAndDropsTheOldest) {
+  const HeldLock gate(folder_ / "gate");
   AlertLimits limits;
   limits.most_queued = 3;
   limits.most_queued_bytes = 1000;
-  AlertSender sender({gated_alert("ops", "out", folder)}, limits);
+  AlertSender sender({gated_alert("ops", "out", folder_)}, limits);
   sender.send("ops", {"1", {}});
-  ASSERT_TRUE(has_begun(folder, "ops"));
+  ASSERT_TRUE(has_begun(folder_, "ops"));
   for (const char* const json : {"2", "3", "4", "5", "6"}) sender.send("ops", {json, {}});
   EXPECT_EQ(status_of(sender, "ops").queued, 4U);
   EXPECT_EQ(status_of(sender, "ops").dropped, 2U);
   sender.send("ops", {"7" + std::string(998, '.'), {{"MIRT_X", ""}}});
   EXPECT_EQ(status_of(sender, "ops").queued, 2U) << "too many bytes";
   sender.send("unknown", {"x", {}});
-  gate.open_it();
+  gate.let_go();
   ASSERT_TRUE(come_to_rest(sender, "ops"));
-  EXPECT_EQ(read_file(folder / "out"), "17" + std::string(998, '.'));
+  EXPECT_EQ(read_file(folder_ / "out"), "17" + std::string(998, '.'));
   const AlertStatus status = status_of(sender, "ops");
   EXPECT_EQ(status.sent, 2U);
   EXPECT_EQ(status.dropped, 5U);
   EXPECT_TRUE(
-      comes_true([&] { return log.count("too many messages waiting, dropped: 5\n") == 1; }));
+      comes_true([&] { return log_.count("too many messages waiting, dropped: 5\n") == 1; }));
 }
 
-TEST(AlertSender, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  Gate gate(folder / "gate");
-  AlertSender sender({gated_alert("same", "same", folder), gated_alert("changed", "old", folder),
-                      gated_alert("gone", "gone", folder)});
+TEST_F(AlertSending, ReloadKeepsWhatWaitsAndDropsWhatIsGone) {
+  const HeldLock gate(folder_ / "gate");
+  AlertSender sender({gated_alert("same", "same", folder_), gated_alert("changed", "old", folder_),
+                      gated_alert("gone", "gone", folder_)});
   for (const char* const alert : {"same", "changed", "gone"}) {
     for (const char* const json : {"1", "2", "3"}) sender.send(alert, {json, {}});
-    ASSERT_TRUE(has_begun(folder, alert));
+    ASSERT_TRUE(has_begun(folder_, alert));
   }
-  sender.replace({gated_alert("new", "new", folder), gated_alert("changed", "new", folder),
-                  gated_alert("same", "same", folder)});
+  sender.replace({gated_alert("new", "new", folder_), gated_alert("changed", "new", folder_),
+                  gated_alert("same", "same", folder_)});
   sender.send("gone", {"4", {}});
   sender.send("changed", {"4", {}});
-  gate.open_it();
+  gate.let_go();
   ASSERT_TRUE(come_to_rest(sender, "same", "changed"));
-  EXPECT_EQ(read_file(folder / "same"), "123");
-  EXPECT_EQ(read_file(folder / "old"), "1");
-  EXPECT_EQ(read_file(folder / "new"), "234");
+  EXPECT_EQ(read_file(folder_ / "same"), "123");
+  EXPECT_EQ(read_file(folder_ / "old"), "1");
+  EXPECT_EQ(read_file(folder_ / "new"), "234");
   EXPECT_EQ(status_of(sender, "changed").sent, 4U);
-  ASSERT_TRUE(comes_true([&] { return log.count("ended, waiting messages dropped: 2\n") == 1; }))
-      << log.text();
-  EXPECT_EQ(log.count("too many messages"), 0U);
-  EXPECT_EQ(read_file(folder / "gone"), "1") << "what was under way goes on";
+  ASSERT_TRUE(comes_true([&] { return log_.count("ended, waiting messages dropped: 2\n") == 1; }))
+      << log_.text();
+  EXPECT_EQ(log_.count("too many messages"), 0U);
+  EXPECT_EQ(read_file(folder_ / "gone"), "1") << "what was under way goes on";
   EXPECT_EQ(sender.statuses().front().name, "new");
   EXPECT_TRUE(sender.stop(hours(1)));
 }
@@ -302,7 +287,7 @@ class Port {
 };
 
 // Answers with these in turn, and keeps what it got.
-class WebServer {
+class WebServer : InPlace {
  public:
   explicit WebServer(const std::vector<int>& answers) {
     server_.Post("/hook",
@@ -316,7 +301,6 @@ class WebServer {
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     EXPECT_TRUE(comes_true([&] { return server_.is_running(); }));
   }
-  WebServer& operator=(WebServer&&) = delete;  // neither copied nor moved
   ~WebServer() { end(); }
   void end() {
     server_.stop();
@@ -333,8 +317,7 @@ class WebServer {
   std::thread thread_;
 };
 
-TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
-  const CapturedLog log;
+TEST_F(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
   WebServer recovers({500, 503, 200}), refuses({404}), redirects({302});
   AlertSender sender(
       {webhook_alert("recovers", recovers.port()), webhook_alert("refuses", refuses.port()),
@@ -355,8 +338,9 @@ TEST(Webhook, IsTriedAgainAfterAFailureOfTheServerOnly) {
   EXPECT_EQ(recovered.failed, 0U);
   EXPECT_FALSE(recovered.failing);
   EXPECT_EQ(recovered.last_error, "the server answered 503");
-  EXPECT_EQ(log.count("alert recovers (webhook): failed, will retry: the server answered 500"), 1U);
-  EXPECT_TRUE(comes_true([&] { return log.count("works again, failures before: 2") == 1; }));
+  EXPECT_EQ(log_.count("alert recovers (webhook): failed, will retry: the server answered 500"),
+            1U);
+  EXPECT_TRUE(comes_true([&] { return log_.count("works again, failures before: 2") == 1; }));
   EXPECT_EQ(refuses.requests_, 1U);
   EXPECT_EQ(status_of(sender, "refuses").failed, 1U);
   EXPECT_TRUE(status_of(sender, "refuses").failing);
@@ -372,8 +356,7 @@ std::string error_of_post(int port, const AlertLimits& limits) {
   return status_of(sender, "ops").last_error;
 }
 
-TEST(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
-  const CapturedLog log;
+TEST_F(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
   AlertLimits limits = patient();
   const Port refuses, silent, drips;
   {
@@ -382,7 +365,7 @@ TEST(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
     an_hour.give_up = an_hour.longest_pause = hours(2);
     AlertSender sender({webhook_alert("ops", refuses.number())}, an_hour);
     sender.send("ops", {"{}", {}});
-    EXPECT_TRUE(comes_true([&] { return log.count("failed, will retry: cannot connect") == 1; }));
+    EXPECT_TRUE(comes_true([&] { return log_.count("failed, will retry: cannot connect") == 1; }));
   }
   limits.give_up = milliseconds(20);  // in which there are some attempts
   EXPECT_EQ(error_of_post(refuses.number(), limits), "cannot connect");
@@ -409,9 +392,7 @@ TEST(Webhook, HasATimeLimitForEachThingThatAServerCanDelay) {
   server.join();
 }
 
-TEST(AlertSender, NothingThatHangsOrFailsDelaysAnother) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
+TEST_F(AlertSending, NothingThatHangsOrFailsDelaysAnother) {
   const Port silent, refuses;
   silent.listen_only();
   WebServer works({200});
@@ -420,16 +401,16 @@ TEST(AlertSender, NothingThatHangsOrFailsDelaysAnother) {
   const int descriptors = open_descriptors();
   {
     AlertSender sender(
-        {shell_alert("hangs", "trap '' TERM; echo >\"$1/begun-hangs\"; exec sleep 100000", folder),
+        {shell_alert("hangs", "trap '' TERM; echo >\"$1/begun-hangs\"; exec sleep 100000", folder_),
          command_alert("missing", {"/no/such/program"}), command_alert("floods", {"yes"}),
-         shell_alert("leaves", "setsid setsid sleep 100000 & setsid sleep 100000", folder),
+         shell_alert("leaves", "setsid setsid sleep 100000 & setsid sleep 100000", folder_),
          webhook_alert("silent", silent.number()), webhook_alert("refused", refuses.number()),
          both_ways, command_alert("works", {"true"}), webhook_alert("posts", works.port())},
         patient());
     for (int i = 0; i < 3; ++i) {
       for (const AlertStatus& status : sender.statuses()) sender.send(status.name, {"{}", {}});
     }
-    ASSERT_TRUE(has_begun(folder, "hangs"));
+    ASSERT_TRUE(has_begun(folder_, "hangs"));
     // Of "both" only its command, which comes first.
     ASSERT_TRUE(come_to_rest(sender, "works", "posts", "missing", "both"));
     EXPECT_EQ(status_of(sender, "works").sent, 3U);
@@ -442,28 +423,10 @@ TEST(AlertSender, NothingThatHangsOrFailsDelaysAnother) {
     }
     EXPECT_TRUE(sender.stop(hours(1)));
   }
-  EXPECT_EQ(log.count("message not sent: the monitor is ending"), 3U) << log.text();
+  EXPECT_EQ(log_.count("message not sent: the monitor is ending"), 3U) << log_.text();
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
   EXPECT_TRUE(comes_true([&] { return open_descriptors() <= descriptors; }))
       << open_descriptors() << " before: " << descriptors;
-}
-
-TEST(WebAddress, IsHttpWithAHostAndPerhapsMore) {
-  const auto form = [](const std::string& text) {
-    const auto address = read_web_address(text);
-    return address ? address->host + "|" + std::to_string(address->port) + "|" + address->path
-                   : "none";
-  };
-  EXPECT_EQ(form("http://alerts.example"), "alerts.example|80|/");
-  EXPECT_EQ(form("http://10.0.0.1:8080/a/b?c=d&e=%20"), "10.0.0.1|8080|/a/b?c=d&e=%20");
-  EXPECT_EQ(form("http://[fe80::1]:65535?x"), "fe80::1|65535|/?x");
-  for (const char* const text :
-       {"", "http://", "https://host/", "HTTP://host/", "host/path", "http://:80/", "http://h:/",
-        "http://h:0/", "http://h:65536/", "http://h:99999999999/", "http://user:word@h/",
-        "http://[::1/", "http://[]/", "http://h/a b", "http://h/\r\nX: y", "http://h/#part",
-        "http://h\xc3\xa4/", "http://h/\xc3\xa4"}) {
-    EXPECT_EQ(form(text), "none") << text;
-  }
 }
 
 }  // namespace

@@ -12,14 +12,15 @@
 #include <string>
 #include <thread>
 
+#include "child.h"
+
 // While it lives, standard error, to which the log goes, is a file in memory.
-class CapturedLog {
+class CapturedLog : InPlace {
  public:
   CapturedLog()
       : file_(memfd_create("log", MFD_CLOEXEC)), before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
     dup2(file_, STDERR_FILENO);
   }
-  CapturedLog& operator=(CapturedLog&&) = delete;  // neither copied nor moved
   ~CapturedLog() {
     dup2(before_, STDERR_FILENO);
     close(before_);
@@ -32,24 +33,18 @@ class CapturedLog {
     return all;
   }
   // How often the log says this.
-  size_t count(const std::string& what) const {
-    const std::string all = text();
-    size_t count = 0;
-    for (size_t at = all.find(what); at != std::string::npos; at = all.find(what, at + 1)) ++count;
-    return count;
-  }
+  size_t count(const std::string& what) const { return count_of(what, text()); }
 
  private:
   int file_, before_;
 };
 
-class TemporaryFolder {
+class TemporaryFolder : InPlace {
  public:
   TemporaryFolder() {
     char name[] = "/tmp/alerts-XXXXXX";
     path_ = mkdtemp(name);
   }
-  TemporaryFolder& operator=(TemporaryFolder&&) = delete;  // neither copied nor moved
   ~TemporaryFolder() { std::filesystem::remove_all(path_); }
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }

@@ -1,4 +1,5 @@
 // A configuration of several files, and who may be able to write them.
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,16 +36,13 @@ TEST_F(IncludeTest, FilesAreReadInTheirOrderEachWithDefaultsOfItsOwn) {
   put("extra", "[alert.ops]\ncommand = ['true']\n");
   EXPECT_EQ(findings(), "");
   const Plan config = read_config(folder_ / "a.toml").config;
-  ASSERT_EQ(config.instances.size(), 3U);
-  const std::tuple<std::string, std::string, double> rows[] = {{"machine.cpu", "a.toml", 7},
-                                                               {"a.memory", "conf.d/a.toml", 3},
-                                                               {"b.running", "conf.d/b.toml", 7}};
-  for (size_t i = 0; i < 3; ++i) {
-    const Instance& found = config.instances[i];
-    EXPECT_EQ(
-        std::tuple(found.name, fs::path(found.file), found.period_s),
-        std::tuple(std::get<0>(rows[i]), folder_ / std::get<1>(rows[i]), std::get<2>(rows[i])));
+  std::vector<std::tuple<std::string, fs::path, double>> found;
+  for (const Instance& each : config.instances) {
+    found.emplace_back(each.name, fs::relative(each.file, folder_), each.period_s);
   }
+  EXPECT_EQ(found, (decltype(found){{"machine.cpu", "a.toml", 7},
+                                    {"a.memory", "conf.d/a.toml", 3},
+                                    {"b.running", "conf.d/b.toml", 7}}));
   EXPECT_EQ(config.alerts.size(), 1U);
 }
 

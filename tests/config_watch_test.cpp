@@ -184,10 +184,10 @@ TEST_F(WatchTest, TheItemIsThatOfTheWayToFindTheProcess) {
 }
 
 TEST_F(WatchTest, AWildcardThatMatchesNothingRaisesTheAlarmOfRunning) {
-  configure(
+  Monitor monitor = started(
       "every = '20 ms'\n[[process]]\nname = 'w'\nmatch = '/no/such/*'\nrunning = true\n"
-      "[[process]]\nname = 'p'\nprefix = '/no/such/'\nrunning = { severity = 'warning' }\n");
-  Monitor monitor(folder_, kRun + "--rounds 2");
+      "[[process]]\nname = 'p'\nprefix = '/no/such/'\nrunning = { severity = 'warning' }\n",
+      "--rounds 2");
   std::vector<std::string> raised;
   for (const Json& record : monitor.records()) {
     if (record["kind"] == "alarm") raised.push_back(record["instance"]);

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <functional>
 
+#include "child.h"
+
 // An empty hook passes the call to the C library.
 struct Hooks {
   std::function<void(useconds_t)> usleep;
@@ -22,10 +24,9 @@ struct Hooks {
 };
 
 // Sets the hooks while it exists.
-class ScopedHooks {
+class ScopedHooks : InPlace {
  public:
   ScopedHooks();
-  ScopedHooks& operator=(ScopedHooks&&) = delete;  // neither copied nor moved
   ~ScopedHooks();
   Hooks* operator->() { return &hooks_; }
 

@@ -9,18 +9,17 @@
 #include <sstream>
 #include <string>
 
+#include "captured_log.h"
 #include "child.h"
 
 #define SKIP_WITHOUT_PROMTOOL() \
   if (system("promtool --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "needs promtool"
 
 inline void expect_no_complaint(const std::string& text) {
-  char folder[] = "/tmp/metrics-test-XXXXXX";
-  const std::string in = mkdtemp(folder);
-  write_file(in + "/text", text);
-  EXPECT_EQ(system(("cd " + in + " && promtool check metrics <text >said 2>&1").c_str()), 0);
-  EXPECT_EQ(read_file(in + "/said"), "");
-  EXPECT_EQ(system(("rm -r " + in).c_str()), 0);
+  const TemporaryFolder in;
+  write_file(in / "text", text);
+  EXPECT_EQ(system(("cd " + in.path() + " && promtool check metrics <text >said 2>&1").c_str()), 0);
+  EXPECT_EQ(read_file(in / "said"), "");
 }
 
 // "name{labels}" with the value, as written.

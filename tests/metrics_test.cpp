@@ -94,7 +94,7 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
   make_table()[0] = {process_, 77, 5, 9, 0};
   const Child child({kWatchedCommandLine});
   const HungThread hung;
-  configure_with_socket(
+  Monitor monitor = started_with_socket(
       every_item("period = 1000\ndeadline = 1000\n") +
       instance("absent", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
       instance("failed", "GetDiskUsage", {{"d", "/nowhere"}}) + alarm("on = ['failed']") +
@@ -106,7 +106,6 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
       alarm("equals = 0") +
       instance("stuck", "CheckProcessStatusIsD", {{"ProcessName", "*metrics_tests*"}}) +
       alarm("equals = 1") + "[alert.nobody]\ncommand = ['/bin/true']\n");
-  Monitor monitor(folder_, kRun);
   std::map<std::string, Json> lines;
   const auto is_complete = [&] {
     return lines.size() == all_items().size() + 6 && lines["heart"]["state"] == "alarm" &&
@@ -156,8 +155,7 @@ TEST_F(MetricsTest, EveryItemAndStateIsAsInTheLines) {
 
 TEST_F(MetricsTest, CountersGoOnAfterAReloadAndWatchesThatAreGoneHaveNoSeries) {
   const std::string kept = instance("kept", "GetSysFreeMemory");
-  configure_with_socket(kept + instance("gone", "GetSysMemory"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started_with_socket(kept + instance("gone", "GetSysMemory"));
   for (const char* const name : {"kept", "gone"}) monitor.await({{"instance", name}});
   const std::string calls = "mirt_watch_calls_total{watch=\"kept\",outcome=\"ok\"}";
   const std::string success = "mirt_config_last_reload_success";

@@ -32,9 +32,7 @@
 #include "mirt_items.h"
 #include "proc_fixture.h"
 
-namespace {
-bool g_no_lookup_buffer = false;
-}
+static bool g_no_lookup_buffer = false;
 
 extern "C" {
 void* __real_malloc(size_t size);
@@ -192,14 +190,12 @@ TEST_F(HeartTable, ManyAtOnceNeverShareAnEntry) {
   for (int round = 0; round < 3; ++round) {
     clear();
     std::filesystem::remove(kOutcomes);
-    const int gate = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-    EXPECT_EQ(flock(gate, LOCK_EX), 0);
+    const HeldLock gate(MIRT_AGENT_LOCK_FILE);
     std::vector<pid_t> children;
     for (uint16_t module = 1; module <= 60; ++module) {
       children.push_back(start([module] { attach_here(module); }));
     }
-    flock(gate, LOCK_UN);
-    close(gate);
+    gate.let_go();
     for (const pid_t child : children) EXPECT_TRUE(succeeded(child));
     std::multiset<std::string> expected, outcomes;
     for (int i = 0; i < 60; ++i) expected.insert(i < 50 ? std::to_string(i) + "\n" : kFull);
@@ -316,8 +312,7 @@ bool waits_for_lock(pid_t pid) {
 }
 
 TEST_F(HeartTable, SignalsDoNotLetAnAttachGoOnWithoutTheLock) {
-  const int lock = open(MIRT_AGENT_LOCK_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const HeldLock lock(MIRT_AGENT_LOCK_FILE);
   const pid_t attaching = start(attach_with_handlers);
   while (!waits_for_lock(attaching)) sched_yield();
   for (int round = 0; round < 1000 && !HasFailure(); ++round) {
@@ -326,8 +321,7 @@ TEST_F(HeartTable, SignalsDoNotLetAnAttachGoOnWithoutTheLock) {
     EXPECT_TRUE(waits_for_lock(attaching)) << "after " << round << " rounds";
   }
   EXPECT_FALSE(std::filesystem::exists(kSegment));
-  EXPECT_EQ(flock(lock, LOCK_UN), 0);
-  close(lock);
+  lock.let_go();
   EXPECT_TRUE(succeeded(attaching));
 }
 

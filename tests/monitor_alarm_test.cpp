@@ -30,8 +30,9 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
       {"redundancy = 'command'\ncommand = 'kill -9 $$'\n", false, "exit status is 137"},
       {"redundancy = 'command'\ncommand = 'echo said'\n", true, "said"}};
   for (const auto& [recovery, allowed, log] : rows) {
-    configure((recovery.empty() ? "" : "[recovery]\n") + recovery + reboot("reboot", getpid()));
-    Monitor monitor(folder_, kRun + "--rounds 1");
+    Monitor monitor =
+        started((recovery.empty() ? "" : "[recovery]\n") + recovery + reboot("reboot", getpid()),
+                "--rounds 1");
     EXPECT_EQ(monitor.await({{"state", allowed ? "ok" : "failed"}})["answer"], allowed ? 0 : -1);
     EXPECT_TRUE(contains(monitor.end(allowed ? 0 : 1), log)) << log;
     siginfo_t info{};
@@ -44,9 +45,8 @@ TEST_F(MonitorTest, TheDataPlaneIsSignalledOnlyWhenAllowed) {
 TEST_F(MonitorTest, CommandsEndWithTheMonitor) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
   const std::string command = "exec 8<>fifo; echo >&8; sleep 1000; :";
-  configure("[recovery]\nredundancy = 'command'\ncommand = '" + command + "'\n" +
-            reboot("reboot", getpid()) + pre_command("ask", command, "x"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started("[recovery]\nredundancy = 'command'\ncommand = '" + command + "'\n" +
+                            reboot("reboot", getpid()) + pre_command("ask", command, "x"));
   std::ifstream fifo(folder_ / "fifo");
   int begun = 0;
   for (std::string line; std::getline(fifo, line);) {
@@ -57,7 +57,7 @@ TEST_F(MonitorTest, CommandsEndWithTheMonitor) {
 }
 
 // A control group of the test's own whose processes can be frozen.
-class FreezerGroup {
+class FreezerGroup : InPlace {
  public:
   explicit FreezerGroup(pid_t pid)
       : path_("/sys/fs/cgroup/freezer/mirt-test-" + std::to_string(getpid())) {
@@ -67,7 +67,6 @@ class FreezerGroup {
     ready_ = !error && read_file(path_ / "cgroup.procs") == std::to_string(pid) + "\n";
     if (ready_) std::ofstream(path_ / "freezer.state") << "FROZEN";
   }
-  FreezerGroup& operator=(FreezerGroup&&) = delete;
   ~FreezerGroup() {
     if (ready_) std::ofstream(path_ / "freezer.state") << "THAWED";
     std::ofstream("/sys/fs/cgroup/freezer/cgroup.procs") << read_file(path_ / "cgroup.procs");
@@ -86,11 +85,12 @@ TEST_F(MonitorTest, AFrozenThreadIsNoHangThatNeedsRecovery) {
   if (!group.ready()) GTEST_SKIP() << "there is no freezer among the control groups";
   const std::string status = "/proc/" + std::to_string(child.pid()) + "/status";
   while (read_file(status).find("D (disk sleep)") == std::string::npos) usleep(1000);
-  configure("[recovery]\nredundancy = 'allow'\n" +
-            instance("plane", "CheckProcessStatusIsDForAppData",
-                     {{"ProcessName", "frozen data plane*"}}) +
-            instance("hung", "CheckProcessStatusIsD", {{"ProcessName", "frozen data plane*"}}));
-  Monitor monitor(folder_, kRun + "--rounds 11");
+  Monitor monitor = started(
+      "[recovery]\nredundancy = 'allow'\n" +
+          instance("plane", "CheckProcessStatusIsDForAppData",
+                   {{"ProcessName", "frozen data plane*"}}) +
+          instance("hung", "CheckProcessStatusIsD", {{"ProcessName", "frozen data plane*"}}),
+      "--rounds 11");
   bool named = false;
   for (const Json& record : monitor.records()) {
     if (record.value("instance", "") != "hung" || record["value"] != 1.0) continue;

@@ -31,14 +31,14 @@ class ApiTest : public HeartTest {
 TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
   make_table()[0] = {process_, 77, 5, 9, 0};
   const std::string name = "disk:/\xC3\xA4 %?#\\";
-  configure_with_socket(kHeart + "[[instance.alarm]]\nequals = 0\nalert = ['ops']\n" +
-                        instance(name, "GetDiskUsage", {{"d", "/"}}) +
-                        "[[instance.alarm]]\nabove = -1\nseverity = 'warning'\n" +
-                        instance("gone", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
-                        instance("failed", "GetDiskUsage", {{"d", "/nowhere"}}) +
-                        instance("slow", "GetSysMemory", {}, "period = 1000\n") +
-                        "[alert.ops]\ncommand = ['/bin/false']\n");
-  Monitor monitor(folder_, kRun);
+  Monitor monitor =
+      started_with_socket(kHeart + "[[instance.alarm]]\nequals = 0\nalert = ['ops']\n" +
+                          instance(name, "GetDiskUsage", {{"d", "/"}}) +
+                          "[[instance.alarm]]\nabove = -1\nseverity = 'warning'\n" +
+                          instance("gone", "GetProcessMemory", {{"ProcessName", "nobody"}}) +
+                          instance("failed", "GetDiskUsage", {{"d", "/nowhere"}}) +
+                          instance("slow", "GetSysMemory", {}, "period = 1000\n") +
+                          "[alert.ops]\ncommand = ['/bin/false']\n");
   monitor.await({{"instance", "heart"}, {"state", "alarm"}});
   const auto silence = [&](const std::string& pattern) {
     const Json body{{"pattern", pattern}, {"for_seconds", 60}};
@@ -81,8 +81,7 @@ TEST_F(ApiTest, EveryPathAnswersAsTheSchemaSays) {
 }
 
 TEST_F(ApiTest, HeartbeatsAreComparedWithAnEarlierReading) {
-  configure_with_socket(instance("memory", "GetSysMemory"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started_with_socket(instance("memory", "GetSysMemory"));
   monitor.await({{"state", "ok"}});
   Answers answers;
   const std::string none = get("/api/heartbeats");
@@ -195,9 +194,7 @@ TEST_F(HttpTest, HealthTellsThatCallsDoNotStart) {
   configure_http("127.0.0.1", instance("memory", "GetSysMemory"));
   std::ofstream(folder_ / "b.toml")
       << "workers = 1\n"
-      << read_file(folder_ / "a.toml")
-      << instance("holds the worker", "IsExistProcessPreCmd",
-                  {{"ProcessName", "x"}, {"PreCmd", waits}, {"RetKeyWords", ""}});
+      << read_file(folder_ / "a.toml") << pre_command("holds the worker", waits, "");
   fs::rename(folder_ / "b.toml", folder_ / "a.toml");
   Monitor monitor(folder_, kRun);
   while (get("/healthz") != 503) usleep(10000);

@@ -1,4 +1,5 @@
 // What check-config, run and once say of a configuration that cannot work, or hardly.
+
 #include <sys/stat.h>
 
 #include <regex>

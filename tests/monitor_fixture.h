@@ -76,12 +76,11 @@ inline std::string reboot(const std::string& name, pid_t pid) {
 }
 
 // A file over another one while it lives.
-class FileMount {
+class FileMount : InPlace {
  public:
   FileMount(const fs::path& from, std::string to) : to_(std::move(to)) {
     EXPECT_EQ(mount(from.c_str(), to_.c_str(), nullptr, MS_BIND, nullptr), 0) << strerror(errno);
   }
-  FileMount& operator=(FileMount&&) = delete;  // neither copied nor moved
   ~FileMount() { EXPECT_EQ(umount2(to_.c_str(), MNT_DETACH), 0) << strerror(errno); }
 
  private:
@@ -90,7 +89,7 @@ class FileMount {
 
 // A shell command that execs mirt-monitor, in a new process group together with the processes that
 // its items start.
-class Monitor {
+class Monitor : InPlace {
  public:
   Monitor(const fs::path& folder, const std::string& command) : errors_(folder / "stderr") {
     const std::string script = "PATH=$(dirname " MIRT_MONITOR_PATH "):$PATH; cd " +
@@ -111,7 +110,6 @@ class Monitor {
     close(ends[1]);
     output_ = fdopen(ends[0], "r");
   }
-  Monitor& operator=(Monitor&&) = delete;  // neither copied nor moved
   ~Monitor() {
     fclose(output_);
     kill(-pid_, SIGKILL);  // with the processes it started, if the test failed
@@ -192,13 +190,12 @@ class Monitor {
 };
 
 // Does this again and again on a thread of its own while it lives.
-class Meanwhile {
+class Meanwhile : InPlace {
  public:
   explicit Meanwhile(const std::function<void()>& act)
       : thread_([this, act] {
           for (; !ends_; usleep(500)) act();
         }) {}
-  Meanwhile& operator=(Meanwhile&&) = delete;  // neither copied nor moved
   ~Meanwhile() {
     ends_ = true;
     thread_.join();
@@ -208,6 +205,8 @@ class Meanwhile {
   std::atomic<bool> ends_{false};
   std::thread thread_;
 };
+
+inline const std::string kRun = "mirt-monitor run --json --config a.toml ";
 
 class MonitorTest : public testing::Test {
  protected:
@@ -227,6 +226,16 @@ class MonitorTest : public testing::Test {
   }
   std::string socket_path() const { return (folder_ / "socket").string(); }
 
+  // A monitor with this configuration and these options.
+  Monitor started(const std::string& text, const std::string& options = "") const {
+    configure(text);
+    return Monitor(folder_, kRun + options);
+  }
+  Monitor started_with_socket(const std::string& text) const {
+    configure_with_socket(text);
+    return Monitor(folder_, kRun);
+  }
+
   // What check-config says of the text, all of it on standard error but for the last line.
   std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
     configure(text);
@@ -243,7 +252,5 @@ class MonitorTest : public testing::Test {
 
   fs::path folder_;
 };
-
-inline const std::string kRun = "mirt-monitor run --json --config a.toml ";
 
 #endif

@@ -141,11 +141,9 @@ TEST_F(PrepareTest, AllThatIsInTheWayIsSaidAtOnceAndADamagedTableStays) {
 }
 
 TEST_F(PrepareTest, ALockThatIsNeverReleasedNamesItsHolder) {
-  const int lock = open(kLockFile, O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const HeldLock lock(kLockFile);
   prepare("mirt-monitor: /tmp/mirt_agent_lock is locked by process " + std::to_string(getpid()) +
           " (monitor_tests), expected the lock to be free within 5 seconds\n");
-  close(lock);
   EXPECT_FALSE(fs::exists(kTable));
 }
 

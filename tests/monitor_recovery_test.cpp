@@ -1,15 +1,10 @@
 // How often mirt-monitor allows a recovery, and what its commands are given.
+
 #include <sys/stat.h>
 
 #include "monitor_fixture.h"
 
 namespace {
-
-size_t count_of(const std::string& word, const std::string& text) {
-  size_t count = 0;
-  for (size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += word.size()) ++count;
-  return count;
-}
 
 TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber) {
   const std::pair<std::string, unsigned> rows[] = {
@@ -18,9 +13,9 @@ TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber)
   for (const auto& [recovery, at_most] : rows) {
     // The data plane under two process ids, as after a restart.
     const Child first({"first", "-u"}), second({"second", "-u"});
-    configure("[recovery]\n" + recovery + reboot("first", first.pid()) +
-              reboot("second", second.pid()));
-    Monitor monitor(folder_, kRun + "--rounds 4");
+    Monitor monitor = started(
+        "[recovery]\n" + recovery + reboot("first", first.pid()) + reboot("second", second.pid()),
+        "--rounds 4");
     EXPECT_EQ(monitor.records().size(), 8U);
     const std::string log = monitor.end(0);
     EXPECT_EQ(count_of("redundancy status(1)", log), at_most) << log;
@@ -36,10 +31,10 @@ TEST_F(MonitorTest, RecoveriesAreCountedOverRestartsAndRefusedBeyondTheirNumber)
 TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
   const Child first({"first", "-u"});
   // Twice no, then yes for ever.
-  configure(
+  Monitor monitor = started(
       "[recovery]\nredundancy = 'command'\ncommand = 'echo >>asked; test $(wc -l <asked) -gt 2'\n" +
-      reboot("first", first.pid()));
-  Monitor monitor(folder_, kRun + "--rounds 4");
+          reboot("first", first.pid()),
+      "--rounds 4");
   const std::string log = (monitor.records(), monitor.end(0));
   EXPECT_EQ(count_of("the command's exit status is 1", log), 2U) << log;
   EXPECT_EQ(count_of("redundancy status(1)", log), 1U) << log;
@@ -48,11 +43,10 @@ TEST_F(MonitorTest, WhatTheCommandRefusesIsNotCounted) {
 
 TEST_F(MonitorTest, CommandsAreGivenNoPipeOfAnother) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
-  configure(
+  Monitor monitor = started(
       "[recovery]\nredundancy = 'command'\ncommand = 'ls /proc/self/fd >new; mv new seen; exit "
       "1'\n" +
       reboot("reboot", 1) + pre_command("ask", "cat fifo", "x"));
-  Monitor monitor(folder_, kRun);
   const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
   // The second answer from here on is of a command that was started while cat runs.
   for (int i = 0; i < 2; ++i) monitor.await({{"instance", "reboot"}});

@@ -28,8 +28,7 @@ class ReloadTest : public MonitorTest {
 };
 
 TEST_F(ReloadTest, WhatIsUnchangedGoesOnAndTheRestComesAndGoes) {
-  configure(missing("kept") + missing("changed") + missing("dropped"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(missing("kept") + missing("changed") + missing("dropped"));
   std::map<std::string, std::string> ids;
   while (ids.size() < 3) {
     const Json raised = monitor.await({{"state", "raised"}});
@@ -69,11 +68,9 @@ TEST_F(ReloadTest, AConfigurationWithMistakesChangesNothing) {
 }
 
 TEST_F(ReloadTest, ABlockedCallIsLetGo) {
-  const Params params{{"ProcessName", "none"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "go"}};
   mkfifo((folder_ / "fifo").c_str(), 0600);
   const std::string ticking = instance("ticking", "GetSysMemory");
-  configure("workers = 1\n" + ticking + instance("stuck", "IsExistProcessPreCmd", params));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started("workers = 1\n" + ticking + pre_command("stuck", "cat fifo", "go"));
   const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
   reconfigure(monitor, "workers = 1\n" + ticking);
   // With its only worker blocked nothing else could be called.
@@ -93,12 +90,9 @@ TEST_F(ReloadTest, AStormLosesNoAlarmAndCallsNothingTwiceAtOnce) {
     const std::string number = std::to_string(i);
     std::string command = "f=in-" + number;
     command += "; mkdir $f && echo ok && rmdir $f || echo $f >>twice";
-    text += instance("watch-" + number, "IsExistProcessPreCmd",
-                     {{"ProcessName", "nobody"}, {"PreCmd", command}, {"RetKeyWords", "ok"}});
-    text += kAlarm;
+    text += pre_command("watch-" + number, command, "ok") + kAlarm;
   }
-  configure(text);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(text);
   std::set<std::string> raised;
   while (raised.size() < 10) raised.insert(monitor.await({{"state", "raised"}})["instance"]);
   const std::string descriptors = "/proc/" + std::to_string(monitor.pid()) + "/fd";
@@ -127,8 +121,7 @@ TEST_F(ReloadTest, EveryItemIsCalledOnThreadsOfOneProcessMeanwhile) {
   const std::string items = "workers = 60\n" + every_item("period = 1.1\ndeadline = 1000\n");
   const std::string more = instance("more", "GetSysMemory"),
                     other = instance("other", "GetSysMemory");
-  configure(items + more);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(items + more);
   std::multiset<std::string> calls{monitor.await({{"kind", "item"}})["instance"]};
   std::set<std::string> twice;
   for (bool is_other = true; twice.size() < all_items().size() + 2; is_other = !is_other) {

@@ -43,8 +43,7 @@ const std::string kSick = instance("sick", "IsExistProcess", {{"ProcessName", "n
 
 TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
-  const Params blocked{{"ProcessName", "none"}, {"PreCmd", "cat fifo"}, {"RetKeyWords", "go"}};
-  configure("workers = 1\n" + instance("stuck", "IsExistProcessPreCmd", blocked) + kSick);
+  configure("workers = 1\n" + pre_command("stuck", "cat fifo", "go") + kSick);
   Monitor monitor(folder_, run("WATCHDOG_USEC=40000"));
   const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
   // It turns, and the other watch waits for the only worker.
@@ -91,8 +90,7 @@ TEST_F(ServiceTest, CommandsInheritOnlyWhatIsDocumented) {
       "[ -z \"$SECRET$NOTIFY_SOCKET\" ] && [ \"$HOME\" = /h ] && [ \"${PATH%%:*}\" = "
       "/usr/local/sbin ]"
       " && [ $(umask) = 0027 ] && [ ! -e /proc/self/fd/3 ] && echo clean";
-  configure(instance("clean", "IsExistProcessPreCmd",
-                     {{"ProcessName", "nobody"}, {"PreCmd", command}, {"RetKeyWords", "clean"}}));
+  configure(pre_command("clean", command, "clean"));
   Monitor monitor(folder_, run("HOME=/h SECRET=x") + " --rounds 1");
   EXPECT_EQ(monitor.await({{"kind", "item"}}).value("state", ""), "ok");
   monitor.end(0);

@@ -1,4 +1,5 @@
 // "Could not measure" beside "fine": the states that mirt-monitor finds out by itself.
+
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
@@ -135,8 +136,7 @@ TEST_F(MonitorTest, AStuckProcessBlindsNoInstanceAndIsNotReportedAsEnded) {
     const Params process{{"ProcessName", std::string("*") + kCommandLine}};
     text += instance(name, "GetProcessMemoryFuzzyMatch", process, times);
   }
-  configure(text);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(text);
   const auto await_five_of_each = [&] {
     std::map<std::string, int> left;
     for (const std::string& name : healthy) left[name] = 5;
@@ -160,11 +160,10 @@ TEST_F(MonitorTest, AStuckProcessBlindsNoInstanceAndIsNotReportedAsEnded) {
 TEST_F(MonitorTest, AKilledProcessIsAbsentAndKeepsItsAlarm) {
   Child child({kCommandLine});
   const Params process{{"ProcessName", kCommandLine}};
-  configure(instance("memory", "GetProcessMemory", process) + alarm("above = 0") +
-            instance("exists", "IsExistProcess", process) + alarm("equals = 0") +
-            instance("gone", "GetProcessMemoryExtern", process) +
-            alarm("on = ['absent']\nfor = 3"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(instance("memory", "GetProcessMemory", process) + alarm("above = 0") +
+                            instance("exists", "IsExistProcess", process) + alarm("equals = 0") +
+                            instance("gone", "GetProcessMemoryExtern", process) +
+                            alarm("on = ['absent']\nfor = 3"));
   const std::string id = monitor.await({{"instance", "memory"}, {"state", "raised"}})["alarm"];
   monitor.await({{"instance", "gone"}, {"state", "ok"}});
   child.end();
@@ -228,8 +227,7 @@ TEST_F(HeartTest, WhatTheItemDoesNotJudgeIsNeverOk) {
 TEST_F(HeartTest, SignsOfLifeExcuseAStandstillButNotForEver) {
   HeartEntry& entry = *make_table();
   entry = {process_, 77, 5, 100, 0};
-  configure(kHeart + alarm("equals = 0"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(kHeart + alarm("equals = 0"));
   monitor.await({{"state", "raised"}});
   // At work on something else at each call, and yet without a beat.
   const Meanwhile working([&] { __atomic_add_fetch(&entry.flow, 1, __ATOMIC_RELEASE); });
@@ -242,8 +240,7 @@ TEST_F(HeartTest, SignsOfLifeExcuseAStandstillButNotForEver) {
 TEST_F(HeartTest, ABeatJustAfterTheCallIsASignOfLife) {
   HeartEntry& entry = *make_table();
   entry = {process_, 77, 5, 100, 0};
-  configure(kHeart);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(kHeart);
   monitor.await({{"state", "ok"}});
   // The item logs that the heartbeat stands still, and at once it moves, sooner or later in time.
   uintmax_t logged = 0;
@@ -258,16 +255,14 @@ TEST_F(HeartTest, ABeatJustAfterTheCallIsASignOfLife) {
 }
 
 TEST_F(HeartTest, WhoeverHoldsTheLockIsNamedAfterASecond) {
-  const int lock = open("/tmp/mirt_agent_lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const HeldLock lock("/tmp/mirt_agent_lock");
   make_table()[0] = {process_, 77, 5, ~0U, 0};
-  configure(kHeart);
-  Monitor monitor(folder_, kRun + "--rounds 1");
+  Monitor monitor = started(kHeart, "--rounds 1");
   const std::string expected =
       "warning  heart: waits for the lock on /tmp/mirt_agent_lock, which process " +
       std::to_string(getpid()) + " (\"monitor_tests\") holds";
   monitor.await_log(expected);
-  close(lock);
+  lock.let_go();
   monitor.await({{"state", "ok"}});
   monitor.end(0);
 }
@@ -293,11 +288,11 @@ TEST_F(MonitorTest, PreCommandsAreJudgedByWhatTheyPrinted) {
 
 TEST_F(MonitorTest, AlarmsOnFailuresAndSeveralOfOneInstance) {
   const std::string folder = folder_ / "later";
-  configure(instance("disk", "GetDiskUsage", {{"d", folder}}) +
-            alarm("on = ['failed']\nfor = 3\n" +
-                  report_text("SendErrRptExtend", {{"ErrCode", "7"}, {"What", "{value}"}})) +
-            alarm("below = 101"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor =
+      started(instance("disk", "GetDiskUsage", {{"d", folder}}) +
+              alarm("on = ['failed']\nfor = 3\n" +
+                    report_text("SendErrRptExtend", {{"ErrCode", "7"}, {"What", "{value}"}})) +
+              alarm("below = 101"));
   const std::vector<Json> records = monitor.records({{"state", "raised"}});
   EXPECT_EQ(records.size(), 4U) << "three calls, and the alarm";
   EXPECT_EQ(records.front()["detail"], "statfs of \"" + folder + "\": No such file or directory");
@@ -326,8 +321,7 @@ TEST_F(MonitorTest, RoundsFailWhenEveryCallDid) {
   const std::pair<std::string, int> rows[] = {
       {failing, 1}, {failing + report, 1}, {failing + instance("free", "GetSysFreeMemory"), 0}};
   for (const auto& [text, code] : rows) {
-    configure(text);
-    Monitor monitor(folder_, kRun + "--rounds 2");
+    Monitor monitor = started(text, "--rounds 2");
     monitor.records();
     monitor.end(code);
   }

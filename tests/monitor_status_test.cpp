@@ -47,8 +47,7 @@ TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
       {fine + warned + failed + critical, 2, "CRITICAL: a / 'b'=c (critical: equals 0), failed (",
        "alarm     a | 'b'=c"}};
   for (const auto& [config, exit_code, line, first] : rows) {
-    configure_with_socket(config);
-    Monitor monitor(folder_, kRun);
+    Monitor monitor = started_with_socket(config);
     await_check(line, exit_code);
     const std::string shown = status("");
     EXPECT_EQ(shown.find(first), shown.find("FOR\n") + 4) << shown;
@@ -71,9 +70,9 @@ TEST_F(StatusTest, WhatIsWrongComesFirstAndTheCheckSaysHowBadItIs) {
 
 TEST_F(StatusTest, OneWatchHasItsHistoryAndHostileTextDoesNoHarm) {
   const std::string hostile = "nobody\033[2J";
-  configure_with_socket(instance("gone/\xC3\xA4?", "GetProcessMemory", {{"n", hostile}}) +
-                        instance("memory", "GetSysFreeMemory"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor =
+      started_with_socket(instance("gone/\xC3\xA4?", "GetProcessMemory", {{"n", hostile}}) +
+                          instance("memory", "GetSysFreeMemory"));
   monitor.await({{"state", "absent"}});
   monitor.await({{"instance", "memory"}, {"state", "ok"}});
   const std::string text = status("'gone/\xC3\xA4?'");
@@ -97,21 +96,20 @@ TEST_F(StatusTest, WatchingGoesOnWhileTheMonitorIsAway) {
   std::optional<Monitor> monitor(std::in_place, folder_, kRun);
   monitor->await({{"state", "ok"}});
   Monitor watching(other_, "mirt-monitor status --watch --json --socket " + socket_path());
-  const auto started = [&] {
+  const auto start_time = [&] {
     return Json::parse(watching.line().value_or("{}")).value("started", "");
   };
-  const std::string first = started();
-  EXPECT_EQ(started(), first);
+  const std::string first = start_time();
+  EXPECT_EQ(start_time(), first);
   monitor.emplace(folder_, kRun);
-  std::string second = started();
-  while (second == first) second = started();
+  std::string second = start_time();
+  while (second == first) second = start_time();
   EXPECT_FALSE(second.empty());
 }
 
 TEST_F(StatusTest, WatchingDrawsAsMuchAsTheTerminalShows) {
-  configure_with_socket(instance("memory", "GetSysFreeMemory") +
-                        instance("root", "GetDiskUsage", {{"d", "/"}}));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started_with_socket(instance("memory", "GetSysFreeMemory") +
+                                        instance("root", "GetDiskUsage", {{"d", "/"}}));
   monitor.await({{"instance", "root"}, {"state", "ok"}});
   const std::string all = status("");
   Monitor watching(other_,

@@ -1,4 +1,5 @@
 // mirt-monitor run, once and check-config.
+
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -225,8 +226,7 @@ TEST_F(MonitorTest, OnceEverySoOftenEndsOnlyWhenItIsStopped) {
 TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
   // One worker: the other instance can only go on once the stuck worker has been replaced.
   const fs::path fifo = folder_ / "fifo";
-  configure("workers = 1\n" + instance_that_blocks(fifo, "1") + kTicking);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started("workers = 1\n" + instance_that_blocks(fifo, "1") + kTicking);
   Json blind = monitor.await({{"instance", "stuck"}});
   EXPECT_EQ(blind["state"], "blind");
   EXPECT_TRUE(blind["value"].is_null());
@@ -247,8 +247,7 @@ TEST_F(MonitorTest, BlockedItemGoesBlindThenAnswersLateThenGoesOn) {
 }
 
 TEST_F(MonitorTest, BlindInstanceDoesNotHoldUpTheLastRound) {
-  configure(instance_that_blocks(folder_ / "fifo", "0.2") + kTicking);
-  Monitor monitor(folder_, kRun + "--rounds 2");
+  Monitor monitor = started(instance_that_blocks(folder_ / "fifo", "0.2") + kTicking, "--rounds 2");
   std::map<std::string, int> states;
   for (const Json& record : monitor.records()) ++states[record["state"]];
   EXPECT_EQ(states, (std::map<std::string, int>{{"blind", 1}, {"ok", 2}}));
@@ -305,8 +304,7 @@ TEST_F(MonitorTest, ProcessOneTakesOrphansAndPassesSignalsAndTheStatusOn) {
 
 TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
   const std::string judged = kCounted + "[instance.alarm]\nequals = 0\nfor = 20\n";
-  configure(judged + instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(judged + instance("chatty", "GetSysMemory", {}, "period = 0.001\n"));
   unsigned long last = monitor.await({{"instance", "counted"}})["seq"];
   const unsigned long notes = monitor.busy_notes();
   monitor.fill_pipe();
@@ -336,8 +334,7 @@ TEST_F(MonitorTest, AReaderThatPausesHoldsNothingUpAndIsToldWhatItMissed) {
 }
 
 TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
-  configure(kCounted);
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(kCounted);
   monitor.await({{"instance", "counted"}});
   monitor.fill_pipe();
   await_calls(folder_, 3);
@@ -349,8 +346,7 @@ TEST_F(MonitorTest, SignalEndsItWhileNobodyReads) {
 // Only another thread than the one that waits for the next call has the signal. Nothing else ends
 // that wait.
 TEST_F(MonitorTest, SignalThatAnotherThreadTakesEndsItAtOnce) {
-  configure(instance("rare", "GetSysMemory", {}, "period = 1000000\n"));
-  Monitor monitor(folder_, kRun);
+  Monitor monitor = started(instance("rare", "GetSysMemory", {}, "period = 1000000\n"));
   monitor.await({{"instance", "rare"}});
   const std::string process = "/proc/" + std::to_string(monitor.pid());
   while (read_file(process + "/stat").find(") S ") == std::string::npos) usleep(1000);

@@ -1,4 +1,5 @@
 // The commands over all processes: ps, find and kill, beside the machine's own ps.
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 

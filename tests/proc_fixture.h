@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "child.h"
+
 // The content of the files of one simulated process.
 struct FakeProcess {
   int pid;
@@ -29,10 +31,9 @@ bool enter_private_namespace();
 
 // An empty tmpfs over a directory while it exists, in a mount namespace of this process and its
 // children. If the test program is below the directory, its folder stays visible.
-class TmpfsMount {
+class TmpfsMount : InPlace {
  public:
   explicit TmpfsMount(std::string path, const char* options = "size=16m");
-  TmpfsMount& operator=(TmpfsMount&&) = delete;  // neither copied nor moved
   ~TmpfsMount();
   bool mounted() const { return mounted_; }  // if false, errno has the reason
 

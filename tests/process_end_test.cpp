@@ -36,20 +36,18 @@ class Exiting {
       _exit(read(ends[0], &status, 1) == 1 ? status : 255);
     }
     close(ends[0]);
-    write_end_ = ends[1];
+    write_end_ = UniqueFd(ends[1]);
   }
-  Exiting& operator=(Exiting&&) = delete;  // neither copied nor moved
-  ~Exiting() { close(write_end_); }
   pid_t pid() const { return pid_; }
   void exit_with(unsigned char status) const {
-    EXPECT_EQ(write(write_end_, &status, 1), 1);
+    EXPECT_EQ(write(write_end_.get(), &status, 1), 1);
     siginfo_t info;
     EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT), 0);
   }
 
  private:
   pid_t pid_ = -1;
-  int write_end_ = -1;
+  UniqueFd write_end_{-1};
 };
 
 // From 6.15 on it tells how a process has ended that has been waited for.

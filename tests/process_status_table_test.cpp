@@ -1,4 +1,5 @@
 // The table of threads, against a model of it.
+
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Detection and recovery with simulated processes: log, actions and results, call by call.
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -155,30 +156,25 @@ TEST(LimiterTest, OfTwoThreadsThatAskAtOnceOnePrints) {
   system.jiffies = [] { return 20000; };
   std::vector<RateLimiter> limiters(100000);
   std::vector<std::atomic<int>> prints(limiters.size()), here(limiters.size());
-  const auto ask_all = [&] {
+  Threads(2, [&](size_t) {
     for (size_t i = 0; i < limiters.size(); ++i) {
       // They meet at each limiter. On a busy machine the other may not be running: go on then.
       ++here[i];
       for (int spins = 0; here[i] < 2 && spins < 10000; ++spins) continue;
       prints[i] += limiters[i].ask().print ? 1 : 0;
     }
-  };
-  std::thread other(ask_all);
-  ask_all();
-  other.join();
+  }).join();
   EXPECT_EQ(std::count(prints.begin(), prints.end(), 1), 100000);
 }
 
 TEST_F(HungThreads, ItemsOnTwoThreadsShareNothing) {
   put_app(100);
   std::atomic<int> hung{0};
-  const auto run = [&hung](Item item) {
+  Threads(2, [&hung](size_t number) {
     HungCall call("app *");
+    const Item item = number == 0 ? CheckProcessStatusIsD : CheckProcessStatusIsDForAppData;
     for (int times = 1; times <= 30; ++times) hung += static_cast<int>(call.run(item));
-  };
-  std::thread other(run, CheckProcessStatusIsDForAppData);
-  run(CheckProcessStatusIsD);
-  other.join();
+  }).join();
   EXPECT_EQ(hung, 40);
 }
 

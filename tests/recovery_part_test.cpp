@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <string>
 
+#include "captured_log.h"
 #include "proc/shell_command.h"
+#include "proc/unique_fd.h"
 #include "run/recovery_budget.h"
 
 namespace {
@@ -33,30 +35,23 @@ TEST(RecoveryBudget, HoldsWithinEverySpanOfItsTime) {
 class Witness {
  public:
   Witness() {
-    char name[] = "/tmp/witness-XXXXXX";
-    folder_ = mkdtemp(name);
     mkfifo(path().c_str(), 0600);
-    reader_ = open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    reader_ = open_to_read(path().c_str(), O_NONBLOCK);
   }
-  Witness& operator=(Witness&&) = delete;  // neither copied nor moved
-  ~Witness() {
-    close(reader_);
-    std::filesystem::remove_all(folder_);
-  }
-  std::string path() const { return folder_ + "/fifo"; }
+  std::string path() const { return folder_ / "fifo"; }
 
   // Returns what all of them wrote, after the last one has ended.
   std::string said() const {
-    fcntl(reader_, F_SETFL, O_RDONLY);
+    fcntl(reader_.get(), F_SETFL, O_RDONLY);
     std::string text;
     char byte = 0;
-    while (read(reader_, &byte, 1) == 1) text += byte;
+    while (read(reader_.get(), &byte, 1) == 1) text += byte;
     return text;
   }
 
  private:
-  std::string folder_;
-  int reader_ = -1;
+  const TemporaryFolder folder_;
+  UniqueFd reader_{-1};
 };
 
 TEST(ShellCommand, KillsWhateverItHasStartedWhereverThatHasGone) {
@@ -85,9 +80,7 @@ TEST(ShellCommand, LeavesAloneWhatAnotherHasStarted) {
   EXPECT_EQ(run_shell_command(stays, seconds(1000)), 0);
   EXPECT_EQ(run_shell_command("sleep 1000", seconds(0)), std::nullopt);
   char pid[16] = {};
-  const int reader = open(witness.path().c_str(), O_RDONLY | O_CLOEXEC);
-  ASSERT_GT(read(reader, pid, sizeof pid - 1), 0);
-  close(reader);
+  ASSERT_GT(read(open_to_read(witness.path().c_str()).get(), pid, sizeof pid - 1), 0);
   EXPECT_EQ(kill(std::atoi(pid), SIGKILL), 0) << "it was still there";
   witness.said();
 }

@@ -94,7 +94,7 @@ pid_t fork_child(const std::function<void()>& run) {
 }
 
 // One monitor, its reader, and the processes that it watches.
-class Rig {
+class Rig : InPlace {
  public:
   Rig(int number, Tally& tally) : number_(number), tally_(tally) {
     for (int i = 0; i < kProcesses; ++i) {
@@ -114,7 +114,6 @@ class Rig {
     output_ = ends[0];
     fcntl(output_, F_SETFL, O_NONBLOCK);
   }
-  Rig& operator=(Rig&&) = delete;  // neither copied nor moved
   ~Rig() {
     processes_.push_back(monitor_);
     for (const pid_t process : processes_) kill(process, SIGKILL);
@@ -315,38 +314,32 @@ using Disturb = std::function<void(Rig&)>;
 // The trials of one kind, shared out among the rigs.
 void run_on_each(Rigs& rigs, unsigned count, const Disturb& disturb, Tally& tally) {
   std::atomic<unsigned> next{0};
-  std::vector<std::thread> threads;
-  for (const auto& rig : rigs) {
-    threads.emplace_back([&, one = rig.get()] {
-      while (next++ < count) {
-        one->trial([&] { disturb(*one); });
-        const std::lock_guard lock(tally.mutex);
-        ++tally.trials;
-      }
-      // The others still disturb the machine.
-      while (next < count + rigs.size()) one->read_for(0.1);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  Threads(rigs.size(), [&](size_t number) {
+    Rig& rig = *rigs[number];
+    while (next++ < count) {
+      rig.trial([&] { disturb(rig); });
+      const std::lock_guard lock(tally.mutex);
+      ++tally.trials;
+    }
+    // The others still disturb the machine.
+    while (next < count + rigs.size()) rig.read_for(0.1);
+  }).join();
 }
 
 // Each load falls on all rigs and counts once.
 void run_loads(Rigs& rigs, unsigned count, Tally& tally) {
   for (unsigned i = 0; i < count; ++i) {
     const double seconds = random_between(0.5, 5.0);
-    std::vector<std::thread> threads;
     std::atomic<bool> over{false};
-    for (const auto& rig : rigs) {
-      threads.emplace_back([&, one = rig.get()] {
-        one->trial([&] {
-          while (!over) one->read_for(0.05);
-        });
+    Threads threads(rigs.size(), [&](size_t number) {
+      rigs[number]->trial([&] {
+        while (!over) rigs[number]->read_for(0.05);
       });
-    }
+    });
     sleep_for(random_between(0.0, 3.0));
     for (const pid_t hog : load_machine(seconds)) waitpid(hog, nullptr, 0);
     over = true;
-    for (std::thread& thread : threads) thread.join();
+    threads.join();
     ++tally.trials;
   }
 }

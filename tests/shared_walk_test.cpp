@@ -20,10 +20,8 @@
 #include "proc_fixture.h"
 #include "walk_actors.h"
 
-namespace {
-std::atomic<bool> g_no_lines{false}, g_no_rounds{false};
-thread_local MIRT_WALK_GROUP* g_group = nullptr;
-}  // namespace
+static std::atomic<bool> g_no_lines{false}, g_no_rounds{false};
+static thread_local MIRT_WALK_GROUP* g_group = nullptr;
 
 extern "C" {
 MIRT_WALK_GROUP* MIRT_CurrentWalkGroup(void) {
@@ -44,23 +42,6 @@ namespace {
 
 using Plugin = MIRT_Linux_Plugin;
 using Pids = std::vector<int>;
-
-class Threads {
- public:
-  explicit Threads(int count = 0, const std::function<void(int)>& work = nullptr) {
-    for (int number = 0; number < count; ++number) add([work, number] { work(number); });
-  }
-  Threads& operator=(Threads&&) = delete;
-  ~Threads() { join(); }
-  void add(const std::function<void()>& work) { threads_.emplace_back(work); }
-  void join() {
-    for (std::thread& thread : threads_) thread.join();
-    threads_.clear();
-  }
-
- private:
-  std::vector<std::thread> threads_;
-};
 
 Pids find_all(const std::string& name, int flag) {
   std::vector<process_cpu_context_t> found(4096);
@@ -90,6 +71,22 @@ class Gate {
  private:
   std::string path_;
   std::atomic<bool> reached_{false}, open_{false};
+  ScopedHooks hooks_;
+};
+
+// Counts the walks through /proc.
+class CountedWalks {
+ public:
+  CountedWalks() {
+    hooks_->opendir_fails = [this](const char* path) {
+      number_ += strcmp(path, "/proc") == 0 ? 1 : 0;
+      return false;
+    };
+  }
+  int number() const { return number_; }
+
+ private:
+  std::atomic<int> number_{0};
   ScopedHooks hooks_;
 };
 
@@ -142,11 +139,11 @@ class SharedWalk : public ProcFixture {
     return answers;
   }
 
-  void expect_the_same_from(int threads) const {
+  void expect_the_same_from(size_t threads) const {
     const std::vector<std::string> expected = lone_answers();
-    Threads(threads, [&](int number) {
+    Threads(threads, [&](size_t number) {
       for (size_t i = 0; i < patterns_.size(); ++i) {
-        const size_t which = (i + static_cast<size_t>(number) * 5) % patterns_.size();
+        const size_t which = (i + number * 5) % patterns_.size();
         EXPECT_EQ(all_answers(patterns_[which]), expected[which]) << patterns_[which];
       }
     }).join();
@@ -158,15 +155,10 @@ class SharedWalk : public ProcFixture {
 };
 
 TEST_F(SharedWalk, AnswersAsEachSearchAloneWould) {
-  std::atomic<int> walks{0};
-  ScopedHooks hooks;
-  hooks->opendir_fails = [&walks](const char* path) {
-    walks += strcmp(path, "/proc") == 0 ? 1 : 0;
-    return false;
-  };
+  const CountedWalks walks;
   expect_the_same_from(12);
   const int calls = static_cast<int>(patterns_.size()) * 8 * (12 + 1);
-  EXPECT_LT(walks, calls) << "walks were shared";
+  EXPECT_LT(walks.number(), calls) << "walks were shared";
 }
 
 TEST_F(SharedWalk, WithoutMemoryEachWalksAlone) {
@@ -208,7 +200,7 @@ TEST_F(SharedWalk, GroupReadsOnceAndForgetsAtItsEnd) {
 // The searches of a group serve others, and are served by them.
 TEST_F(SharedWalk, GroupsAnswerAsEachSearchAloneWould) {
   const std::vector<std::string> expected = lone_answers();
-  Threads(8, [&](int number) {
+  Threads(8, [&](size_t number) {
     MIRT_WALK_GROUP group{};
     g_group = number % 4 == 0 ? nullptr : &group;
     for (size_t i = 0; i < patterns_.size(); ++i) EXPECT_EQ(all_answers(patterns_[i]), expected[i]);
@@ -275,10 +267,8 @@ TEST_F(SharedWalk, EndedThreadLeavesNothingTaken) {
               Gate gate("/proc/" + std::to_string(pid) + "/cmdline", Gate::Then::kEnds);
               std::thread([&] { all_answers("*"); }).detach();
               gate.await();
-              Threads threads(8, [&](int i) {
-                EXPECT_EQ(all_answers(patterns_[static_cast<size_t>(i)]),
-                          expected[static_cast<size_t>(i)]);
-              });
+              Threads threads(8,
+                              [&](size_t i) { EXPECT_EQ(all_answers(patterns_[i]), expected[i]); });
               gate.let_go();
               threads.join();
               EXPECT_EQ(lone_answers(), expected) << "its process is not skipped";
@@ -353,21 +343,16 @@ std::string unexplained(const ActorLog& log, const Answer& answer) {
 
 TEST(SharedWalkOfRealProcesses, EveryAnswerIsExplainedByWhatTheProcessesDid) {
   constexpr int kAskers = 12, kQuestions = 80, kDirectors = 3, kActorsEach = 4;
-  std::atomic<int> walks{0};
+  const CountedWalks walks;
   std::atomic<bool> asked{false};
-  ScopedHooks hooks;
-  hooks->opendir_fails = [&walks](const char* path) {
-    walks += strcmp(path, "/proc") == 0 ? 1 : 0;
-    return false;
-  };
   ActorLog log;
   std::vector<Answer> answers[kAskers];
-  Threads directors(kDirectors, [&](int number) {
+  Threads directors(kDirectors, [&](size_t number) {
     std::mt19937 random(static_cast<unsigned>(number));
     Actor actors[kActorsEach] = {Actor(log), Actor(log), Actor(log), Actor(log)};
     while (!asked) actors[random() % kActorsEach].act(static_cast<unsigned>(random()));
   });
-  Threads(kAskers, [&](int number) {
+  Threads(kAskers, [&](size_t number) {
     std::mt19937 random(static_cast<unsigned>(100 + number));
     for (int i = 0; i < kQuestions; ++i) {
       const char letter = ActorLog::kLetters[random() % ActorLog::kLetters.size()];
@@ -385,7 +370,7 @@ TEST(SharedWalkOfRealProcesses, EveryAnswerIsExplainedByWhatTheProcessesDid) {
     }
   }
   EXPECT_GT(found, size_t{kAskers * kQuestions / 4});
-  EXPECT_LT(walks, kAskers * kQuestions) << "walks were shared";
+  EXPECT_LT(walks.number(), kAskers * kQuestions) << "walks were shared";
 }
 
 char state_of(pid_t pid, pid_t tid) {
@@ -410,7 +395,7 @@ TEST(SharedWalkOfRealProcesses, StuckProcessCostsOneThreadAndBlindsNobodyElse) {
   ASSERT_TRUE(await_hanging(stuck.pid(), stuck.pid()));
   const std::string name = "actor-" + std::to_string(getpid());
   const Child other({name, "-u"});
-  const auto others_are_found = [&](int number) {
+  const auto others_are_found = [&](size_t number) {
     ItemCall exact({parameter("", name + " -u")}), prefix({parameter("", name)});
     ItemCall wildcard({parameter("", "*" + name + "*")});
     EXPECT_EQ(exact.run(IsExistProcess), 1.0F) << number;
@@ -430,7 +415,7 @@ TEST(SharedWalkOfRealProcesses, StuckProcessCostsOneThreadAndBlindsNobodyElse) {
   ASSERT_TRUE(await_hanging(getpid(), lost_tid));
   Threads(50, others_are_found).join();
   // Searches that followed the stuck process do not block, either.
-  Threads(8, [&](int) {
+  Threads(8, [&](size_t) {
     pid_t followed = stuck.pid();
     EXPECT_EQ(Plugin::get_pid_byname(stuck.command_line().c_str(), followed), 0);
   }).join();

@@ -13,11 +13,7 @@
 #include "captured_log.h"
 #include "child.h"
 
-namespace {
-
-std::atomic<bool> disk_stands{false};
-
-}  // namespace
+static std::atomic<bool> disk_stands{false};
 
 // In place of the C library's: a disk that takes as long as a test wants.
 extern "C" int fsync(int fd) {
@@ -52,30 +48,34 @@ uint64_t number_of(const SavedState& state) {
   return number == state.counters.end() ? 0 : number->second;
 }
 
-TEST(StateStore, KeepsEverythingAndWritesTheNewestAtTheEnd) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  const std::string path = folder / "state.json";
-  EXPECT_FALSE(StateStore::load(path).found);
+class StateStoreTest : public testing::Test {
+ protected:
+  const CapturedLog log_;
+  const TemporaryFolder folder_;
+  const std::string path_ = folder_ / "state.json";
+};
+
+TEST_F(StateStoreTest, KeepsEverythingAndWritesTheNewestAtTheEnd) {
+  EXPECT_FALSE(StateStore::load(path_).found);
   {
-    StateStore store(path, hours(1));
+    StateStore store(path_, hours(1));
     store.save(state_of(4));
-    ASSERT_TRUE(comes_true([&] { return fs::exists(path); })) << "the first one at once";
+    ASSERT_TRUE(comes_true([&] { return fs::exists(path_); })) << "the first one at once";
     for (uint64_t number = 5; number <= 1007; ++number) store.save(state_of(number));
     EXPECT_TRUE(store.finish(hours(1)));
     EXPECT_FALSE(store.stuck());
   }
-  const StateReading reading = StateStore::load(path);
+  const StateReading reading = StateStore::load(path_);
   ASSERT_TRUE(reading.found) << reading.damage;
   EXPECT_EQ(state_text(reading.state), state_text(state_of(1007)));
   struct stat status {};
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  ASSERT_EQ(stat(path_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1) << "nothing beside it";
-  EXPECT_EQ(log.text(), "");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 1) << "nothing beside it";
+  EXPECT_EQ(log_.text(), "");
 }
 
-TEST(StateStore, SetsADamagedFileAsideAndGoesOn) {
+TEST_F(StateStoreTest, SetsADamagedFileAsideAndGoesOn) {
   const std::string right = state_text(state_of(1));
   std::string unknown = right;
   unknown.replace(unknown.find("warning"), 7, "serious");
@@ -119,78 +119,71 @@ TEST(StateStore, SetsADamagedFileAsideAndGoesOn) {
   }
 }
 
-TEST(StateStore, FollowsNoLinkThatOthersCanHaveMade) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  fs::create_directory(folder / "real");
-  fs::create_directory(folder / "shared");
-  fs::create_symlink("../real", folder / "shared/link");
-  fs::create_symlink("shared/../real", folder / "link");
-  fs::permissions(folder / "shared", fs::perms(0777) | fs::perms::sticky_bit);
+TEST_F(StateStoreTest, FollowsNoLinkThatOthersCanHaveMade) {
+  fs::create_directory(folder_ / "real");
+  fs::create_directory(folder_ / "shared");
+  fs::create_symlink("../real", folder_ / "shared/link");
+  fs::create_symlink("shared/../real", folder_ / "link");
+  fs::permissions(folder_ / "shared", fs::perms(0777) | fs::perms::sticky_bit);
 
-  StateStore(folder / "link/state.json").save(state_of(1));
-  EXPECT_TRUE(StateStore::load(folder / "real/state.json").found);
+  StateStore(folder_ / "link/state.json").save(state_of(1));
+  EXPECT_TRUE(StateStore::load(folder_ / "real/state.json").found);
 
   // As many links as the kernel follows.
   for (int links = 1; links <= 41; ++links) {
     const std::string target = links == 1 ? "real" : std::to_string(links - 1);
-    fs::create_directory_symlink(target, folder / std::to_string(links));
+    fs::create_directory_symlink(target, folder_ / std::to_string(links));
   }
-  EXPECT_TRUE(StateStore::load(folder / "40/state.json").found);
-  EXPECT_FALSE(StateStore::load(folder / "41/state.json").found);
+  EXPECT_TRUE(StateStore::load(folder_ / "40/state.json").found);
+  EXPECT_FALSE(StateStore::load(folder_ / "41/state.json").found);
 
-  const StateReading reading = StateStore::load(folder / "shared/link/state.json");
+  const StateReading reading = StateStore::load(folder_ / "shared/link/state.json");
   EXPECT_FALSE(reading.found);
   EXPECT_NE(reading.damage, "");
-  StateStore store(folder / "shared/link/state.json", milliseconds(1));
+  StateStore store(folder_ / "shared/link/state.json", milliseconds(1));
   store.save(state_of(2));
   EXPECT_FALSE(store.finish(hours(1)));
-  EXPECT_EQ(number_of(StateStore::load(folder / "real/state.json").state), 1U);
+  EXPECT_EQ(number_of(StateStore::load(folder_ / "real/state.json").state), 1U);
 
   // A link in place of the file itself is replaced, whoever made it.
-  fs::create_symlink("../real/state.json", folder / "shared/state.json");
-  StateStore(folder / "shared/state.json").save(state_of(3));
-  EXPECT_EQ(number_of(StateStore::load(folder / "real/state.json").state), 1U);
-  EXPECT_EQ(number_of(StateStore::load(folder / "shared/state.json").state), 3U);
+  fs::create_symlink("../real/state.json", folder_ / "shared/state.json");
+  StateStore(folder_ / "shared/state.json").save(state_of(3));
+  EXPECT_EQ(number_of(StateStore::load(folder_ / "real/state.json").state), 1U);
+  EXPECT_EQ(number_of(StateStore::load(folder_ / "shared/state.json").state), 3U);
 }
 
-TEST(StateStore, TriesAgainUntilItCanWrite) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  const std::string path = folder / "later/state.json";
+TEST_F(StateStoreTest, TriesAgainUntilItCanWrite) {
+  const std::string path = folder_ / "later/state.json";
   EXPECT_EQ(StateStore::load(path).damage, "");
   StateStore store(path, milliseconds(1));
-  fs::create_directory(folder / "later");
+  fs::create_directory(folder_ / "later");
   disk_stands = true;
   store.save(state_of(1));
-  ASSERT_TRUE(comes_true([&] { return !fs::is_empty(folder / "later"); }));
+  ASSERT_TRUE(comes_true([&] { return !fs::is_empty(folder_ / "later"); }));
   store.save(state_of(2));  // what fails later is older
-  fs::remove_all(folder / "later");
+  fs::remove_all(folder_ / "later");
   disk_stands = false;
-  ASSERT_TRUE(comes_true([&] { return log.count("cannot open its folder") == 1; }));
-  fs::create_directory(folder / "later");
-  ASSERT_TRUE(comes_true([&] { return log.count("written again") > 0; }));
+  ASSERT_TRUE(comes_true([&] { return log_.count("cannot open its folder") == 1; }));
+  fs::create_directory(folder_ / "later");
+  ASSERT_TRUE(comes_true([&] { return log_.count("written again") > 0; }));
   EXPECT_TRUE(store.finish(hours(1)));
   EXPECT_EQ(number_of(StateStore::load(path).state), 2U);
-  EXPECT_EQ(log.count("cannot open its folder"), 1U) << log.text();
-  EXPECT_EQ(log.count("written again"), 1U);
+  EXPECT_EQ(log_.count("cannot open its folder"), 1U) << log_.text();
+  EXPECT_EQ(log_.count("written again"), 1U);
 }
 
-TEST(StateStore, NobodyWaitsForASlowDisk) {
-  const CapturedLog log;
-  const TemporaryFolder folder;
-  const std::string path = folder / "state.json";
+TEST_F(StateStoreTest, NobodyWaitsForASlowDisk) {
   disk_stands = true;
   {
-    StateStore store(path, milliseconds(0));
+    StateStore store(path_, milliseconds(0));
     for (uint64_t number = 1; number <= 1000; ++number) store.save(state_of(number));
     EXPECT_FALSE(store.finish(milliseconds(1)));
     EXPECT_TRUE(store.stuck());
   }
-  EXPECT_FALSE(fs::exists(path));
+  EXPECT_FALSE(fs::exists(path_));
   disk_stands = false;
   // The thread goes on, and has all that it needs.
-  EXPECT_TRUE(comes_true([&] { return read_file(path) == state_text(state_of(1000)) + "\n"; }));
+  EXPECT_TRUE(comes_true([&] { return read_file(path_) == state_text(state_of(1000)) + "\n"; }));
 }
 
 [[noreturn]] void save_for_ever(const std::string& path) {
@@ -198,23 +191,21 @@ TEST(StateStore, NobodyWaitsForASlowDisk) {
   for (uint64_t number = 1;; ++number) store.save(state_of(number));
 }
 
-TEST(StateStore, IsWholeWheneverItsWriterIsKilled) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "state.json";
+TEST_F(StateStoreTest, IsWholeWheneverItsWriterIsKilled) {
   std::mt19937 random(4711);  // the moments are random enough by themselves
   for (int kills = 0; kills < 500; ++kills) {
     const pid_t writer = fork();
-    if (writer == 0) save_for_ever(path);
+    if (writer == 0) save_for_ever(path_);
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
-    while (kills == 0 && !fs::exists(path)) std::this_thread::yield();
+    while (kills == 0 && !fs::exists(path_)) std::this_thread::yield();
     kill(writer, SIGKILL);
     waitpid(writer, nullptr, 0);
-    const StateReading reading = StateStore::load(path);
+    const StateReading reading = StateStore::load(path_);
     ASSERT_EQ(reading.damage, "") << "after " << kills << " kills";
     ASSERT_TRUE(reading.found) << "it is gone";
     ASSERT_EQ(state_text(reading.state), state_text(state_of(number_of(reading.state))));
   }
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1) << "nothing beside it";
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 1) << "nothing beside it";
 }
 
 }  // namespace

@@ -18,8 +18,10 @@
 #include <thread>
 #include <vector>
 
+#include "captured_log.h"
 #include "child.h"
 #include "proc/cpu_wait.h"
+#include "proc/unique_fd.h"
 #include "proc/wait_place.h"
 #include "text/line_queue.h"
 
@@ -35,27 +37,21 @@ std::string loss_text(const LineQueue::Loss& loss) {
 class FullPipe {
  public:
   FullPipe() {
-    if (pipe2(ends_, O_CLOEXEC) != 0) std::abort();
-    fcntl(ends_[1], F_SETPIPE_SZ, 4096);
-    fcntl(ends_[1], F_SETFL, O_NONBLOCK);
-    while (write(ends_[1], "\n", 1) == 1) {
-    }
-    fcntl(ends_[1], F_SETFL, 0);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    while (write(ends[1], "\n", 1) == 1) continue;
+    fcntl(ends[1], F_SETFL, 0);
+    reader_ = UniqueFd(ends[0]);
+    writer_ = UniqueFd(ends[1]);
   }
-  FullPipe& operator=(FullPipe&&) = delete;  // neither copied nor moved
-  ~FullPipe() {
-    close_reader();
-    close(ends_[1]);
-  }
-  int writer() const { return ends_[1]; }
-  void close_reader() {
-    if (ends_[0] >= 0) close(ends_[0]);
-    ends_[0] = -1;
-  }
+  int writer() const { return writer_.get(); }
+  void close_reader() { close(reader_.release()); }
   // The next line that is not empty.
   std::string line() const {
     std::string text;
-    for (char byte; read(ends_[0], &byte, 1) == 1;) {
+    for (char byte; read(reader_.get(), &byte, 1) == 1;) {
       if (byte != '\n') {
         text += byte;
       } else if (!text.empty()) {
@@ -66,7 +62,7 @@ class FullPipe {
   }
 
  private:
-  int ends_[2] = {-1, -1};
+  UniqueFd reader_{-1}, writer_{-1};
 };
 
 class LineQueueTest : public testing::Test {
@@ -169,8 +165,8 @@ void expect_place(const std::string& expected, const std::function<void()>& wait
 }
 
 TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
-  char name[] = "/tmp/waiting-XXXXXX";
-  const std::string folder = mkdtemp(name), fifo = folder + "/fifo", lock = folder + "/lock";
+  const TemporaryFolder folder;
+  const std::string fifo = folder / "fifo", lock = folder / "lock";
   mkfifo(fifo.c_str(), 0600);
   const auto open_fifo = [&](int flags) { close(open(fifo.c_str(), flags | O_CLOEXEC)); };
   expect_place(
@@ -183,13 +179,11 @@ TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
       "in read from a command that it has started", [&] { EXPECT_EQ(read(ends[0], &byte, 1), 1); },
       [&] { EXPECT_EQ(write(ends[1], "x", 1), 1); });
 
-  const int held = open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const HeldLock held(lock);
   const int wanted = open(lock.c_str(), O_RDWR | O_CLOEXEC);
-  flock(held, LOCK_EX);
   expect_place(
-      "in flock of " + lock, [&] { flock(wanted, LOCK_EX); }, [&] { flock(held, LOCK_UN); });
-  for (const int fd : {ends[0], ends[1], held, wanted}) close(fd);
-  std::filesystem::remove_all(folder);
+      "in flock of " + lock, [&] { flock(wanted, LOCK_EX); }, [&] { held.let_go(); });
+  for (const int fd : {ends[0], ends[1], wanted}) close(fd);
 
   const WaitPlace place{"read", "/proc/self/cmdline", getpid()};
   prctl(PR_SET_NAME, "reader");
@@ -198,7 +192,7 @@ TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
 }
 
 // A process that is always busy, on this processor.
-class Busy {
+class Busy : InPlace {
  public:
   Busy(int policy, int processor) : pid_(fork()) {
     if (pid_ != 0) return;
@@ -212,7 +206,6 @@ class Busy {
     for (;;) {
     }
   }
-  Busy& operator=(Busy&&) = delete;  // neither copied nor moved
   ~Busy() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "child.h"
+
 // Records which process had which name, in ticks of a logical clock.
 class ActorLog {
  public:
@@ -39,10 +41,9 @@ class ActorLog {
 };
 
 // Runs one process after another, each with a name from the log.
-class Actor {
+class Actor : InPlace {
  public:
   explicit Actor(ActorLog& log) : log_(log) {}
-  Actor& operator=(Actor&&) = delete;  // neither copied nor moved
   ~Actor() { end(); }
 
   // Starts, renames, executes or ends the process, depending on a random number.
@@ -57,10 +58,9 @@ class Actor {
 };
 
 // A process whose command line cannot be read before let_go(): see stuck_process.c.
-class StuckProcess {
+class StuckProcess : InPlace {
  public:
   StuckProcess();
-  StuckProcess& operator=(StuckProcess&&) = delete;
   ~StuckProcess();
   bool started() const { return pid_ > 0; }
   pid_t pid() const { return pid_; }
