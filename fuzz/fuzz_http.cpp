@@ -70,7 +70,9 @@ void check_extent(const std::string& arrived, const RequestExtent& extent) {
   const size_t size = extent.head + extent.body;
   FUZZ_CHECK(extent.head >= 2 && extent.head <= kMostHeadBytes && extent.body <= kMostBodyBytes);
   FUZZ_CHECK(size <= arrived.size());
-  const auto arrived_of = [&](size_t length) { return extent_of(arrived.substr(0, length)).arrived; };
+  const auto arrived_of = [&](size_t length) {
+    return extent_of(arrived.substr(0, length)).arrived;
+  };
   FUZZ_CHECK(arrived_of(size) == RequestExtent::Arrived::kComplete);
   for (const size_t shorter : {size - 1, extent.head - 1, extent.head / 2}) {
     if (shorter < size) FUZZ_CHECK(arrived_of(shorter) == RequestExtent::Arrived::kIncomplete);
