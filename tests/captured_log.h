@@ -19,6 +19,7 @@ class CapturedLog : InPlace {
  public:
   CapturedLog()
       : file_(memfd_create("log", MFD_CLOEXEC)), before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
+    fcntl(file_, F_SETFL, O_APPEND);  // or threads that write at the same time overwrite each other
     dup2(file_, STDERR_FILENO);
   }
   ~CapturedLog() {
