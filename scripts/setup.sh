@@ -96,7 +96,8 @@ build_in() {
   log=$(mktemp)
   echo "Building in $directory/ (the first time this takes a minute or two)" >&2
   {
-    cmake -S . -B "$directory" -DMIRT_UNITY_BUILD=ON "$@" && cmake --build "$directory" -j"$(nproc)" "${target[@]}"
+    cmake -S . -B "$directory" -DMIRT_UNITY_BUILD=ON "$@" &&
+      cmake --build "$directory" -j"$(nproc)" "${target[@]}"
   } 2>&1 | tee "$log" | show_progress || status=$?
   [ $status -eq 0 ] || cat "$log" >&2
   rm -f "$log"

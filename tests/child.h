@@ -1,4 +1,5 @@
-// Real child processes with chosen command lines, files, and the process's open descriptors.
+// What many tests need: real child processes with chosen command lines, threads, files, locks, and
+// the process's open descriptors.
 #ifndef CHILD_H
 #define CHILD_H
 

@@ -77,13 +77,19 @@ TEST_F(MonitorTest, AnEndThatTakesLongIsTold) {
     execlp("bash", "bash", "-c", kLeave, nullptr);
     _exit(127);
   }
-  configure(instance("alive", "IsExistProcessExtern", {{"ProcessName", "leaver"}},
-                     "period = 0.05\ndeadline = 1000\n") +
-            "[instance.alarm]\nequals = 0\n");
-  Monitor monitor(folder_, kRun);
-  monitor.await({{"value", 1.0}});
+  const auto leaver_lives = [](const char* name) {
+    return instance(name, "IsExistProcessExtern", {{"ProcessName", "leaver"}},
+                    "period = 0.05\ndeadline = 1000\n");
+  };
+  const std::string kept = leaver_lives("alive") + "[instance.alarm]\nequals = 0\n";
+  Monitor monitor = started(kept + leaver_lives("dropped"));
+  monitor.await({{"instance", "alive"}, {"value", 1.0}});
+  monitor.await({{"instance", "dropped"}, {"value", 1.0}});
   EXPECT_EQ(write(input[1], "\n", 1), 1);
   EXPECT_FALSE(monitor.await({{"state", "raised"}}).contains("cause")) << "it has not ended yet";
+  configure(kept);
+  kill(monitor.pid(), SIGHUP);
+  monitor.await({{"kind", "event"}});
   monitor.await({{"value", 0.0}});
   EXPECT_EQ(write(input[1], "\n", 1), 1);
   const std::string process = "process " + std::to_string(leaver);

@@ -30,6 +30,9 @@ class EndWatch {
   // has ended since.
   bool follow(Slot& slot, int pid, FollowedProcess::Steady::time_point seen);
 
+  // The slot follows no process any more. To be called before the slot is destroyed.
+  void leave(Slot& slot);
+
   // Becomes readable when a process ends; negative while there is none.
   int fd() const { return ends_.get(); }
 
@@ -45,7 +48,6 @@ class EndWatch {
   using Processes = std::list<Process>;
 
   bool wait_for_end(Process& process);
-  void leave(Slot& slot);
   Processes::iterator find(int pid);
   Processes::iterator stop_following(Processes::iterator process);
 

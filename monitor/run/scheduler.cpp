@@ -220,7 +220,7 @@ void Scheduler::draft_instance(const Instance& instance, const std::vector<Alert
 void Scheduler::dismiss(std::list<Slot>& old) {
   for (Slot& slot : old) {
     slot.gone = true;
-    ends_.follow(slot, 0, Clock::now());
+    ends_.leave(slot);
     if (!slot.of_alarm) at_most_lose(losses_, [&] { surface_.desk.leave(slot); });
     if (slot.phase == Phase::kRunning && !slot.of_alarm && pool_.abandon(*slot.call)) {
       slot.phase = Phase::kBlind;

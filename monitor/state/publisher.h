@@ -15,7 +15,7 @@
 class Publisher {
  public:
   static constexpr std::chrono::milliseconds kPause{100};
-  // The scheduler's thread never waits for anything, so it answers sooner.
+  // How long other threads wait for the scheduler's thread, which itself never waits for anything.
   static constexpr std::chrono::seconds kToAnswer{2};
 
   explicit Publisher(const Wake& wake) : wake_(wake) {}
