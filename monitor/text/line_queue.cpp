@@ -17,6 +17,9 @@ namespace {
 // A thread that waits for the reader checks at this interval whether it must give up.
 constexpr int kLookMs = 50;
 
+// Values that arrive within this time are written together.
+constexpr std::chrono::milliseconds kTogether{1};
+
 // How long to wait for memory for the line about a loss.
 constexpr std::chrono::milliseconds kUntilMemory{100};
 
@@ -112,7 +115,7 @@ LineQueue::Lane& LineQueue::next_lane() {
   return lasting_.lines.front().number < ordinary_.lines.front().number ? lasting_ : ordinary_;
 }
 
-// Returns as many lines as one write takes: many lines often arrive at the same time.
+// Returns as many lines as one write takes.
 std::string LineQueue::next_lines() {
   std::string lines = next_line();
   in_flight_ = 1;
@@ -129,12 +132,21 @@ std::string LineQueue::next_lines() {
   return lines;
 }
 
+// Many values often arrive one after another. What lasts is not kept waiting.
+void LineQueue::gather(std::unique_lock<std::mutex>& lock) const {
+  if (finishing_ || !lasting_.lines.empty()) return;
+  lock.unlock();
+  std::this_thread::sleep_for(kTogether);
+  lock.lock();
+}
+
 void LineQueue::write_lines() {
   const SpareMemoryRight right(true);
   std::unique_lock lock(mutex_);
   for (;;) {
     wake_.wait(lock, [&] { return finishing_ || !is_empty(); });
     if (is_empty() || closed_) break;
+    gather(lock);
     const std::string lines = next_lines();
     if (lines.empty()) {  // only a loss is left, and there is no memory to tell it
       if (finishing_) break;

@@ -69,6 +69,7 @@ class LineQueue {
     size_t bytes = 0;
   };
 
+  void gather(std::unique_lock<std::mutex>& lock) const;
   void write_lines();
   bool write_whole(const std::string& lines);
   bool wait_until_writable() const;
