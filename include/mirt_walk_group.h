@@ -13,8 +13,8 @@ typedef struct tagMIRT_WALK_GROUP {
   void* lines;
   /* Set together with `lines`: the host calls leave(lines) after the last call of the group. */
   void (*leave)(void* lines);
-  /* Changes with every process that a search of this group passes; other threads may read it with
-   * __atomic_load_n(). */
+  /* Changes with every process that a search of this group passes, and while the walk that it waits
+   * for makes progress; other threads may read it with __atomic_load_n(). */
   unsigned int steps;
 } MIRT_WALK_GROUP;
 

@@ -14,15 +14,19 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <list>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "captured_log.h"
 #include "child.h"
+#include "item/params.h"
 #include "proc/cpu_wait.h"
 #include "proc/unique_fd.h"
 #include "proc/wait_place.h"
+#include "run/worker_pool.h"
 #include "text/line_queue.h"
 
 namespace {
@@ -189,6 +193,74 @@ TEST(WaitPlace, NamesTheCallTheFileAndItsProcess) {
   prctl(PR_SET_NAME, "reader");
   EXPECT_EQ(place.text(),
             "in read of /proc/self/cmdline (process " + std::to_string(getpid()) + ", \"reader\")");
+}
+
+// Calls of an item that sleeps, on one thread; the second one does not sleep.
+class AsleepTest : public testing::Test {
+ protected:
+  AsleepTest() {
+    has_lines = true;
+    steps.clear();
+    for (int i = 0; i < 5; ++i) {
+      params_.push_back({{"ProcessName", std::to_string(i)}});
+      calls_.push_back(new Call{nullptr, Item(reinterpret_cast<void*>(item), kRow),
+                                to_records(params_.back()),
+                                Examiner(kRow, params_.back(), surroundings_)});
+    }
+  }
+  ~AsleepTest() override {
+    EXPECT_TRUE(pool_.stop());
+    for (const Call* const call : calls_) delete call;
+  }
+
+  static float item(int, FI_PARAM_S* argv, FI_CONTEXT_S*, FI_RESULT_S*) {
+    MIRT_WALK_GROUP* const group = MIRT_CurrentWalkGroup();
+    if (has_lines) *group = {group, [](void*) {}, 0};
+    const std::string number = argv[0].value;
+    steps += number + "< ";
+    if (number != "1") usleep(1);
+    while (number == "4" && hold) sched_yield();
+    steps += ">" + number + " ";
+    return 1.0F;
+  }
+  std::string steps_of_all() {
+    EXPECT_TRUE(pool_.start(calls_));
+    await_finished(5);
+    return std::exchange(steps, "");
+  }
+  void await_finished(size_t count) {
+    for (size_t got = 0; got < count; got += pool_.take_finished().size()) sched_yield();
+  }
+
+  static inline const ItemRow& kRow = *find_item("GetProcessSysCPUFuzzyMatch");
+  static inline std::atomic<bool> has_lines, hold{false};
+  static inline std::string steps;
+  const Wake wake_;
+  const Surroundings surroundings_{};
+  std::list<std::vector<Param>> params_;
+  std::vector<Call*> calls_;
+  WorkerPool pool_{wake_};
+};
+
+TEST_F(AsleepTest, TheNextCallsAreMadeIfTheySearchNothingThatCouldBlock) {
+  EXPECT_EQ(steps_of_all(), "0< 1< >1 2< 3< 4< >4 >3 >2 >0 ");
+  has_lines = false;
+  EXPECT_EQ(steps_of_all(), "0< >0 1< >1 2< >2 3< >3 4< >4 ");
+}
+
+TEST_F(AsleepTest, ABlockedCallBlocksThoseThatSleepOnItsThread) {
+  hold = true;
+  ASSERT_TRUE(pool_.start(calls_));
+  while (pool_.thread_of(*calls_[4]) == 0) sched_yield();
+  EXPECT_EQ(pool_.thread_of(*calls_[0]), pool_.thread_of(*calls_[4]));
+  for (const int blocked : {4, 0, 3}) EXPECT_TRUE(pool_.abandon(*calls_[blocked]));
+  EXPECT_FALSE(pool_.abandon(*calls_[1])) << "it has returned";
+  EXPECT_EQ(pool_.usable(), 0U);
+  hold = false;
+  await_finished(5);
+  steps.clear();
+  EXPECT_EQ(steps_of_all(), "0< 1< >1 2< 3< 4< >4 >3 >2 >0 ") << "on another thread";
+  EXPECT_EQ(pool_.usable(), 1U);
 }
 
 // A process that is always busy, on this processor.

@@ -13,10 +13,10 @@ WalkGroup::~WalkGroup() {
   if (record_.lines != nullptr) record_.leave(record_.lines);
 }
 
-WalkGroup::Member::Member(WalkGroup* group) {
+WalkGroup::Member::Member(WalkGroup* group) : before_(g_group) {
   g_group = group == nullptr ? nullptr : &group->record_;
 }
 
 WalkGroup::Member::~Member() {
-  g_group = nullptr;
+  g_group = before_;
 }

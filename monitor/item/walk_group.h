@@ -18,7 +18,13 @@ class WalkGroup {
     Member(const Member&) = delete;
     Member& operator=(const Member&) = delete;
     ~Member();
+
+   private:
+    MIRT_WALK_GROUP* const before_;
   };
+
+  // True after the first search of the group: the others read nothing. For the group's thread.
+  bool has_lines() const { return record_.lines != nullptr; }
 
   // Changes while a search makes progress. For any thread.
   unsigned steps() const { return __atomic_load_n(&record_.steps, __ATOMIC_RELAXED); }

@@ -100,6 +100,7 @@ class Scheduler {
   void dismiss(std::list<Slot>& old);
   void remove_gone();
   void start_due();
+  void start_asleep(std::vector<Slot*>& slots);
   void start(const std::vector<Slot*>& slots);
   void note_start(Slot& slot) const;
   void look_at_groups(Clock::time_point now);
@@ -157,6 +158,7 @@ class Scheduler {
   Clock::duration pulse_;  // the longest sleep, so that gaps are noticed in time
   WorkerPool pool_;
   std::list<Slot> slots_;     // workers hold references: never moved
+  size_t gone_ = 0;           // of these
   std::list<LostCall> lost_;  // calls that were replaced and have not returned
   Clock::time_point next_look_;
   Clock::time_point next_group_look_ = Clock::time_point::max();

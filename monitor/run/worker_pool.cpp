@@ -1,19 +1,25 @@
 #include "run/worker_pool.h"
 
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <iterator>
 #include <new>
 #include <system_error>
 
+#include "item/sleep_work.h"
 #include "proc/spare_memory.h"
 #include "run/recovery_answer.h"
 
 namespace {
 
 using Clock = Call::Clock;
+
+// A worker without a call for this time is not needed.
+constexpr time_t kNeededSeconds = 10;
 
 double call_item(Call& call, WalkGroup* group) {
   const WalkGroup::Member member(group);
@@ -70,9 +76,18 @@ WorkerPool::Worker::~Worker() {
   sem_destroy(&handed);
 }
 
-void WorkerPool::Worker::wait_for_call() {
-  while (sem_wait(&handed) != 0) {  // a signal
-  }
+bool WorkerPool::Worker::is_inside(const Call& call) const {
+  return std::find(inside.begin(), inside.end(), &call) != inside.end();
+}
+
+bool WorkerPool::Worker::wait_for_call() {
+  timespec end{};
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  end.tv_sec += kNeededSeconds;
+  int result;
+  do result = sem_clockwait(&handed, CLOCK_MONOTONIC, &end);
+  while (result != 0 && errno == EINTR);
+  return result == 0;
 }
 
 bool WorkerPool::start(const std::vector<Call*>& calls) {
@@ -89,7 +104,8 @@ bool WorkerPool::start(const std::vector<Call*>& calls) {
     taken_withdrawn_.reserve(withdrawn_.capacity());
     worker->waiting.assign(calls.rbegin(), std::prev(calls.rend()));
     idle_.pop_back();
-    worker->call = calls.front();
+    worker->inside.reserve(calls.size());
+    worker->inside.assign(1, calls.front());
     if (calls.size() > 1) worker->group.emplace();
     worker->steps = 0;
     worker->call_at_look = nullptr;
@@ -124,17 +140,41 @@ void WorkerPool::work(Worker& worker) {
   const SpareMemoryRight right(true);  // an item's reports must arrive
   worker.tid = gettid();
   for (bool goes_on = true; goes_on;) {
-    worker.wait_for_call();
+    while (!worker.wait_for_call()) {
+      if (retires(worker)) return;
+    }
     Phase handed = Phase::kHanded;
     if (!worker.phase.compare_exchange_strong(handed, Phase::kInside)) break;  // stop()
     const Clock::time_point began = Clock::now();
-    After after;
-    do {
-      run(*worker.call, worker.group ? &*worker.group : nullptr, began);
-      after = finish(worker);
-    } while (after == After::kNextCall);
-    goes_on = after == After::kIdle;
+    const std::function<void()> next = [&] { work_while_asleep(worker, began); };
+    const SleepWork in_sleep(next);
+    goes_on = make_calls(worker, began) == After::kIdle;
   }
+}
+
+// Makes the call that has begun, and those that wait behind it.
+WorkerPool::After WorkerPool::make_calls(Worker& worker, Clock::time_point began) {
+  After after;
+  do {
+    run(*worker.inside.back(), worker.group ? &*worker.group : nullptr, began);
+    after = finish(worker);
+  } while (after == After::kNextCall);
+  return after;
+}
+
+// Makes the waiting calls if they need no walk of their own, in which they could get stuck.
+void WorkerPool::work_while_asleep(Worker& worker, Clock::time_point began) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (worker.waiting.empty() || stopping_ || !worker.group->has_lines()) return;
+    begin_next(worker);
+  }
+  make_calls(worker, began);
+}
+
+void WorkerPool::begin_next(Worker& worker) {
+  worker.inside.push_back(worker.waiting.back());
+  worker.waiting.pop_back();
 }
 
 // Hands over the finished call.
@@ -144,7 +184,8 @@ WorkerPool::After WorkerPool::finish(Worker& worker) {
   {
     const std::lock_guard lock(mutex_);
     is_first = finished_.empty();
-    finished_.push_back(worker.call);
+    finished_.push_back(worker.inside.back());
+    worker.inside.pop_back();
     --under_way_;
     after = what_next(worker);
   }
@@ -153,18 +194,29 @@ WorkerPool::After WorkerPool::finish(Worker& worker) {
 }
 
 WorkerPool::After WorkerPool::what_next(Worker& worker) {
-  worker.call = nullptr;
   if (!worker.waiting.empty() && !stopping_) {
-    worker.call = worker.waiting.back();
-    worker.waiting.pop_back();
+    begin_next(worker);
     return After::kNextCall;
   }
+  if (!worker.inside.empty()) return After::kSleeper;
   worker.group.reset();
   worker.phase = Phase::kIdle;
-  if (worker.abandoned) ++ended_;
-  if (worker.abandoned || stopping_) return After::kEnd;
+  if (worker.retired) ++ended_;
+  if (worker.retired || stopping_) return After::kEnd;
   idle_.push_back(&worker);
   return After::kIdle;
+}
+
+// False if the worker is about to get a call.
+bool WorkerPool::retires(Worker& worker) {
+  const std::lock_guard lock(mutex_);
+  const auto place = std::find(idle_.begin(), idle_.end(), &worker);
+  if (place == idle_.end()) return false;
+  idle_.erase(place);
+  worker.retired = true;
+  --usable_;
+  ++ended_;
+  return true;
 }
 
 void WorkerPool::look_at_groups() {
@@ -172,9 +224,10 @@ void WorkerPool::look_at_groups() {
   for (Worker& worker : workers_) {
     if (worker.waiting.empty()) continue;
     const unsigned steps = worker.group->steps();
-    if (steps == worker.steps && worker.call == worker.call_at_look) withdraw(worker);
+    const Call* const call = worker.inside.back();
+    if (steps == worker.steps && call == worker.call_at_look) withdraw(worker);
     worker.steps = steps;
-    worker.call_at_look = worker.call;
+    worker.call_at_look = call;
   }
 }
 
@@ -217,10 +270,10 @@ size_t WorkerPool::usable() {
 bool WorkerPool::abandon(Call& call) {
   const std::lock_guard lock(mutex_);
   for (Worker& worker : workers_) {
-    if (worker.call != &call) continue;
+    if (!worker.is_inside(call)) continue;
     if (worker.phase != Phase::kInside) return false;
-    worker.abandoned = true;
-    --usable_;
+    if (!worker.retired) --usable_;
+    worker.retired = true;
     withdraw(worker);
     return true;
   }
@@ -230,15 +283,15 @@ bool WorkerPool::abandon(Call& call) {
 int WorkerPool::thread_of(const Call& call) {
   const std::lock_guard lock(mutex_);
   for (const Worker& worker : workers_) {
-    if (worker.call == &call && worker.phase == Phase::kInside) return worker.tid;
+    if (worker.is_inside(call) && worker.phase == Phase::kInside) return worker.tid;
   }
   return 0;
 }
 
-// Joins abandoned workers whose call has returned. They hold no lock after that.
+// Joins retired workers whose calls have returned. They hold no lock after that.
 void WorkerPool::join_ended() {
   for (auto worker = workers_.begin(); ended_ > 0 && worker != workers_.end();) {
-    if (!worker->abandoned || worker->call) {
+    if (!worker->retired || !worker->inside.empty()) {
       ++worker;
       continue;
     }

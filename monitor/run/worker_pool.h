@@ -47,11 +47,13 @@ struct Call {
 };
 
 // Runs each call on a worker thread. Use all functions on one thread only. Workers are started when
-// needed and reused. A call that never returns occupies one thread and delays no other call.
+// needed and reused; one that has had no call for ten seconds ends. A call that never returns
+// occupies one thread and delays no other call.
 //
 // Short calls can be started as a group: one worker makes them one after another, and they share
 // their walk over /proc. This saves two changes of the thread for each call. If one of them makes
-// no progress, those behind it are withdrawn.
+// no progress, those behind it are withdrawn. While the item of a call sleeps, its worker makes the
+// next call of the group; all of these items must sleep for the same time.
 class WorkerPool {
  public:
   // `wake` is set when a call has finished.
@@ -61,7 +63,7 @@ class WorkerPool {
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
-  // At most this many calls run at once; abandoned calls do not count.
+  // At most this many workers run at once; abandoned ones do not count.
   void set_limit(size_t limit) { limit_ = limit; }
 
   // A worker runs the calls, one after another; several are a group. The records must not move
@@ -110,25 +112,31 @@ class WorkerPool {
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     ~Worker();
-    void wait_for_call();
+    bool wait_for_call();  // false: none came for a while
 
     std::thread thread{};
     sem_t handed{};
     std::atomic<int> tid{0};
     std::atomic<Phase> phase{Phase::kIdle};
-    Call* call = nullptr;
+    std::vector<Call*> inside{};   // the calls that it makes; all but the last one sleep
     std::vector<Call*> waiting{};  // further calls of the group, the next one last
     std::optional<WalkGroup> group{};
-    unsigned steps = 0;            // of the group, at the latest look
-    Call* call_at_look = nullptr;  // the call at the latest look
-    bool abandoned = false;
+    unsigned steps = 0;                  // of the group, at the latest look
+    const Call* call_at_look = nullptr;  // the call at the latest look
+    bool retired = false;                // gets no more calls: abandoned, or not needed
+
+    bool is_inside(const Call& call) const;
   };
 
-  enum class After { kNextCall, kIdle, kEnd };
+  enum class After { kNextCall, kSleeper, kIdle, kEnd };
 
   void work(Worker& worker);
+  After make_calls(Worker& worker, Call::Clock::time_point began);
+  void work_while_asleep(Worker& worker, Call::Clock::time_point began);
+  static void begin_next(Worker& worker);
   After finish(Worker& worker);
   After what_next(Worker& worker);
+  bool retires(Worker& worker);
   void withdraw(Worker& worker);
   bool start_worker();
   void join_ended();
@@ -140,9 +148,9 @@ class WorkerPool {
   std::vector<Worker*> idle_;
   std::vector<Call*> finished_, taken_, withdrawn_, taken_withdrawn_;
   std::list<Worker> workers_;  // a list: threads hold references
-  size_t usable_ = 0;          // workers that are not abandoned
+  size_t usable_ = 0;          // workers that are not retired
   size_t under_way_ = 0;
-  size_t ended_ = 0;  // abandoned workers that can be joined
+  size_t ended_ = 0;  // retired workers that can be joined
   bool stopping_ = false;
 };
 

@@ -32,6 +32,7 @@ namespace {
 
 constexpr unsigned int kCmdlineSize = 1024;
 constexpr int64_t kPatienceMs = 100;
+constexpr int64_t kGroupLookMs = 10;  // so often a group shows its host the progress of the walk
 constexpr int kAttempts = 8;
 
 // The state of all searches. The mutex protects all changes; atomic members are also read without
@@ -201,7 +202,8 @@ void SharedWalk::join() {
 void SharedWalk::wait_for_walk() {
   Patience patience;
   for (;;) {
-    wait_while(round_->state, WalkRound::kWaiting, kPatienceMs / 2);
+    wait_while(round_->state, WalkRound::kWaiting,
+               group_ == nullptr ? kPatienceMs / 2 : kGroupLookMs);
     switch (round_->state.load(std::memory_order_acquire)) {
       case WalkRound::kRead:
         part_ = Part::kHasLines;
@@ -214,6 +216,7 @@ void SharedWalk::wait_for_walk() {
       default:
         break;
     }
+    show_progress();
     Wakes wakes;
     const MeetingLock lock;
     if (!lock.held()) continue;
@@ -222,6 +225,13 @@ void SharedWalk::wait_for_walk() {
       return begin_walk();
     }
   }
+}
+
+// For a host that gives up calls without progress: the walk's steps are those of all who wait.
+void SharedWalk::show_progress() noexcept {
+  if (group_ == nullptr) return;
+  const uint64_t moves = g_meeting.moves.load(std::memory_order_relaxed);
+  __atomic_store_n(&group_->steps, static_cast<unsigned int>(moves), __ATOMIC_RELAXED);
 }
 
 // The caller holds the mutex. All searches that wait began before this walk.

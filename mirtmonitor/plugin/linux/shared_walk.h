@@ -54,6 +54,7 @@ class SharedWalk {
   bool leave_lines_to_group() noexcept;
   void join();
   void wait_for_walk();
+  void show_progress() noexcept;
   void begin_walk() noexcept;
   void serve_waiting() noexcept;
   void end_walk(uint32_t outcome) noexcept;
