@@ -43,7 +43,8 @@ const std::string kSick = instance("sick", "IsExistProcess", {{"ProcessName", "n
 
 TEST_F(ServiceTest, ItIsReadyOnceEachWatchWasCalled) {
   mkfifo((folder_ / "fifo").c_str(), 0600);
-  configure("workers = 1\n" + pre_command("stuck", "cat fifo", "go") + kSick);
+  configure("workers = 1\n" + pre_command("stuck", "cat fifo", "go") +
+            pre_command("other", "true", "go"));
   Monitor monitor(folder_, run("WATCHDOG_USEC=40000"));
   const int writer = open((folder_ / "fifo").c_str(), O_WRONLY | O_CLOEXEC);  // waits for cat
   // It turns, and the other watch waits for the only worker.

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "item/pre_command.h"
+#include "item/walk_group.h"
 #include "proc/heartbeat_entry.h"
 #include "proc/proc_access.h"
 #include "proc/proc_file.h"
@@ -223,7 +224,9 @@ Finding Examiner::process(const FI_CONTEXT_S& context, const FI_RESULT_S& result
   const bool one_tells = !is_handles || may_read_all_files();
   // Who can read its command line can read the other files, except fd.
   if (!follows_one && one_tells && still_matches()) return known_process(is_handles);
-  const std::vector<int> found = follows_one ? std::vector<int>() : matches();
+  std::vector<int> found;
+  // After a start many instances look for the first time.
+  if (!follows_one) found = calls_ == 1 ? matches_of_group() : matches();
   if (found.empty()) return nothing_found();
   remember(found.front());
   return processes(found);
@@ -370,7 +373,13 @@ std::string Examiner::search_trouble() const {
   return around_.stuck->text(std::chrono::steady_clock::now() - kRecent);
 }
 
+// Searches again, because the lines that the group of this call has read are as old as the call.
 std::vector<int> Examiner::matches() const {
+  const WalkGroup::Member none(nullptr);
+  return matches_of_group();
+}
+
+std::vector<int> Examiner::matches_of_group() const {
   if (!around_.functions) return {};
   const auto found = around_.functions->find(item_.source.match, name());
   return found.value_or(std::vector<int>());

@@ -84,6 +84,7 @@ class Examiner {
   void note_standing(int tid);
   std::string search_trouble() const;
   std::vector<int> matches() const;
+  std::vector<int> matches_of_group() const;
   bool still_matches();
   void remember(int pid);
   const std::string& name() const { return params_.front().value; }

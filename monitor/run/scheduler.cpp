@@ -92,14 +92,16 @@ bool sleeps(const Slot& slot) {
 }
 
 // True if the next call of this slot takes well under a millisecond, except for a search and a
-// sleep: it only reads files of a process that was there at the previous call.
+// sleep: it only reads files of a process that was there at the previous call, or is likely to be
+// there at the first one.
 bool is_short(const Slot& slot) {
   const Subject subject = slot.instance.item->source.subject;
   if (!sleeps(slot) && slot.instance.params.size() > 1) return false;  // it has a pre-command
+  if (subject != Subject::kProcess && subject != Subject::kExistence) return false;
+  if (slot.calls == 0) return true;
   const bool was_there =
       slot.has_value && (slot.state == State::kOk || slot.state == State::kAlarm);
-  return was_there &&
-         (subject == Subject::kProcess || (subject == Subject::kExistence && slot.value != 0.0));
+  return was_there && (subject == Subject::kProcess || slot.value != 0.0);
 }
 
 // The longest sleep with which the scheduler still notices in time that it did not run.

@@ -18,23 +18,27 @@ namespace {
 
 using Clock = Call::Clock;
 
+// An examination that takes longer has searched again. The calls behind it do not wait, because
+// each of them may do the same.
+constexpr std::chrono::milliseconds kLongExamination{2};
+
 // A worker without a call for this time is not needed.
 constexpr time_t kNeededSeconds = 10;
 
-double call_item(Call& call, WalkGroup* group) {
-  const WalkGroup::Member member(group);
+double call_item(Call& call) {
   return call.item.call(static_cast<int>(call.params.size()), call.params.data(), &call.context,
                         &call.result);
 }
 
 void examine_and_call(Call& call, WalkGroup* group, Clock::time_point group_began) {
+  const WalkGroup::Member member(group);
   call.finding = Finding{};
   call.examiner.before(call.context, call.end_is_known);
   set_report_origin(&call.origin);
   set_asking_result(&call.result);
   const Clock::time_point began = Clock::now();
   call.began = group ? group_began : began;
-  call.value = call_item(call, group);
+  call.value = call_item(call);
   call.ended = Clock::now();
   call.took = call.ended - began;
   set_report_origin(nullptr);
@@ -185,6 +189,7 @@ WorkerPool::After WorkerPool::finish(Worker& worker) {
     const std::lock_guard lock(mutex_);
     is_first = finished_.empty();
     finished_.push_back(worker.inside.back());
+    if (Clock::now() - finished_.back()->ended > kLongExamination) withdraw(worker);
     worker.inside.pop_back();
     --under_way_;
     after = what_next(worker);
