@@ -25,6 +25,9 @@ constexpr std::chrono::milliseconds kLongExamination{2};
 // A worker without a call for this time is not needed.
 constexpr time_t kNeededSeconds = 10;
 
+// So many workers stay, for times in which no thread can be started.
+constexpr size_t kStaying = 4;
+
 double call_item(Call& call) {
   return call.item.call(static_cast<int>(call.params.size()), call.params.data(), &call.context,
                         &call.result);
@@ -212,11 +215,11 @@ WorkerPool::After WorkerPool::what_next(Worker& worker) {
   return After::kIdle;
 }
 
-// False if the worker is about to get a call.
+// False if the worker stays, or is about to get a call.
 bool WorkerPool::retires(Worker& worker) {
   const std::lock_guard lock(mutex_);
   const auto place = std::find(idle_.begin(), idle_.end(), &worker);
-  if (place == idle_.end()) return false;
+  if (place == idle_.end() || usable_ <= kStaying) return false;
   idle_.erase(place);
   worker.retired = true;
   --usable_;

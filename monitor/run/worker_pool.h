@@ -47,8 +47,8 @@ struct Call {
 };
 
 // Runs each call on a worker thread. Use all functions on one thread only. Workers are started when
-// needed and reused; one that has had no call for ten seconds ends. A call that never returns
-// occupies one thread and delays no other call.
+// needed and reused; one that has had no call for ten seconds ends, except for the last few. A call
+// that never returns occupies one thread and delays no other call.
 //
 // Short calls can be started as a group: one worker makes them one after another, and they share
 // their walk over /proc. This saves two changes of the thread for each call. If one of them makes
