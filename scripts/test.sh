@@ -69,7 +69,10 @@ else
 fi
 build build-test -DMIRT_BUILD_BENCH=ON
 set -m # what runs in the background gets a process group, so that it can be ended
-build_with_sanitizers >"$logs/builds" 2>&1 &
+{
+  renice -n 10 "$BASHPID" >/dev/null # some tests are busy until something happens
+  build_with_sanitizers
+} >"$logs/builds" 2>&1 &
 builder=$!
 # Beside the release tests, of which the one of the packages takes longest and waits for most of it.
 suite "address and undefined-behaviour sanitizers" build-asan "$@" >"$logs/build-asan.shown" 2>&1 &
