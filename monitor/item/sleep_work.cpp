@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace {
 
@@ -27,8 +28,8 @@ bool is_over(const timespec& time) {
 
 }  // namespace
 
-SleepWork::SleepWork(const std::function<void()>& work) {
-  sleep_work = &work;
+SleepWork::SleepWork(std::function<void()> work) : work_(std::move(work)) {
+  sleep_work = &work_;
 }
 
 SleepWork::~SleepWork() {

@@ -10,10 +10,13 @@
 // itself, and then sleeps for the rest of the time.
 class SleepWork {
  public:
-  explicit SleepWork(const std::function<void()>& work);
+  explicit SleepWork(std::function<void()> work);
   SleepWork(const SleepWork&) = delete;
   SleepWork& operator=(const SleepWork&) = delete;
   ~SleepWork();
+
+ private:
+  const std::function<void()> work_;
 };
 
 #endif

@@ -109,9 +109,9 @@ bool WorkerPool::start(const std::vector<Call*>& calls) {
     withdrawn_.reserve(withdrawn_.size() + under_way_ + calls.size());
     taken_.reserve(finished_.capacity());
     taken_withdrawn_.reserve(withdrawn_.capacity());
+    worker->inside.reserve(calls.size());
     worker->waiting.assign(calls.rbegin(), std::prev(calls.rend()));
     idle_.pop_back();
-    worker->inside.reserve(calls.size());
     worker->inside.assign(1, calls.front());
     if (calls.size() > 1) worker->group.emplace();
     worker->steps = 0;
@@ -153,8 +153,8 @@ void WorkerPool::work(Worker& worker) {
     Phase handed = Phase::kHanded;
     if (!worker.phase.compare_exchange_strong(handed, Phase::kInside)) break;  // stop()
     const Clock::time_point began = Clock::now();
-    const std::function<void()> next = [&] { work_while_asleep(worker, began); };
-    const SleepWork in_sleep(next);
+    const auto next = [&] { work_while_asleep(worker, began); };
+    const SleepWork in_sleep(std::ref(next));  // std::ref: needs no memory
     goes_on = make_calls(worker, began) == After::kIdle;
   }
 }
