@@ -25,8 +25,8 @@ end_background() {
 }
 trap end_background EXIT
 
-# outcome NAME WORDS: a line of the summary.
-outcome() { printf '%-50s %s\n' "$1" "$2"; }
+# outcome SUITE NAME WORDS: keeps its line of the summary.
+outcome() { printf '%-50s %s\n' "$2" "$3" >"$logs/$1.outcome"; }
 
 # build DIRECTORY [--target TARGET] CMAKE-ARGUMENT...: writes its exit status to a file.
 build() {
@@ -50,7 +50,7 @@ suite() {
   while [ ! -s "$logs/$directory.status" ] && kill -0 "$builder"; do sleep 1; done
   if [ "$(cat "$logs/$directory.status")" != 0 ]; then
     [ ! -e "$logs/builds" ] || cat "$logs/builds" >&2
-    outcome "$name" "FAILED: it could not be built" >"$logs/$directory.outcome"
+    outcome "$directory" "$name" "FAILED: it could not be built"
     touch "$logs/failed"
     return
   fi
@@ -58,13 +58,13 @@ suite() {
     tee "$logs/$directory.tests" || touch "$logs/failed"
   tests=$(grep -E 'tests? (passed|failed)' "$logs/$directory.tests" || echo "FAILED: no test ran")
   skipped=$(grep -cE '^ *[0-9]+/[0-9]+ Test .*\*\*\*Skipped' "$logs/$directory.tests" || true)
-  outcome "$name" "$tests${skipped:+, $skipped skipped}" >"$logs/$directory.outcome"
+  outcome "$directory" "$name" "$tests${skipped:+, $skipped skipped}"
 }
 
 if scripts/lint.sh --quick; then
-  outcome "sources" "no findings" >"$logs/sources.outcome"
+  outcome sources "sources" "no findings"
 else
-  outcome "sources" "FAILED" >"$logs/sources.outcome"
+  outcome sources "sources" "FAILED"
   touch "$logs/failed"
 fi
 build build-test -DMIRT_BUILD_BENCH=ON

@@ -15,16 +15,6 @@ constexpr uid_t kOther = 12345;
 class IncludeTest : public MonitorTest {
  protected:
   IncludeTest() { fs::create_directory(folder_ / "conf.d"); }
-
-  // All findings, with names of files as seen from the folder.
-  std::string findings() const {
-    const ConfigReading reading = read_config(folder_ / "a.toml");
-    std::string all;
-    for (const auto& line : findings_text(folder_ / "a.toml", reading.findings)) all += line + '\n';
-    const std::string prefix = folder_.string() + '/';
-    for (size_t at; (at = all.find(prefix)) != std::string::npos;) all.erase(at, prefix.size());
-    return all;
-  }
 };
 
 TEST_F(IncludeTest, FilesAreReadInTheirOrderEachWithDefaultsOfItsOwn) {

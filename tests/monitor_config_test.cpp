@@ -2,21 +2,15 @@
 
 #include <sys/stat.h>
 
-#include "config/config.h"
 #include "monitor_fixture.h"
 
 namespace {
 
 class ConfigTest : public MonitorTest {
  protected:
-  // What check-config says of this configuration, without a process for each.
-  std::string findings(const std::string& text) const {
+  std::string findings_in(const std::string& text) const {
     configure(text);
-    std::string all;
-    for (const auto& line : findings_text("a.toml", read_config(folder_ / "a.toml").findings)) {
-      all += line + '\n';
-    }
-    return all;
+    return findings();
   }
 };
 
@@ -44,16 +38,16 @@ TEST_F(ConfigTest, MistakesAndWarningsAreSaidWithTheirLine) {
       (line.find("a.toml:") == 0 ? expected : text) += line + '\n';
       continue;
     }
-    EXPECT_EQ(findings(std::exchange(text, "")), std::exchange(expected, ""));
+    EXPECT_EQ(findings_in(std::exchange(text, "")), std::exchange(expected, ""));
     ++compared;
   }
   EXPECT_GT(compared, 90);
   const std::string start = "[[process]]\nname = 'p'\n";
-  EXPECT_EQ(findings(start + "match = '" + std::string(400, 'x') + "'\nrunning = true\n"),
+  EXPECT_EQ(findings_in(start + "match = '" + std::string(400, 'x') + "'\nrunning = true\n"),
             "a.toml:3: match has 400 bytes, expected at most 399\n");
-  EXPECT_EQ(findings(start + "prefix = '" + std::string(399, 'x') + "'\nhung = true\n"),
+  EXPECT_EQ(findings_in(start + "prefix = '" + std::string(399, 'x') + "'\nhung = true\n"),
             "a.toml:3: prefix with a * for hung has 400 bytes, expected at most 399\n");
-  EXPECT_EQ(findings("\n\na = '\xff'\n"),
+  EXPECT_EQ(findings_in("\n\na = '\xff'\n"),
             "a.toml:3: invalid TOML: found a byte that is not valid UTF-8, expected UTF-8 text\n");
 }
 
@@ -124,7 +118,7 @@ TEST_F(ConfigTest, ConditionsHaveToBePossible) {
     const std::string expected = verdict.empty() ? "" : ", which is " + verdict + " true for ";
     for (const std::string& condition : conditions) {
       const std::string found =
-          findings(std::string(measured).append("[instance.alarm]\n").append(condition));
+          findings_in(std::string(measured).append("[instance.alarm]\n").append(condition));
       EXPECT_EQ(found.empty(), verdict.empty()) << condition << '\n' << found;
       EXPECT_EQ(contains(found, ": warning: "), verdict == "always" || verdict == "rarely");
       EXPECT_TRUE(contains(found, expected)) << condition;

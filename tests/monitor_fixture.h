@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "child.h"
+#include "config/config.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
@@ -240,6 +241,17 @@ class MonitorTest : public testing::Test {
   std::string check(const std::string& text, int exit_code, const std::string& options = "") const {
     configure(text);
     return Monitor(folder_, "mirt-monitor check-config a.toml " + options).end(exit_code);
+  }
+
+  // The same without a process, as the reader of configurations says it, with names of files as
+  // seen from the folder.
+  std::string findings() const {
+    const ConfigReading reading = read_config(folder_ / "a.toml");
+    std::string all;
+    for (const auto& line : findings_text(folder_ / "a.toml", reading.findings)) all += line + '\n';
+    const std::string prefix = folder_.string() + '/';
+    for (size_t at; (at = all.find(prefix)) != std::string::npos;) all.erase(at, prefix.size());
+    return all;
   }
 
   // The record with these members of a command that ends with this exit status.
