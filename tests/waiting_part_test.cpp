@@ -1,7 +1,9 @@
 // Lines for readers who do not read, and threads that wait, both for real.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -9,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -201,16 +204,21 @@ class AsleepTest : public testing::Test {
   AsleepTest() {
     has_lines = true;
     steps.clear();
+    make_calls(item, kRow);
+  }
+  ~AsleepTest() override { EXPECT_TRUE(pool_.stop()); }
+
+  void make_calls(float (*function)(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*),
+                  const ItemRow& row) {
+    records_.clear();
+    calls_.clear();
     for (int i = 0; i < 5; ++i) {
       params_.push_back({{"ProcessName", std::to_string(i)}});
-      calls_.push_back(new Call{nullptr, Item(reinterpret_cast<void*>(item), kRow),
-                                to_records(params_.back()),
-                                Examiner(kRow, params_.back(), surroundings_)});
+      records_.push_back({nullptr, Item(reinterpret_cast<void*>(function), row),
+                          to_records(params_.back()),
+                          Examiner(row, params_.back(), surroundings_)});
+      calls_.push_back(&records_.back());
     }
-  }
-  ~AsleepTest() override {
-    EXPECT_TRUE(pool_.stop());
-    for (const Call* const call : calls_) delete call;
   }
 
   static float item(int, FI_PARAM_S* argv, FI_CONTEXT_S*, FI_RESULT_S*) {
@@ -231,13 +239,21 @@ class AsleepTest : public testing::Test {
   void await_finished(size_t count) {
     for (size_t got = 0; got < count; got += pool_.take_finished().size()) sched_yield();
   }
+  // All calls are inside at the same time.
+  static float meeting(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*) {
+    for (++met; met < 5;) sched_yield();
+    return 1.0F;
+  }
+  static float nothing_there(int, FI_PARAM_S*, FI_CONTEXT_S*, FI_RESULT_S*) { return 0.0F; }
 
   static inline const ItemRow& kRow = *find_item("GetProcessSysCPUFuzzyMatch");
   static inline std::atomic<bool> has_lines, hold{false};
+  static inline std::atomic<int> met{0};
   static inline std::string steps;
   const Wake wake_;
   const Surroundings surroundings_{};
   std::list<std::vector<Param>> params_;
+  std::list<Call> records_;
   std::vector<Call*> calls_;
   WorkerPool pool_{wake_};
 };
@@ -261,6 +277,32 @@ TEST_F(AsleepTest, ABlockedCallBlocksThoseThatSleepOnItsThread) {
   steps.clear();
   EXPECT_EQ(steps_of_all(), "0< 1< >1 2< 3< 4< >4 >3 >2 >0 ") << "on another thread";
   EXPECT_EQ(pool_.usable(), 1U);
+}
+
+std::atomic<bool> g_no_call_comes{false};
+
+TEST_F(AsleepTest, WorkersThatAreNotNeededEndExceptForTheLastFour) {
+  make_calls(meeting, kRow);
+  pool_.set_limit(5);
+  g_no_call_comes = true;
+  for (Call* const call : calls_) ASSERT_TRUE(pool_.start({call}));
+  await_finished(5);
+  while (pool_.usable() > 4) sched_yield();
+  for (Call* const call : calls_) {  // while those that stay look again and again
+    ASSERT_TRUE(pool_.start({call}));
+    await_finished(1);
+  }
+  g_no_call_comes = false;
+  EXPECT_EQ(pool_.usable(), 4U);
+}
+
+TEST_F(AsleepTest, CallsBehindAnAnswerThatNeedsASearchDoNotWait) {
+  make_calls(nothing_there, *find_item("IsExistProcessExtern"));
+  ASSERT_TRUE(pool_.start(calls_));
+  while (pool_.under_way() > 0) sched_yield();
+  EXPECT_EQ(pool_.take_finished(), std::vector<Call*>{calls_.front()});
+  EXPECT_EQ(pool_.take_withdrawn(), std::vector<Call*>(calls_.begin() + 1, calls_.end()));
+  EXPECT_FALSE(pool_.any_waiting());
 }
 
 // A process that is always busy, on this processor.
@@ -310,3 +352,16 @@ TEST(CpuWait, TellsThreadsThatGetNothingFromThoseThatRunOrSleep) {
 }
 
 }  // namespace
+
+// So that workers need not wait for ten seconds.
+int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* end) {
+  if (!g_no_call_comes) {
+    static const auto real =
+        reinterpret_cast<decltype(&sem_clockwait)>(dlsym(RTLD_NEXT, "sem_clockwait"));
+    return real(semaphore, clock, end);
+  }
+  if (sem_trywait(semaphore) == 0) return 0;
+  sched_yield();
+  errno = ETIMEDOUT;
+  return -1;
+}

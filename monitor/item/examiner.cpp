@@ -113,6 +113,7 @@ bool has_unlimited_handles(int pid) {
 void Examiner::before(const FI_CONTEXT_S& context, bool end_is_known) {
   end_is_known_ = end_is_known;
   found_nothing_ = false;
+  has_searched_ = false;
   std::memcpy(context_before_, context.contextbuff, sizeof context_before_);
   begun_[calls_++ % begun_.size()] = std::chrono::steady_clock::now();
   forget_pre_command();
@@ -374,7 +375,8 @@ std::string Examiner::search_trouble() const {
 }
 
 // Searches again, because the lines that the group of this call has read are as old as the call.
-std::vector<int> Examiner::matches() const {
+std::vector<int> Examiner::matches() {
+  has_searched_ = true;
   const WalkGroup::Member none(nullptr);
   return matches_of_group();
 }

@@ -59,6 +59,9 @@ class Examiner {
   // The item searched all processes and found nothing. It may have skipped a stuck one.
   bool found_nothing() const { return found_nothing_; }
 
+  // The last after() searched all processes itself, which can take a tenth of a second.
+  bool has_searched() const { return has_searched_; }
+
   // For how long the hung thread of the last answer has not run, in seconds.
   double standing_s() const;
 
@@ -83,7 +86,7 @@ class Examiner {
   Finding nothing_found();
   void note_standing(int tid);
   std::string search_trouble() const;
-  std::vector<int> matches() const;
+  std::vector<int> matches();
   std::vector<int> matches_of_group() const;
   bool still_matches();
   void remember(int pid);
@@ -100,6 +103,7 @@ class Examiner {
   int pid_ = 0;
   bool end_is_known_ = false;
   bool found_nothing_ = false;
+  bool has_searched_ = false;
   int known_pid_ = 0;              // a process that matched at the last check
   std::string known_cmdline_;      // its command line at that check
   bool known_limit_ = false;       // it has a limit of open files

@@ -18,10 +18,6 @@ namespace {
 
 using Clock = Call::Clock;
 
-// An examination that takes longer has searched again. The calls behind it do not wait, because
-// each of them may do the same.
-constexpr std::chrono::milliseconds kLongExamination{2};
-
 // A worker without a call for this time is not needed.
 constexpr time_t kNeededSeconds = 10;
 
@@ -192,7 +188,8 @@ WorkerPool::After WorkerPool::finish(Worker& worker) {
     const std::lock_guard lock(mutex_);
     is_first = finished_.empty();
     finished_.push_back(worker.inside.back());
-    if (Clock::now() - finished_.back()->ended > kLongExamination) withdraw(worker);
+    // The calls behind do not wait, because each of them may do the same.
+    if (finished_.back()->examiner.has_searched()) withdraw(worker);
     worker.inside.pop_back();
     --under_way_;
     after = what_next(worker);

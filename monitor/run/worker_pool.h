@@ -52,9 +52,9 @@ struct Call {
 //
 // Short calls can be started as a group: one worker makes them one after another, and they share
 // their walk over /proc. This saves two changes of the thread for each call. If one of them makes
-// no progress, or is examined for long, those behind it are withdrawn. While the item of a call
-// sleeps, its worker makes the next call of the group; all of these items must sleep for the same
-// time.
+// no progress, or its answer needs a search, those behind it are withdrawn. While the item of a
+// call sleeps, its worker makes the next call of the group; all of these items must sleep for the
+// same time.
 class WorkerPool {
  public:
   // `wake` is set when a call has finished.
