@@ -59,7 +59,7 @@ constexpr timespec kGatherAnswers{0, 1000000};
 constexpr std::ptrdiff_t kMostAsleep = 64;
 
 // So often the scheduler checks that groups of calls make progress.
-constexpr std::chrono::milliseconds kGroupLook{20};
+constexpr std::chrono::milliseconds kGroupLook{50};
 
 constexpr Clock::duration kForever = std::chrono::hours(24);
 
