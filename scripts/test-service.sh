@@ -99,7 +99,8 @@ printf '[Service]\nWatchdogSec=15s\n' >"$root/etc/systemd/system/mirt-monitor.se
 systemd-nspawn --quiet --directory="$root" --register=no --keep-unit --private-network --boot \
   --console=passive >"$work/boot.log" 2>&1 </dev/null &
 machine=$!
-has_leader() { leader=$(pgrep --parent "$machine" | head -1) && [ -n "$leader" ]; }
+# Before it there is another child, which ends.
+has_leader() { leader=$(pgrep --parent "$machine" --exact systemd); }
 await "the first process" has_leader
 state_of() { inside systemctl show --property="$1" --value mirt-monitor; }
 await "the service" inside systemctl is-active mirt-monitor

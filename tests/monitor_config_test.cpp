@@ -1,8 +1,14 @@
 // What check-config, run and once say of a configuration that cannot work, or hardly.
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <list>
+#include <memory>
+#include <new>
+
 #include "monitor_fixture.h"
+#include "proc/spare_memory.h"
 
 namespace {
 
@@ -157,5 +163,34 @@ TEST_F(ConfigTest, WhatMayNeverEndIsReadOnlyWhereItIsMeant) {
     monitor.end(0);
   }
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they have no reserve
+// The reader of TOML would end the program if the rest of the reserve were too small for it.
+TEST_F(ConfigTest, IsNotReadWhileLongLivedBlocksFillTheMemorySetAside) {
+  configure(std::string(20000, '#') + '\n');
+  const auto can_read = [this] {
+    try {
+      return read_config(folder_ / "a.toml").findings.mistakes.size() == 1;  // no instance
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  };
+  EXPECT_EQ(status_of_child([&] {
+              std::list<std::unique_ptr<char[]>> blocks(10);
+              if (!set_memory_aside() || !can_read()) return 1;
+              rlimit before{};
+              getrlimit(RLIMIT_AS, &before);
+              const rlimit nothing{0, before.rlim_max};
+              setrlimit(RLIMIT_AS, &nothing);
+              for (auto& block : blocks)
+                block.reset(new (std::nothrow) char[kSpareMemoryBytes / 4]);
+              setrlimit(RLIMIT_AS, &before);
+              if (!memory_is_short() || can_read()) return 2;
+              blocks.clear();
+              return !memory_is_short() && can_read() ? 0 : 3;
+            }),
+            0);
+}
+#endif
 
 }  // namespace
