@@ -4,8 +4,8 @@ include(CheckPIESupported)
 include(CheckCXXSourceCompiles)
 
 if(MIRT_SANITIZE MATCHES "address")
-  # The tests start many programs, and the loader would need a quarter of a second to relocate the
-  # data of UndefinedBehaviorSanitizer.
+  # Programs at fixed addresses, for tests only: these start many programs, and the loader would need
+  # more than a tenth of a second to relocate the data of UndefinedBehaviorSanitizer.
   add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-no-pie>)
 else()
   check_pie_supported(LANGUAGES C CXX)
